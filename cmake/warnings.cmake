@@ -1,0 +1,30 @@
+# SPDX-License-Identifier: MIT
+# One place for the flags that every target of ours is compiled with.
+add_library(prod_flags INTERFACE)
+target_compile_options(prod_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wsign-conversion -Wshadow -Wformat=2 -Wundef -Wcast-align
+    -Wpointer-arith -Wvla -fno-strict-aliasing
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wextra-semi>
+    $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
+    $<$<BOOL:${PROD_WERROR}>:-Werror>)
+
+if(PROD_SANITIZE)
+    add_compile_options(-fsanitize=${PROD_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${PROD_SANITIZE})
+endif()
+
+# Code of the two shared objects: no exceptions, no run-time type information, and nothing that
+# needs libstdc++ or libgcc at run time.
+add_library(prod_lib_flags INTERFACE)
+target_link_libraries(prod_lib_flags INTERFACE prod_flags)
+target_compile_options(prod_lib_flags INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+    -ffunction-sections -fdata-sections)
+target_link_options(prod_lib_flags INTERFACE
+    -static-libstdc++ -static-libgcc -Wl,--exclude-libs,ALL -Wl,--as-needed -Wl,--gc-sections
+    -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+if(NOT PROD_SANITIZE)
+    # A sanitizer's own symbols stay open until the program that links its run-time is loaded.
+    target_link_options(prod_lib_flags INTERFACE -Wl,--no-undefined)
+endif()

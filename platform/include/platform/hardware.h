@@ -1,0 +1,146 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file
+ * Hardware I/O: LEDs, switch ports and the names of the board's Ethernet interfaces.
+ *
+ * No function here blocks for longer than a system call, and any thread may call any of them.
+ */
+#ifndef PLATFORM_HARDWARE_H
+#define PLATFORM_HARDWARE_H
+
+#include "platform/types.h"
+
+/** LEDs and buttons of the board. */
+typedef enum {
+    LED_SYS = 0,
+    LED_WPS = 1,
+    LED_24G = 2,
+    LED_5G = 3,
+    LED_USB = 4,
+    LED_LAN = 5,
+    LED_WAN = 6,
+    LED_RED = 7,
+    LED_BLUE = 8,
+    LED_GREEN = 9,
+    LED_END = 31,
+    BTN_RST = 32,
+    BTN_WPS = 33,
+    BTN_WIFI = 34,
+    BTN_END = 63
+} gpio_id_t;
+
+/** What an LED shows. */
+typedef enum {
+    LED_ON = 1,
+    LED_OFF = 2,
+    LED_BLINK = 3,
+    LED_NORMAL = 4,
+    LED_FORCE_ON = 16,
+    LED_FORCE_OFF = 17
+} led_pattern_t;
+
+/** Radios by band. */
+typedef enum {
+    WLAN_RATE_24G = 2,
+    WLAN_RATE_5G = 5,
+    WLAN_RATE_ALL = 7,
+    WLAN_RATE_5G2 = 52
+} WLAN_RATE_TYPE;
+typedef WLAN_RATE_TYPE wlan_rate_type;
+
+/** Logical Ethernet interfaces. Several names share a number on purpose. */
+typedef enum {
+    ETH_NM_INVALID = -1,
+    LAN_1 = 0,
+    LAN_2,
+    LAN_3,
+    LAN_4,
+    LAN_MAX = 4,
+    L_LAN_1 = 4,
+    L_LAN_2,
+    L_LAN_3,
+    L_LAN_4,
+    P_LAN_1 = 8,
+    P_LAN_2,
+    P_LAN_3,
+    P_LAN_4,
+    WAN_1 = 12,
+    WAN_2,
+    WAN_3,
+    WAN_4,
+    WAN_MAX = 16,
+    P_WAN_1 = 16,
+    P_WAN_2,
+    P_WAN_3,
+    P_WAN_4,
+    P_WAN_MAX = 20,
+    WLAN_24G_1 = 20,
+    WLAN_24G_2,
+    WLAN_24G_3,
+    WLAN_24G_4,
+    WLAN_5G_1 = 24,
+    WLAN_5G_2,
+    WLAN_5G_3,
+    WLAN_5G_4,
+    WLAN_6G_1 = 28,
+    WLAN_6G_2,
+    WLAN_6G_3,
+    WLAN_6G_4,
+    PORT_CPU1 = 32,
+    PORT_CPU2 = 33,
+    PORTCPU_MAX = 34,
+    IPTV_LAN_1 = 35,
+    IPTV_LAN_2,
+    IPTV_LAN_3,
+    IPTV_LAN_4,
+    IPTV_WAN_1 = 39,
+    IPTV_MAX = 40
+} eth_idx_t;
+
+/** State of one switch port. */
+typedef struct {
+    unsigned int link;   /**< 1 = a link is up */
+    unsigned int speed;  /**< Mbit/s, 0 when unknown */
+    unsigned int duplex; /**< 1 = full, 0 = half or unknown */
+    unsigned int nway;   /**< 1 = auto-negotiation is on */
+} port_status;
+
+PLATFORM_BEGIN
+
+/**
+ * Reads what an LED shows.
+ * @param state  receives a led_pattern_t
+ * @return 0 on success; non-zero for an LED the board does not have, @p state untouched
+ */
+PLATFORM_API int iof_gpio_get(gpio_id_t id, unsigned int *state);
+
+/**
+ * Makes an LED show @p pattern.
+ * @return 0 on success, non-zero for an LED the board does not have or an unknown pattern
+ */
+PLATFORM_API int iof_gpio_set(gpio_id_t id, led_pattern_t pattern);
+
+/**
+ * Starts (1) or resets (0) the pattern sequencing of an LED. Called with 0 before an LED is forced
+ * on or off.
+ * @return 0 on success, non-zero for an LED the board does not have
+ */
+PLATFORM_API int iof_gpio_set_start(gpio_id_t id, int start);
+
+/**
+ * Reads the state of a switch port.
+ * @param port    physical port id, the switch's own number
+ * @param status  receives the state
+ * @return 0 on success, non-zero for a port the board does not have, @p status untouched
+ */
+PLATFORM_API int iof_port_status_get(int port, port_status *status);
+
+/**
+ * The name of the network interface behind a logical index. Index 0 (LAN_1) is the LAN bridge.
+ * @return text that the port owns and that stays as it is, or NULL when the board has none
+ */
+PLATFORM_API char *iof_eth_name_get(eth_idx_t index);
+
+PLATFORM_END
+
+#endif

@@ -1,0 +1,26 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file
+ * Kernel-module control: what the firmware asks of its traffic modules.
+ */
+#ifndef PLATFORM_KM_H
+#define PLATFORM_KM_H
+
+#include <cjson/cJSON.h>
+
+#include "platform/types.h"
+
+PLATFORM_BEGIN
+
+/**
+ * Adds the current rates of every WAN to @p object as
+ * {"WanFlow":[{"WanId":n,"WanRate":{"UpRate":n,"DownRate":n}}, ...]}, rates in bytes a second.
+ *
+ * @param object  a JSON object of the caller's, who deletes it
+ * @return 0 on success, non-zero when the rates cannot be had; @p object may then be empty
+ */
+PLATFORM_API int km_wan_statistic_get_wan_flow(cJSON *object);
+
+PLATFORM_END
+
+#endif

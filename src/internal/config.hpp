@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+// Reading configuration inside the library. The store is given no length, so it is only ever
+// handed a buffer that holds any value; a documented smaller size is honoured by cutting.
+#pragma once
+
+#include <cstdlib>
+
+#include "internal/text.hpp"
+#include "platform/cfm.h"
+
+namespace prod
+{
+
+inline constexpr std::size_t kValueSize = CFM_VALUE_SIZE;
+
+/** A formatted key; longer ones are cut without any report. */
+using ConfigKey = Text<512>;
+
+/** The value of one key as the store holds it now; an absent key reads as the empty text. */
+class ConfigValue
+{
+  public:
+    /** @param size  the documented size of the value's buffer: longer values are cut to it */
+    explicit ConfigValue(const char *key, std::size_t size = kValueSize)
+    {
+        text_[0] = '\0';
+        found_ = GetValue(key, text_) != 0;
+        text_[(size < kValueSize ? size : kValueSize) - 1] = '\0';
+    }
+
+    /** What the store reported, which is not the same as not being empty. */
+    bool found() const { return found_; }
+    bool empty() const { return text_[0] == '\0'; }
+    const char *c_str() const { return text_; }
+    int to_int() const { return atoi(text_); }
+    bool operator==(std::string_view text) const { return text == text_; }
+
+  private:
+    bool found_;
+    char text_[kValueSize];
+};
+
+/** The integer stored under a key, 0 when absent. */
+inline int config_int(const char *key)
+{
+    return ConfigValue{key}.to_int();
+}
+
+}  // namespace prod

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+// Logging inside the library. Exported functions use the PROD_LOG_* macros of the public header;
+// inner functions are handed the exported function's Site, so that a line always names the
+// function that a caller knows.
+#pragma once
+
+#include <cstring>
+
+#include "internal/console.hpp"
+#include "internal/handle.hpp"
+#include "prod_common_debug.h"
+
+namespace prod
+{
+
+/** The module that most messages of the library belong to. */
+inline constexpr const char *kProd = "prod";
+
+#define PROD_LOG_ERROR_AT(site, module, ...) \
+    prod_debug((site).func, (site).line, PROD_DBG_ERROR, (module), __VA_ARGS__)
+
+#define PROD_LOG_GATED_AT(site, level, module, ...)                               \
+    do {                                                                          \
+        if (get_dbg_level(module) >= (level)) {                                   \
+            prod_debug((site).func, (site).line, (level), (module), __VA_ARGS__); \
+        }                                                                         \
+    } while (0)
+
+/** Whether a module talks at @p level and above: for output that is not a log line. */
+inline bool dbg_enabled(const char *module, prod_dbg_lvl_t level)
+{
+    return get_dbg_level(module) >= level;
+}
+
+/**
+ * Entry and exit traces of a function. The exit line is written only on the paths that say so,
+ * with the result on its way out: "return trace.leave(HLX_OK);".
+ */
+class FunctionTrace
+{
+  public:
+    explicit FunctionTrace(Site site, const char *module = kProd) : site_(site), module_(module)
+    {
+        PROD_LOG_GATED_AT(site_, PROD_DBG_TRACE, module_, "ENTER >>> %s", site_.func);
+    }
+
+    void leave() const
+    {
+        const ErrnoKeeper keep;
+        PROD_LOG_GATED_AT(site_, PROD_DBG_TRACE, module_, "LEAVE <<< %s", site_.func);
+    }
+
+    template <typename T>
+    T leave(T result) const
+    {
+        leave();
+        return result;
+    }
+
+  private:
+    Site site_;
+    const char *module_;
+};
+
+}  // namespace prod

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// Text in fixed room: formatted keys, paths, commands and lines that are cut, never overrun.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "prod_common_types.h"
+
+namespace prod
+{
+
+/** What "%s" prints for a null text on the device; said explicitly, since libraries differ. */
+inline const char *or_null(const char *text)
+{
+    return text != nullptr ? text : "(null)";
+}
+
+/** Copies at most @p size - 1 characters and terminates; does nothing when there is no room. */
+inline void copy_text(char *out, std::size_t size, std::string_view text)
+{
+    if (size == 0) {
+        return;
+    }
+    const std::size_t length = text.size() < size ? text.size() : size - 1;
+    memcpy(out, text.data(), length);
+    out[length] = '\0';
+}
+
+template <std::size_t N>
+void copy_text(char (&out)[N], std::string_view text)
+{
+    copy_text(out, N, text);
+}
+
+/** A formatted text of at most Size - 1 characters; what does not fit is cut. */
+template <std::size_t Size>
+class Text
+{
+  public:
+    Text() { data_[0] = '\0'; }
+
+    PROD_PRINTF(2, 3) explicit Text(const char *format, ...)
+    {
+        data_[0] = '\0';
+        va_list args;
+        va_start(args, format);
+        vappend(format, args);
+        va_end(args);
+    }
+
+    PROD_PRINTF(2, 3) void append(const char *format, ...)
+    {
+        va_list args;
+        va_start(args, format);
+        vappend(format, args);
+        va_end(args);
+    }
+
+    void append(std::string_view text)
+    {
+        const std::size_t length = text.size() < room() ? text.size() : room() - 1;
+        memcpy(data_ + length_, text.data(), length);
+        length_ += length;
+        data_[length_] = '\0';
+    }
+
+    void append(char c) { append(std::string_view{&c, 1}); }
+
+    __attribute__((format(printf, 2, 0))) void vappend(const char *format, va_list args)
+    {
+        const int wanted = vsnprintf(data_ + length_, room(), format, args);
+        if (wanted < 0) {
+            data_[length_] = '\0';
+            return;
+        }
+        const auto length = static_cast<std::size_t>(wanted);
+        length_ += length < room() ? length : room() - 1;
+    }
+
+    const char *c_str() const { return data_; }
+    std::string_view view() const { return {data_, length_}; }
+    std::size_t size() const { return length_; }
+    bool empty() const { return length_ == 0; }
+    static constexpr std::size_t capacity() { return Size; }
+
+  private:
+    std::size_t room() const { return Size - length_; }
+
+    std::size_t length_ = 0;
+    char data_[Size];
+};
+
+}  // namespace prod

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "support/time.hpp"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+namespace
+{
+
+bool simulated;
+long long simulated_us;
+std::vector<long long> sleeps_us;
+
+template <typename Function>
+Function real(const char *name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+void sleep_for(long long us)
+{
+    sleeps_us.push_back(us);
+    simulated_us += us;
+}
+
+}  // namespace
+
+extern "C" {
+
+int usleep(useconds_t us)
+{
+    if (!simulated) {
+        return real<int (*)(useconds_t)>("usleep")(us);
+    }
+    sleep_for(us);
+    return 0;
+}
+
+unsigned int sleep(unsigned int seconds)
+{
+    if (!simulated) {
+        return real<unsigned int (*)(unsigned int)>("sleep")(seconds);
+    }
+    sleep_for(seconds * 1000000LL);
+    return 0;
+}
+
+int nanosleep(const struct timespec *wanted, struct timespec *left)
+{
+    if (!simulated) {
+        return real<int (*)(const struct timespec *, struct timespec *)>("nanosleep")(wanted, left);
+    }
+    sleep_for(wanted->tv_sec * 1000000LL + wanted->tv_nsec / 1000);
+    return 0;
+}
+
+time_t time(time_t *out) noexcept
+{
+    if (!simulated) {
+        static const auto real_time = real<time_t (*)(time_t *)>("time");
+        return real_time(out);
+    }
+    const time_t now = simulated_us / 1000000;
+    if (out != nullptr) {
+        *out = now;
+    }
+    return now;
+}
+
+int clock_gettime(clockid_t clock, struct timespec *now) noexcept
+{
+    if (!simulated) {
+        static const auto real_clock_gettime =
+            real<int (*)(clockid_t, struct timespec *)>("clock_gettime");
+        return real_clock_gettime(clock, now);
+    }
+    now->tv_sec = simulated_us / 1000000;
+    now->tv_nsec = simulated_us % 1000000 * 1000;
+    return 0;
+}
+}
+
+namespace test
+{
+
+SimulatedTime::SimulatedTime(time_t now)
+{
+    simulated_us = now * 1000000LL;
+    sleeps_us.clear();
+    simulated = true;
+}
+
+SimulatedTime::~SimulatedTime()
+{
+    simulated = false;
+}
+
+void SimulatedTime::pass(double seconds)
+{
+    simulated_us += static_cast<long long>(seconds * 1e6);
+}
+
+const std::vector<long long> &SimulatedTime::sleeps() const
+{
+    return sleeps_us;
+}
+
+}  // namespace test

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// Time under a test's control. The C library's sleeps and clocks are interposed in every test
+// program; they pass through until a SimulatedTime lives.
+#pragma once
+
+#include <ctime>
+#include <vector>
+
+namespace test
+{
+
+/**
+ * While it lives, sleeps return at once and move the simulated clocks, wall clock and monotonic
+ * clock alike, and are recorded.
+ */
+class SimulatedTime
+{
+  public:
+    explicit SimulatedTime(time_t now = 1000000000);
+    ~SimulatedTime();
+    SimulatedTime(const SimulatedTime &) = delete;
+    SimulatedTime &operator=(const SimulatedTime &) = delete;
+
+    /** Moves the clocks. */
+    void pass(double seconds);
+
+    /** Every sleep asked for so far, in microseconds. */
+    const std::vector<long long> &sleeps() const;
+};
+
+}  // namespace test

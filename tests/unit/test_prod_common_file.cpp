@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include "prod_common_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+
+#include "support/capture.hpp"
+#include "support/files.hpp"
+
+using test::log_line;
+using test::printed;
+using test::printed_at;
+using test::Prints;
+using test::read_text;
+using test::write_text;
+
+namespace
+{
+
+constexpr const char *kFile = "/tmp/file";
+constexpr const char *kMissing = "/tmp/missing";
+
+struct Content {
+    std::string text;
+    u32 len = 4711;
+};
+
+/** What get_file_content() gives, or nothing. */
+std::optional<Content> content(const char *path)
+{
+    Content result;
+    void *data = nullptr;
+    if (get_file_content(path, &data, &result.len) == 0) {
+        return std::nullopt;
+    }
+    const std::unique_ptr<void, decltype(&free)> owner{data, free};
+    result.text.assign(static_cast<const char *>(data), result.len + std::size_t{1});
+    return result;
+}
+
+TEST(GetFileSize, OfARegularFile)
+{
+    write_text(kFile, "12345");
+    u32 len = 0;
+    EXPECT_EQ(get_file_size(kFile, &len), 1);
+    EXPECT_EQ(len, 5U);
+    EXPECT_EQ(get_file_size(kFile, nullptr), 1);
+}
+
+TEST(GetFileSize, Failures)
+{
+    u32 len = 4711;
+    EXPECT_EQ(printed([&] { EXPECT_EQ(get_file_size(nullptr, &len), 0); }), "");
+    EXPECT_THAT(
+        printed([&] { EXPECT_EQ(get_file_size(kMissing, &len), 0); }),
+        Prints(log_line(PROD_DBG_ERROR, "get_file_size",
+                        "Failed(2) to stat file '/tmp/missing', No such file or directory.")));
+    EXPECT_THAT(printed([&] { EXPECT_EQ(get_file_size("/tmp", &len), 0); }),
+                Prints(log_line(PROD_DBG_ERROR, "get_file_size", "'/tmp' is not a file.")));
+    EXPECT_EQ(len, 4711U);
+}
+
+TEST(GetFileSize, MoreThan32BitsIsRefused)
+{
+    write_text(kFile, "");
+    ASSERT_EQ(truncate(kFile, (1LL << 32) - 2), 0);
+    u32 len = 0;
+    EXPECT_EQ(get_file_size(kFile, &len), 1);
+    EXPECT_EQ(len, 0xFFFFFFFEU);
+    ASSERT_EQ(truncate(kFile, (1LL << 32) - 1), 0);
+    EXPECT_THAT(printed([&] { EXPECT_EQ(get_file_size(kFile, &len), 0); }),
+                Prints(log_line(PROD_DBG_ERROR, "get_file_size",
+                                "Failed(27) to stat file '/tmp/file', File too large.")));
+    EXPECT_THAT(printed([&] { EXPECT_FALSE(content(kFile)); }),
+                Prints(log_line(PROD_DBG_ERROR, "get_file_content", "Out of memory.")));
+}
+
+TEST(GetFileContent, IsTerminatedAndWhole)
+{
+    const std::string text{"a\0b\nc", 5};
+    write_text(kFile, text);
+    const int before = test::open_descriptors();
+    const auto read = content(kFile);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->text, text + '\0');
+    EXPECT_EQ(read->len, 5U);
+    EXPECT_EQ(test::open_descriptors(), before);
+
+    void *data = nullptr;
+    EXPECT_EQ(get_file_content(kFile, &data, nullptr), 1);
+    free(data);
+}
+
+TEST(GetFileContent, AnEmptyFileIsAnEmptyText)
+{
+    write_text(kFile, "");
+    EXPECT_THAT(printed_at(PROD_DBG_DEBUG,
+                           [] {
+                               const auto read = content(kFile);
+                               ASSERT_TRUE(read);
+                               EXPECT_EQ(read->text, std::string(1, '\0'));
+                           }),
+                Prints(log_line(PROD_DBG_DEBUG, "get_file_content", "fread /tmp/file 0!=1")));
+    EXPECT_EQ(content("/proc/self/stat")->text, std::string(1, '\0'));
+}
+
+TEST(GetFileContent, Failures)
+{
+    void *data = &data;
+    u32 len = 4711;
+    EXPECT_EQ(printed_at(PROD_DBG_TRACE,
+                         [&] {
+                             EXPECT_EQ(get_file_content(nullptr, &data, &len), 0);
+                             EXPECT_EQ(get_file_content(kFile, nullptr, &len), 0);
+                         }),
+              "");
+    EXPECT_THAT(
+        printed_at(PROD_DBG_DEBUG, [&] { EXPECT_EQ(get_file_content(kMissing, &data, &len), 0); }),
+        Prints(log_line(PROD_DBG_DEBUG, "get_file_content",
+                        "Failed(2) to stat file /tmp/missing, No such file or directory.")));
+    EXPECT_THAT(
+        printed_at(PROD_DBG_DEBUG, [&] { EXPECT_EQ(get_file_content("/tmp", &data, &len), 0); }),
+        Prints(log_line(PROD_DBG_DEBUG, "get_file_content", "/tmp is not a file.")));
+    EXPECT_EQ(printed([&] { EXPECT_EQ(get_file_content("/tmp", &data, &len), 0); }), "");
+    EXPECT_EQ(data, &data);
+    EXPECT_EQ(len, 4711U);
+}
+
+TEST(WriteFile, KeepsTheTailOfALongerFile)
+{
+    write_text(kFile, "xyz");
+    EXPECT_EQ(write_file(kFile, "ab", 2), 1);
+    EXPECT_EQ(read_text(kFile), "abz");
+}
+
+TEST(WriteFile, CreatesTheFile)
+{
+    test::remove_all(kFile);
+    EXPECT_EQ(write_file(kFile, "ab", 2), 1);
+    struct stat status;
+    ASSERT_EQ(stat(kFile, &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644U);
+    EXPECT_EQ(read_text(kFile), "ab");
+}
+
+TEST(WriteFile, Failures)
+{
+    EXPECT_EQ(printed([] {
+                  EXPECT_EQ(write_file(nullptr, "a", 1), 0);
+                  EXPECT_EQ(write_file(kFile, nullptr, 1), 0);
+                  EXPECT_EQ(write_file(kFile, "a", 0), 0);
+              }),
+              "");
+    EXPECT_THAT(printed([] { EXPECT_EQ(write_file("/tmp/no/file", "a", 1), 0); }),
+                Prints(log_line(PROD_DBG_ERROR, "write_file",
+                                "Failed(2) to open /tmp/no/file, No such file or directory.")));
+    const test::MountedFolder full{"/tmp/full"};
+    full.fill();
+    EXPECT_THAT(printed([] { EXPECT_EQ(write_file("/tmp/full/new", "a", 1), 0); }),
+                Prints(log_line(PROD_DBG_ERROR, "write_file",
+                                "Failed(28) to write /tmp/full/new, No space left on device.")));
+}
+
+TEST(TouchFile, LeavesAnExistingFileAlone)
+{
+    write_text(kFile, "abc");
+    struct stat before;
+    ASSERT_EQ(stat(kFile, &before), 0);
+    touch_file(kFile);
+    struct stat after;
+    ASSERT_EQ(stat(kFile, &after), 0);
+    EXPECT_EQ(read_text(kFile), "abc");
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+}
+
+TEST(TouchFile, CreatesAnEmptyFile)
+{
+    test::remove_all(kFile);
+    touch_file(kFile);
+    struct stat status;
+    ASSERT_EQ(stat(kFile, &status), 0);
+    EXPECT_EQ(status.st_size, 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644U);
+}
+
+TEST(TouchFile, Failure)
+{
+    EXPECT_EQ(printed([] { touch_file(nullptr); }), "");
+    EXPECT_THAT(printed([] { touch_file("/tmp/no/file"); }),
+                Prints(log_line(PROD_DBG_ERROR, "touch_file",
+                                "Failed(2) to open /tmp/no/file, No such file or directory.")));
+}
+
+}  // namespace
