@@ -71,7 +71,7 @@ int CommitCfm(void)
 int RestoreValue(void)
 {
     Buffer defaults;
-    if (!platform::read_config_file(platform::kDefaultsFile, defaults) ||
+    if (!platform::read_file(platform::kDefaultsFile, defaults, platform::kLargestConfig) ||
         ConfigSummary{defaults.view()}.settings == 0) {
         return 0;
     }

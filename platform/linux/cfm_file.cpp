@@ -16,45 +16,9 @@ namespace
 constexpr const char *kPersistentFolder = "/cfg";
 constexpr const char *kNewFile = "/cfg/cfm.cfg.new";
 constexpr mode_t kPrivate = 0600;  // the configuration holds passwords
-constexpr off_t kLargestFile = 16 * 1024 * 1024;
-constexpr std::size_t kFirstRoom = 64 * 1024;
 constexpr std::string_view kLineBreaks{"\n\r\0", 3};
 
-bool write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t written = ::write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 }  // namespace
-
-bool Buffer::reserve(std::size_t size)
-{
-    if (size <= room_) {
-        return true;
-    }
-    std::size_t room = room_ > 0 ? room_ : kFirstRoom;
-    while (room < size) {
-        room *= 2;
-    }
-    auto *const larger = static_cast<char *>(realloc(data_.get(), room));
-    if (larger == nullptr) {
-        return false;
-    }
-    static_cast<void>(data_.release());
-    data_.reset(larger);
-    room_ = room;
-    return true;
-}
 
 bool is_key(std::string_view key)
 {
@@ -73,7 +37,7 @@ bool ConfigText::next()
 {
     while (!rest_.empty()) {
         const std::size_t end = rest_.find('\n');
-        std::string_view line = rest_.substr(0, end);
+        std::string_view line = first_of(rest_, end);
         rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
         if (!line.empty() && line.back() == '\r') {
             line.remove_suffix(1);
@@ -83,8 +47,8 @@ bool ConfigText::next()
             continue;
         }
         const std::size_t equals = line.find('=');
-        key_ = line.substr(0, equals);
-        value_ = equals == std::string_view::npos ? line : line.substr(equals + 1);
+        key_ = first_of(line, equals);
+        value_ = after(line, key_.size() + 1);
         if (equals != std::string_view::npos && is_key(key_) && is_value(value_)) {
             return true;
         }
@@ -100,29 +64,6 @@ ConfigSummary::ConfigSummary(std::string_view text)
         ++settings;
     }
     sound = lines.damaged() == 0;
-}
-
-bool read_config_file(const char *path, Buffer &out)
-{
-    const Fd fd{open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
-    struct stat status;
-    if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > kLargestFile) {
-        return false;
-    }
-    char chunk[4096];
-    for (;;) {
-        const ssize_t got = read(fd.get(), chunk, sizeof(chunk));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got <= 0) {
-            return got == 0;
-        }
-        if (!out.append({chunk, static_cast<std::size_t>(got)})) {
-            return false;
-        }
-    }
 }
 
 NewPersistentFile::~NewPersistentFile()

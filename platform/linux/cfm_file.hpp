@@ -2,11 +2,9 @@
 // The store as text: "key=value" lines, and the file on the persistent partition that holds them.
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 
-#include "handle.hpp"
+#include "file.hpp"
 #include "platform/cfm.h"
 
 namespace platform
@@ -14,31 +12,7 @@ namespace platform
 
 inline constexpr const char *kPersistentFile = "/cfg/cfm.cfg";
 inline constexpr const char *kDefaultsFile = "/etc/default.cfg";
-
-/** Text that grows, on the heap. */
-class Buffer
-{
-  public:
-    /** False when the memory cannot be had; the text is then as it was. */
-    bool append(std::string_view text)
-    {
-        if (!reserve(size_ + text.size())) {
-            return false;
-        }
-        memcpy(data_.get() + size_, text.data(), text.size());
-        size_ += text.size();
-        return true;
-    }
-
-    bool reserve(std::size_t size);
-    std::string_view view() const { return {data_.get(), size_}; }
-    char *release() { return data_.release(); }
-
-  private:
-    Allocated<char> data_;
-    std::size_t size_ = 0;
-    std::size_t room_ = 0;
-};
+inline constexpr off_t kLargestConfig = 16 * 1024 * 1024;
 
 /** A key is text of 1 to CFM_KEY_MAX bytes that can start a line: no '=', no leading '#'. */
 bool is_key(std::string_view key);
@@ -77,9 +51,6 @@ struct ConfigSummary {
     int settings = 0;
     bool sound = true;
 };
-
-/** Appends a whole file to @p out; false when it cannot be read or is no file of sensible size. */
-bool read_config_file(const char *path, Buffer &out);
 
 /**
  * A persistent file on its way: written beside the real one and on the medium before it takes its

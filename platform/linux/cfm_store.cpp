@@ -204,7 +204,7 @@ void read_initial(Buffer &out)
 {
     for (const char *const path : {kPersistentFile, kDefaultsFile}) {
         Buffer text;
-        if (read_config_file(path, text) && ConfigSummary{text.view()}.settings > 0) {
+        if (read_file(path, text, kLargestConfig) && ConfigSummary{text.view()}.settings > 0) {
             out = static_cast<Buffer &&>(text);
             return;
         }
