@@ -1,14 +1,147 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * File helpers. All log under module "prod".
+ * The state that other daemons leave in files: WAN addresses, rates, connection times and DNS
+ * servers; and the small file helpers. All log under module "prod".
+ *
+ * Every function may be called from any thread. Those that log at all write entry and exit traces
+ * at level 5, the exit trace only on success; the file helpers write none.
+ *
+ * The number in a file's name is the WAN id, 1 to 4:
+ * - "/etc/wan%d.ini": the WAN's addresses, lines "ip=", "mask=", "gateway=", "dns1=", "dns2=" with
+ *   a dotted quad each, written by file_wan_ip_save(), read in any order among other lines;
+ * - "/etc/wan%d2.ini": the same for the second access of a double-access WAN;
+ * - "/etc/conntime%d": the system up-time in seconds at which the connection came up;
+ * - "/etc/dns%d": one DNS server a line.
  */
 #ifndef PROD_COMMON_FILE_H
 #define PROD_COMMON_FILE_H
 
 #include "prod_common_types.h"
 
+/** Addresses of a WAN, dotted-quad texts. */
+typedef struct {
+    char wan_ip[16];
+    char wan_mask[16];
+    char wan_gw[16];
+    char wan_dns1[16];
+    char wan_dns2[16];
+} WAN_IP_INFO, WAN_IP_INFO_STRU;
+
+/** Rates of a WAN with two decimals, in 1024 bytes a second. */
+typedef struct {
+    char up_flow[64];
+    char down_flow[64];
+} WAN_INFO_FLOW, WAN_INFO_FLOW_STRU;
+
+/** Everything a status page shows of a WAN. */
+typedef struct {
+    HLX_WAN_LINK_STATUS_ENUM link_status;
+    WAN_IP_INFO_STRU ip_info;
+    WAN_IP_INFO_STRU double_ip_info; /**< second address set of a double-access WAN */
+    WAN_INFO_FLOW_STRU flow;
+    char conntime[32]; /**< seconds since the connection came up */
+} WAN_STATUS_INFO, WAN_STATUS_INFO_STRU;
+
 PROD_BEGIN
+
+/* ---- files of the WANs --------------------------------------------------------------------- */
+
+/** Address files by WAN id - 1: "/etc/wan1.ini" to "/etc/wan4.ini", then an empty entry. */
+PROD_API extern const char g_wan_ip_info[5][16];
+
+/** Double-access address files: "/etc/wan12.ini" to "/etc/wan42.ini", then an empty entry. */
+PROD_API extern const char g_wan_ip_info2[5][16];
+
+/** WAN daemons' own files: "/etc/wan1.cfg" to "/etc/wan4.cfg", then an empty entry. */
+PROD_API extern const char g_wan_cfg_file[5][16];
+
+/**
+ * Writes a WAN address file, replacing what was there.
+ * @return HLX_OK; HLX_ERR, logged at level 2, for a NULL argument and when the file cannot be
+ *         opened
+ */
+PROD_API HLX_RETURN_CODE file_wan_ip_save(const char *file_name, const WAN_IP_INFO_STRU *ip_info);
+
+/**
+ * Reads a WAN address file. A key that is missing or empty, also because there is no file, gives
+ * "0.0.0.0"; a value is cut at 15 characters.
+ * @param ip_info  untouched, and "arg is null." logged at level 2, when an argument is NULL
+ */
+PROD_API void file_get_ip_info_from_ini(const char *file_name, WAN_IP_INFO_STRU *ip_info);
+
+/**
+ * Addresses of a WAN, read as by file_get_ip_info_from_ini().
+ * @return HLX_OK, also without a file; HLX_ERR, logged at level 2, for a WAN id that is not 1 to 4
+ *         or a NULL @p ip_info
+ */
+PROD_API HLX_RETURN_CODE file_wan_ip_info_get(WAN_ID_NUM_ENUM wan_id, WAN_IP_INFO_STRU *ip_info);
+
+/**
+ * Second addresses of a double-access WAN. As file_wan_ip_info_get(); a NULL @p ip_info also
+ * prints a line of dashes with the function and the source line.
+ */
+PROD_API HLX_RETURN_CODE file_wan_get_extra_ip_info(WAN_ID_NUM_ENUM wan_id,
+                                                    WAN_IP_INFO_STRU *ip_info);
+
+/**
+ * Addresses of a WAN as its file has them: what is missing or empty stays empty, values are cut at
+ * 15 characters and at a carriage return.
+ * @param info  cleared once the file could be read; untouched otherwise
+ * @return 1 when at least one key had a value, else 0 (also for a NULL @p info)
+ */
+PROD_API int get_wan_info_by_id(int wanid, WAN_IP_INFO_STRU *info);
+
+/**
+ * Present rates of a WAN, from the kernel's traffic module.
+ *
+ * The module's answer is printed to standard output when the level of module "kjson" is above 2.
+ *
+ * @param flow  cleared first; "0.00" twice for a WAN that the module does not know
+ * @return HLX_OK; HLX_ERR for a NULL @p flow and, logged at level 2, when the rates cannot be had
+ */
+PROD_API HLX_RETURN_CODE file_wan_flow_get(int wan_id, WAN_INFO_FLOW_STRU *flow);
+
+/**
+ * The number at the start of a connection-time file.
+ * @return 0 when there is none, @p fname is NULL, or, logged at level 2, the file cannot be opened
+ */
+PROD_API int file_wan_get_up_time(const char *fname);
+
+/**
+ * Seconds since a connection came up: the present up-time minus the file's number. Negative when
+ * the file tells of a time to come.
+ * @param conntime  32 bytes; receives decimal text, "0" when the file has no number above 0
+ */
+PROD_API void file_wan_conntime_get(const char *file_name, char *conntime);
+
+/**
+ * DNS servers of a WAN: the first two lines of "/etc/dns%d" with at least 7 characters.
+ * @param dns1  32 bytes, since a line of 31 characters is copied whole; "0.0.0.0" without a server
+ * @param dns2  the same for the second server
+ */
+PROD_API void get_dns_by_wanid(int wanid, char *dns1, char *dns2);
+
+/**
+ * Everything a status page shows of a WAN.
+ *
+ * For a connected WAN the record gets its addresses, the second set only when its file exists, the
+ * rates and the connection time; a part that cannot be had is logged at level 2 and left out. In
+ * any other state addresses become empty, rates and connection time "0". double_ip_info keeps what
+ * the caller put there unless the second set was read.
+ *
+ * @param l2_type   only HLX_L2TYPE_WIRED is served
+ * @param con_type  HLX_WAN_CONNECT_BUTT is accepted
+ * @return HLX_OK; HLX_ERR, logged at level 2, for an argument out of range or NULL, and for
+ *         another layer-2 type
+ */
+PROD_API HLX_RETURN_CODE file_wan_status_info_get(HLX_L2TYPE_ENUM l2_type,
+                                                  HLX_WAN_CONNECT_TYPE_ENUM con_type,
+                                                  WAN_ID_NUM_ENUM wan_id,
+                                                  HLX_SYS_WORK_MODE_ENUM sys_mode,
+                                                  WAN_STATUS_INFO_STRU *wan_status);
+
+/* ---- file helpers ------------------------------------------------------------------------- */
 
 /**
  * Size of a regular file.

@@ -1,0 +1,213 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file
+ * Interfaces and neighbours: masks, MACs and addresses turned into each other, the kernel's
+ * neighbour table, what an interface has, client records, policy-routing rules.
+ *
+ * The neighbour table is "/proc/net/arp"; its incomplete entries (flags 0) never match except
+ * where said otherwise. Nothing is kept between calls. All functions may be called from any thread
+ * unless said otherwise. All log under module "prod".
+ *
+ * MAC texts are "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX": 17 characters, 18 bytes. A raw MAC is
+ * 6 bytes.
+ */
+#ifndef PROD_COMMON_IFADDRS_H
+#define PROD_COMMON_IFADDRS_H
+
+#include <cjson/cJSON.h>
+
+#include "prod_common_types.h"
+
+/**
+ * One client of the online-clients view. Its layout depends on the machine: 64-bit members follow
+ * smaller ones, and the last two bytes are bit-fields.
+ */
+typedef struct {
+    u8 ip[32];
+    u8 mac[32];
+    u16 pad;
+    u32 connect;
+    u32 client_type;
+    u64 up_bytes;
+    u64 last_up_bytes;
+    u64 down_bytes;
+    u64 last_down_bytes;
+    u64 up_packets;
+    u64 down_packets;
+    u64 alive_time;
+    u8 forbid;
+    u8 privilege;
+    u16 temp_enable;
+    u32 temp_up_rate;
+    u32 temp_down_rate;
+    u32 max_up_rate;
+    u32 max_down_rate;
+    u8 port_name[2048];
+    u8 url_name[2048];
+    u8 app_name[2048];
+    u8 qos_name[2048];
+    u64 thisCalcTime;
+    u64 lastCalcTime;
+    u8 port_filter_flag : 2;
+    u8 app_filter_flag : 2;
+    u8 url_filter_flag : 2;
+    u8 limit_rate_flag : 2;
+    u8 share_mode : 2;
+    u8 policy_mode : 2;
+    u8 priority : 2;
+    u8 pppoe_flag : 2;
+} USER_INFO, USER_INFO_STRU;
+
+PROD_BEGIN
+
+/**
+ * Prefix length of a dotted-quad mask: its leading one bits, and only those (255.0.255.0 gives 8).
+ * @return 0 to 32; text that is no address, and NULL, count as 255.255.255.255
+ */
+PROD_API int ipmask_to_numeric(const char *mask);
+
+/**
+ * Whether a text is an address of a host.
+ * @return 1; 0 for "0.0.0.0", "255.255.255.255", NULL and text that is no address
+ */
+PROD_API int ipv4_is_valid(const char *ip);
+
+/**
+ * Reads a MAC text, of either case, one or two digits a field.
+ * @param mac  6 bytes; a text with fewer fields fills only those
+ * @return 1; 0 when an argument is NULL or not all six fields were there
+ */
+PROD_API int mac_str_to_bin(const char *mac_str, unsigned char *mac);
+
+/**
+ * Writes a MAC as upper-case text, cut at @p size - 1 characters.
+ * @param size  bytes of @p mac_str; 18 hold the whole text
+ * @return 1; 0, and nothing written, when a pointer is NULL or @p size is 0
+ */
+PROD_API int mac_bin_to_str(const unsigned char *mac, char *mac_str, unsigned int size);
+
+/**
+ * Name of the LAN bridge.
+ * @return text of the hardware layer, not to be freed; NULL when the board has no LAN
+ */
+PROD_API char *ifaddrs_get_lan_ifname(void);
+
+/**
+ * MAC of a neighbour by its address.
+ *
+ * @p ip may be a dotted quad, or an IPv4-mapped IPv6 text ("::ffff:" and the dotted quad): what
+ * stands behind its seventh character is looked for as well, and then even an incomplete entry
+ * matches. An entry whose MAC cannot be read is passed over.
+ *
+ * @param mac  6 bytes; untouched unless found
+ * @return 0 when found. Otherwise -1 for a NULL argument and for a table that cannot be opened
+ *         (the latter logged at level 2), or the number of fields read from the table's last line:
+ *         3 as a rule, and 0 for a table without entries, which a caller cannot tell from "found"
+ */
+PROD_API int ifaddrs_get_mac_by_ip(const char *ip, unsigned char *mac);
+
+/** The same as ifaddrs_get_mac_by_ip(), with entry and exit traces. */
+PROD_API int ifaddrs_get_mac_address_by_ipstr(const char *ip, unsigned char *mac);
+
+/**
+ * MAC text of a neighbour by its address, found as by ifaddrs_get_mac_by_ip().
+ * @param mac_str  18 bytes; receives the text, "00:00:00:00:00:00" for an address that is not in
+ *                 the table, or "0.0.0.0" when the table cannot be opened or @p ip is NULL
+ */
+PROD_API void ifaddrs_get_macstr_by_ip(const char *ip, char *mac_str);
+
+/**
+ * MAC text of a neighbour on the LAN: on "br0" or on a "vlan" device numbered above 9. The VLANs
+ * 0 to 9 belong to the WAN side.
+ * @param mac_str  18 bytes; receives the text as the table has it; untouched unless found
+ * @return 1 when found, else 0; a table that cannot be opened is logged at level 2
+ */
+PROD_API int lan_get_macstr_by_ip(const char *ip, char *mac_str);
+
+/**
+ * Address of a neighbour by its MAC text, of either case.
+ * @param ip  16 bytes; receives the address, or "0.0.0.0" when the MAC is not in the table; while
+ *            the table is read it holds the address of one entry after the other
+ * @return 1 when found; 0 otherwise, also for a NULL argument and, logged at level 2, for a table
+ *         that cannot be opened (@p ip is then untouched)
+ */
+PROD_API int ifaddrs_get_ip_by_macstr(char *ip, const char *mac_str);
+
+/**
+ * MTU of an interface.
+ * @param ifname  its first 15 characters count
+ * @return the MTU; 1500 when it cannot be had (logged at level 2, but for a NULL name) or is 0
+ */
+PROD_API int get_mtu_by_ifname(const char *ifname);
+
+/**
+ * Netmask of an interface.
+ * @param ifname  its first 15 characters count
+ * @return the mask in network byte order; 0 when the interface has none (silently), @p ifname is
+ *         NULL, or, logged at level 2, no socket can be made
+ */
+PROD_API uint32_t ifaddrs_get_interface_mask(const char *ifname);
+
+/**
+ * Hardware address of an interface.
+ * @param ifname  its first 15 characters count
+ * @param mac     6 bytes; untouched on failure
+ * @return 1; 0 for a NULL argument and, logged at level 2, on failure
+ */
+PROD_API int get_mac_by_ifname(const char *ifname, unsigned char *mac);
+
+/**
+ * MAC text of the LAN bridge.
+ * @param mac_str  18 bytes; all zeroes are written when the address cannot be had
+ */
+PROD_API void get_lan_mac(char *mac_str);
+
+/**
+ * Host name of the first DHCP client with that MAC, ignoring case.
+ * @return text inside @p dhcpList; NULL when the list is NULL or empty, @p mac is NULL, no client
+ *         matches, or the one that does gave no name ("" or "(null)")
+ */
+PROD_API char *get_hostname_by_mac(DHCPS_CLIENT_LIST_STRU *dhcpList, int dhcp_num, const char *mac);
+
+/**
+ * Fills a client's record from the online-clients view: the first object of the array "List"
+ * whose "Mac" is exactly @p mac.
+ *
+ * Filled are ip (cut at 31 characters), connect, up_bytes, down_bytes, last_up_bytes,
+ * last_down_bytes, thisCalcTime, lastCalcTime and alive_time; a member that the object lacks or
+ * whose text is no number leaves its field as it was. All other fields stay untouched. The view is
+ * printed to standard output when the level of module "json" is above 3.
+ *
+ * @param online_infos  the view; only read
+ * @param ip            only for the message that nothing was found
+ * @return 1 when found; 0 when an argument is NULL, there is no "List", or, logged at level 3, no
+ *         object matches; @p info is then untouched
+ */
+PROD_API int get_ip_info_by_ipmac(cJSON *online_infos, const char *ip, const char *mac,
+                                  USER_INFO_STRU *info);
+
+/**
+ * Deletes the policy-routing rules that "ip rule" lists with both the priority and the table: one
+ * delete command for each listed line. Runs shell commands and waits for them; uses the file
+ * "/var/ip_rule_del_tmp_13579", so one process at a time.
+ *
+ * @param prio   priority; nothing is done when negative
+ * @param table  name or number of the table; nothing is done when NULL, empty, or with a character
+ *               that no table name has (blanks, quotes and whatever else the shell interprets)
+ */
+PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
+
+/**
+ * Adds one to a MAC, counted at byte @p c with carries towards byte 1; byte 0, the vendor's, never
+ * changes.
+ *
+ * @param mac  6 bytes
+ * @param c    1 to 5
+ * @return 0; -1, logged at level 2, for a NULL @p mac or another @p c (nothing changed) and when
+ *         the carry leaves byte 1 (bytes 1 to @p c are then 0)
+ */
+PROD_API int ifaddrs_mac_increase(unsigned char *mac, int c);
+
+PROD_END
+
+#endif

@@ -1,0 +1,205 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file
+ * WANs: the numbers of their ports, their interfaces, their link status and the resolver file.
+ *
+ * An Ethernet port has four numbers. Its physical id is the switch's own, a decimal digit. Its web
+ * id is its 1-based place on the front panel. A WAN port has a WAN id from 1, a LAN port a LAN id
+ * from 1. "sys.ports" holds the physical ids in front-panel order; its first "wans.flag" places
+ * are the WANs in the order of their ids, the rest are LANs, whose ids count from the end. With
+ * "sys.ports" 43210 and "wans.flag" 1, port 4 is WAN 1 and web port 1, port 3 is LAN 4 and web
+ * port 2, port 0 is LAN 1 and web port 5.
+ *
+ * Every call reads the configuration afresh. "sys.ports" is not validated, and a port that occurs
+ * twice counts at its first place. Where 0 means "none", a port with physical id 0 looks the same.
+ *
+ * All functions may be called from any thread, except wanid_to_vifname() (static buffer),
+ * ifaddrs_get_wan_ifname() and prod_common_get_wanifname() (storage of get_eth_name()). The
+ * resolver file is edited without a lock: concurrent editors can lose updates.
+ */
+#ifndef PROD_COMMON_WAN_H
+#define PROD_COMMON_WAN_H
+
+#include "prod_common_types.h"
+
+PROD_BEGIN
+
+/* ---- tables by WAN id - 1 --------------------------------------------------------------- */
+
+/** PPP interface of each WAN: "ppp1" to "ppp4", then an empty entry. */
+PROD_API extern const char pppDevName[5][8];
+
+/** Ethernet id of each WAN, for get_eth_name(): 12 to 15, then 0. */
+PROD_API extern const int wanName[5];
+
+/** Process name of each WAN's DHCP client: "dhcpcd_wan1" to "dhcpcd_wan4". */
+PROD_API extern const char g_dhcp_dial_name[4][64];
+
+/* ---- port numbers ------------------------------------------------------------------------- */
+
+/**
+ * Physical id of a WAN's port. "wans.flag" does not count: an id beyond it gives a LAN's port.
+ * @return 0 when @p wan_id is below 1 or beyond the number of ports
+ */
+PROD_API int wanid_to_phyid(int wan_id);
+
+/** Physical id of a LAN's port. @return 0 when @p lan_id is below 1 or beyond the ports */
+PROD_API int lanid_to_phyid(int lan_id);
+
+/** Physical id of a port by its place on the front panel. @return 0 when there is no such place */
+PROD_API int web_portid_to_phyid(int webid);
+
+/** Place of a port on the front panel, from 1. @return 0 when there is no such port */
+PROD_API int phyid_to_web_portid(int phyid);
+
+/** 0-based place of a port in "sys.ports". @return -1 when there is no such port */
+PROD_API int phyid_to_port_index(int phyid);
+
+/** WAN id of a port. @return 0 when it is not a WAN's */
+PROD_API int phyid_to_wanid(int phyid);
+
+/** 1 when a port is a WAN's, else 0. */
+PROD_API int phyid_is_wan(int phyid);
+
+/** LAN id of a port. @return 0 when it is not a LAN's */
+PROD_API int phyid_to_lanid(int phyid);
+
+/**
+ * 1 when a port is a LAN's, else 0. The number of WANs is compared as it stands: with a negative
+ * "wans.flag" an unknown port counts as LAN.
+ */
+PROD_API int phyid_is_lan(int phyid);
+
+/** The number in "wan<n>" or "WAN<n>", not checked for range. @return 0 for anything else */
+PROD_API int wan_name_to_id(const char *name);
+
+/**
+ * WAN id of an interface: "vlan<n>" is WAN n - 1, "ppp<n>" WAN n, or n - 60 from 61 up,
+ * "eth<n>.<m>" the WAN whose port has that interface name, "eth<n>" WAN n.
+ * @return 0 for another name, and for a WAN that "wans.flag" does not count
+ */
+PROD_API int ifname_to_wanid(const char *ifname);
+
+/**
+ * VLAN id of a port, from the lines "<name> <physical id> vlan<VLAN id>" of "/etc/lan_wan_port".
+ * @return the first match, 0 when there is none or the file cannot be read
+ */
+PROD_API int phyid_to_vid(int phyid);
+
+/**
+ * Name of the interface that carries a WAN's IPv4 traffic: "ppp<n>" for PPPoE, "ppp6<n>" when only
+ * its IPv6 side dials PPPoE, else its physical interface.
+ *
+ * Reads "wan%d.connecttype", "ipv6.wan%d.type" and "ipv6.enable".
+ *
+ * @return a static buffer of 32 bytes that every thread shares and the next call overwrites; empty
+ *         for a WAN without a physical interface
+ */
+PROD_API char *wanid_to_vifname(int wanid);
+
+/**
+ * One value of a WAN's address file "/etc/wan%d.ini", without newlines and then without blanks at
+ * its ends.
+ * @param value  256 bytes; untouched unless found
+ * @return 1 when the key was found, else 0
+ */
+PROD_API int get_value_by_wanid(int wanid, const char *key, char *value);
+
+/**
+ * MAC of a WAN: "wan.mac", with one added to its fifth byte and one to its sixth, carries
+ * included, for each WAN before this one. Without "wan.mac" the count starts at zero.
+ * @param mac_str  18 bytes
+ */
+PROD_API void get_mac_by_wanid(int wan_id, char *mac_str);
+
+/* ---- link status -------------------------------------------------------------------------- */
+
+/**
+ * State of a WAN.
+ *
+ * Gateway mode: no cable, or no interface for the connection type, is HLX_WAN_NO_WIRE; an IPv4
+ * address on the interface (for WAN 1 also the file "/etc/ipv6_wan1.ini") HLX_WAN_CONNECTED; a
+ * running client process HLX_WAN_CONNECTING; else HLX_WAN_NOT_CONNECTED, and always so for static
+ * types. HLX_SYS_MODE_ADSL_GW is always HLX_WAN_NO_WIRE, HLX_SYS_MODE_ADSL_BR always
+ * HLX_WAN_CONNECTED. Logs under "prod" at levels 2 and 3, with entry and exit traces.
+ */
+PROD_API HLX_WAN_LINK_STATUS_ENUM system_wan_get_link_status(WAN_ID_NUM_ENUM wan_id,
+                                                             HLX_WAN_CONNECT_TYPE_ENUM con_type,
+                                                             HLX_SYS_WORK_MODE_ENUM sys_mode);
+
+/**
+ * Interface that carries a WAN's traffic in a system mode with a connection type.
+ * @return text of the library or of the hardware layer, not to be freed or changed; NULL when
+ *         there is none, and, logged at level 3, when an argument is out of range
+ */
+PROD_API char *ifaddrs_get_wan_ifname(int wanid, int sysmode, HLX_WAN_CONNECT_TYPE_ENUM wantype);
+
+/**
+ * IPv4 address of an interface.
+ *
+ * @param ifname   its first 15 characters count
+ * @param if_addr  16 bytes; receives the dotted quad, untouched when there is no address
+ * @param wan_id   for WAN 1 the file "/etc/ipv6_wan1.ini" stands for an address: the result is
+ *                 then 0 even when @p if_addr was not written, so initialise it
+ * @return 0 when there is an address, else -1 (also for a NULL argument)
+ */
+PROD_API int system_wan_ip_get(const char *ifname, char *if_addr, WAN_ID_NUM_ENUM wan_id);
+
+/**
+ * Whether an address is one of a host in the WAN's subnet.
+ * @return 1 when it is; 0 when it is outside, the network's own or the broadcast address; 2,
+ *         logged at level 2, when an argument is NULL
+ */
+PROD_API int ifaddrs_compare_with_wan_ip(const char *wan_ip, const char *wan_mask,
+                                         const char *test_ip);
+
+/** A WAN's connection type, "wan%d.connecttype", as it stands. Absent is HLX_WAN_CONNECT_DHCP. */
+PROD_API HLX_WAN_CONNECT_TYPE_ENUM getWanConnType(int wanid);
+
+/** Connection type of the wireless uplink, from "wl.wisp.access_mode"; DHCP for an unknown one. */
+PROD_API HLX_WAN_CONNECT_TYPE_ENUM get_wisp_connect_type(void);
+
+/* ---- resolver file ------------------------------------------------------------------------ */
+
+/**
+ * A server of "/etc/resolv.conf".
+ * @param idx     from 0
+ * @param dns_ip  256 bytes (longer server names are cut); while the file is read it holds one
+ *                server after the other; empty when there are fewer servers
+ * @return 1 when there is one; 0 otherwise, also, @p dns_ip untouched, for a negative @p idx, a
+ *         NULL @p dns_ip and a file that cannot be read
+ */
+PROD_API int get_dns_server_by_idx(int idx, char *dns_ip);
+
+/** Rewrites "/etc/resolv.conf" to one second and one attempt for each server, and no server. */
+PROD_API void reset_dns_cfg(void);
+
+/**
+ * Appends a server to "/etc/resolv.conf" unless its text occurs anywhere in it already: 8.8.8.8
+ * counts as present beside 18.8.8.81. Does nothing when the file cannot be read.
+ */
+PROD_API void add_dns_server(const char *dns);
+
+/**
+ * Moves the first server of "/etc/resolv.conf" behind all other lines.
+ *
+ * Empty lines vanish and the text is cut at 511 bytes, but the file is not truncated: when the
+ * text became shorter, the old end of the file stays behind it.
+ */
+PROD_API void exchange_dns_server(void);
+
+/** Writes "status=%d" to "/var/wisp_webpage_status", for the page of the wireless uplink. */
+PROD_API void wisp_set_webpage_status(int status);
+
+/* ---- interface name ----------------------------------------------------------------------- */
+
+/**
+ * Name of a WAN's interface in the present system mode and with its connection type.
+ * @param ifname      receives a copy, cut at @p ifname_len - 1 characters; may be NULL
+ * @return the name itself, as by ifaddrs_get_wan_ifname(), or NULL (@p ifname then untouched)
+ */
+PROD_API char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int ifname_len);
+
+PROD_END
+
+#endif
