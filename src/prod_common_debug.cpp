@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_debug.h"
 
+#include <fcntl.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
@@ -12,7 +14,6 @@
 #include "internal/handle.hpp"
 #include "internal/text.hpp"
 #include "ipc/shared_memory.h"
-#include "platform/process.h"
 
 using namespace prod;
 
@@ -27,6 +28,7 @@ constexpr char kTableName[] = "prod.debug.info";
 constexpr std::size_t kLineSize = 10240;
 constexpr std::size_t kDateLength = 5;  // "MMDD ", which the file has and the console has not
 constexpr off_t kLogFileLimit = 204800;
+constexpr mode_t kLogFileMode = 0644;
 
 std::atomic<prod_dbg_info_t *> table;
 
@@ -47,29 +49,38 @@ signed char colour_of(unsigned int level)
     return level <= PROD_DBG_TRACE ? kColours[level] : kColours[PROD_DBG_OFF];
 }
 
-/** A name to look for, measured once so that each slot costs a word or two to compare. */
+/** A name to look for, measured once so that each slot costs one word to compare. */
 class WantedName
 {
   public:
     explicit WantedName(const char *name) : size_(strnlen(name, PROD_DBG_NAME_SIZE) + 1)
     {
-        if (size_ <= PROD_DBG_NAME_SIZE) {
-            memcpy(bytes_, name, size_);
+        if (size_ > PROD_DBG_NAME_SIZE) {
+            return;  // longer than a slot can hold
         }
+        memcpy(bytes_, name, size_);
+        // The last four bytes, with the NUL, tell names of one family apart soonest.
+        if (size_ >= sizeof(std::uint32_t)) {
+            tail_at_ = size_ - sizeof(std::uint32_t);
+            mask_ = 0xFFFFFFFFU;
+        } else {
+            mask_ = (1U << (8 * size_)) - 1;
+        }
+        tail_ = word(bytes_ + tail_at_) & mask_;
+    }
+
+    bool too_long() const { return size_ > PROD_DBG_NAME_SIZE; }
+
+    /** Whether the slot may bear the name; few others pass. */
+    bool may_be(const prod_dbg_cb_t &slot) const
+    {
+        return (word(slot.name + tail_at_) & mask_) == tail_;
     }
 
     /** As strcmp, but never past the slot's own bytes. */
-    bool is_name_of(const prod_dbg_cb_t &slot) const
+    bool is(const prod_dbg_cb_t &slot) const
     {
-        if (size_ > PROD_DBG_NAME_SIZE) {
-            return false;  // longer than a slot can hold
-        }
-        // The last four bytes, with the NUL, tell names of one family apart soonest.
-        const std::size_t tail = size_ < sizeof(std::uint32_t) ? 0 : size_ - sizeof(std::uint32_t);
-        const std::uint32_t mask =
-            size_ < sizeof(std::uint32_t) ? (1U << (8 * size_)) - 1 : 0xFFFFFFFFU;
-        return ((word(slot.name + tail) ^ word(bytes_ + tail)) & mask) == 0 &&
-               memcmp(slot.name, bytes_, tail) == 0;
+        return !too_long() && may_be(slot) && memcmp(slot.name, bytes_, tail_at_) == 0;
     }
 
   private:
@@ -81,6 +92,9 @@ class WantedName
     }
 
     std::size_t size_;  // with the NUL
+    std::size_t tail_at_ = 0;
+    std::uint32_t mask_ = 0;
+    std::uint32_t tail_ = 0;
     char bytes_[PROD_DBG_NAME_SIZE] = {};
 };
 
@@ -116,34 +130,57 @@ Hint &hint_for(const char *name)
     return hints[(address ^ (address >> 6)) % kHints];
 }
 
+/** The index of the slot that bears the name among the first `num` valid ones, or -1. */
+int walk(const prod_dbg_info_t &info, const char *name)
+{
+    const WantedName wanted{name};
+    if (wanted.too_long()) {
+        return -1;
+    }
+    // Four slots at a time, so that a table of modules which this is none of costs little more
+    // than reading it; where one of the four may be the name, they are looked at one by one.
+    constexpr int kStep = 4;
+    static_assert(PROD_DBG_MODULE_MAX % kStep == 0);
+    const unsigned int num = info.num;
+    unsigned int seen = 0;
+    for (int i = 0; i < PROD_DBG_MODULE_MAX && seen < num; i += kStep) {
+        const prod_dbg_cb_t *const four = info.array + i;
+        if (wanted.may_be(four[0]) | wanted.may_be(four[1]) | wanted.may_be(four[2]) |
+            wanted.may_be(four[3])) {
+            unsigned int seen_here = seen;
+            for (int j = 0; j < kStep && seen_here < num; ++j) {
+                seen_here += four[j].valid;
+                if (four[j].valid && wanted.is(four[j])) {
+                    return i + j;
+                }
+            }
+        }
+        for (int j = 0; j < kStep; ++j) {
+            seen += four[j].valid;
+        }
+    }
+    return -1;
+}
+
 /** The slot of a module among the first `num` valid ones, or nullptr. */
 const prod_dbg_cb_t *find_module(const prod_dbg_info_t &info, const char *name)
 {
-    const unsigned int num = info.num;
+    const std::uint32_t num = info.num;
     Hint &hint = hint_for(name);
     if (hint.name.load(std::memory_order_relaxed) == name) {
         const std::uint32_t place = hint.place.load(std::memory_order_relaxed);
-        const prod_dbg_cb_t &slot = info.array[(place & 0xFF) % PROD_DBG_MODULE_MAX];
+        const prod_dbg_cb_t &slot = info.array[place & 0xFF];
         if (place >> 8 == num && slot.valid && same_name(slot, name)) {
             return &slot;
         }
     }
-
-    const WantedName wanted{name};
-    unsigned int seen = 0;
-    for (std::uint32_t i = 0; i < PROD_DBG_MODULE_MAX && seen < num; ++i) {
-        const prod_dbg_cb_t &slot = info.array[i];
-        if (!slot.valid) {
-            continue;
-        }
-        ++seen;
-        if (wanted.is_name_of(slot)) {
-            hint.place.store(num << 8 | i, std::memory_order_relaxed);
-            hint.name.store(name, std::memory_order_relaxed);
-            return &slot;
-        }
+    const int index = walk(info, name);
+    if (index < 0) {
+        return nullptr;
     }
-    return nullptr;
+    hint.place.store(num << 8 | static_cast<std::uint32_t>(index), std::memory_order_relaxed);
+    hint.name.store(name, std::memory_order_relaxed);
+    return &info.array[index];
 }
 
 prod_dbg_info_t *attach_table()
@@ -172,15 +209,19 @@ class LineBuilder
     }
     void pad(long count)
     {
-        for (; count > 0; --count) {
-            put(' ');
+        const long room = end_ - 1 - at_;
+        const long length = count < room ? count : room;
+        if (length > 0) {
+            memset(at_, ' ', static_cast<std::size_t>(length));
+            at_ += length;
         }
     }
     void put(std::string_view text)
     {
-        for (const char c : text) {
-            put(c);
-        }
+        const auto room = static_cast<std::size_t>(end_ - 1 - at_);
+        const std::size_t length = text.size() < room ? text.size() : room;
+        memcpy(at_, text.data(), length);
+        at_ += length;
     }
     void two_digits(int value)
     {
@@ -231,22 +272,45 @@ class LineBuilder
     char *end_;
 };
 
+/**
+ * "MMDD hh:mm:ss" of now, local time. Floods of lines share a second, so each thread keeps its last
+ * text, for as long as the second and the zone stay the same.
+ */
+std::string_view local_date()
+{
+    struct Last {
+        time_t second;
+        const char *zone;
+        long offset;
+        char text[sizeof("MMDD hh:mm:ss")];
+    };
+    [[gnu::tls_model("initial-exec")]] static thread_local Last last;
+    const time_t now = time(nullptr);
+    if (last.text[0] == '\0' || last.second != now || last.zone != tzname[0] ||
+        last.offset != timezone) {
+        struct tm local = {};
+        localtime_r(&now, &local);  // sets the zone on its first call, so it is noted after
+        LineBuilder builder{last.text, sizeof(last.text)};
+        builder.two_digits(local.tm_mon + 1);
+        builder.two_digits(local.tm_mday);
+        builder.put(' ');
+        builder.two_digits(local.tm_hour);
+        builder.put(':');
+        builder.two_digits(local.tm_min);
+        builder.put(':');
+        builder.two_digits(local.tm_sec);
+        last.second = now;
+        last.zone = tzname[0];
+        last.offset = timezone;
+    }
+    return {last.text, sizeof(last.text) - 1};
+}
+
 /** "MMDD hh:mm:ss [module.L] line function: ". */
 void put_prefix(LineBuilder &builder, Site site, unsigned int level, const char *name,
                 unsigned int name_width)
 {
-    const time_t now = time(nullptr);
-    struct tm local = {};
-    localtime_r(&now, &local);
-    builder.two_digits(local.tm_mon + 1);
-    builder.two_digits(local.tm_mday);
-    builder.put(' ');
-    builder.two_digits(local.tm_hour);
-    builder.put(':');
-    builder.two_digits(local.tm_min);
-    builder.put(':');
-    builder.two_digits(local.tm_sec);
-
+    builder.put(local_date());
     const std::string_view module{name};
     builder.put(" [");
     builder.pad(static_cast<long>(name_width) - static_cast<long>(module.size()));
@@ -294,13 +358,25 @@ void print_line(char *text, std::size_t size, signed char colour)
     text[size] = '\0';
 }
 
-/** The module's file never holds much more than 200 KiB: a full one starts again with this line. */
-void dbg_write_to_file(const char *name, const char *text)
+/**
+ * Appends a line to the module's file, which starts again with this line once it is full. The file
+ * is written directly, not through do_file_cmd: its size is known from the open descriptor, which
+ * spares each error line a second look-up of the path.
+ */
+void dbg_write_to_file(const char *name, std::string_view text)
 {
-    const Text<62> path{"/var/debug.%s.log", name};
-    struct stat status;
-    const bool full = stat(path.c_str(), &status) == 0 && status.st_size >= kLogFileLimit;
-    do_file_cmd(path.c_str(), full ? 0 : 1, "%s", text);
+    Text<62> path;
+    path.append("/var/debug.");
+    path.append(std::string_view{name});
+    path.append(".log");
+    const Fd fd{open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogFileMode)};
+    if (!fd) {
+        return;
+    }
+    if (lseek(fd.get(), 0, SEEK_END) >= kLogFileLimit && ftruncate(fd.get(), 0) != 0) {
+        return;
+    }
+    [[maybe_unused]] const ssize_t lost_when_full = write(fd.get(), text.data(), text.size());
 }
 
 }  // namespace
@@ -325,7 +401,10 @@ prod_dbg_info_t *get_dbg_info(void)
 
 prod_dbg_lvl_t get_dbg_level(const char *name)
 {
-    const prod_dbg_info_t *const info = get_dbg_info();
+    const prod_dbg_info_t *info = table.load(std::memory_order_relaxed);
+    if (__builtin_expect(info == nullptr, 0)) {
+        info = get_dbg_info();
+    }
     if (__builtin_expect(info == nullptr || name == nullptr, 0)) {
         if (!attaching) {
             table_diagnostic(PROD_SITE, "invalid parameters");
@@ -355,7 +434,7 @@ int set_dbg_level(const char *name, prod_dbg_lvl_t level)
     for (prod_dbg_cb_t &slot : info->array) {
         if (!slot.valid) {
             vacant = vacant == nullptr ? &slot : vacant;
-        } else if (++seen <= info->num && wanted.is_name_of(slot)) {
+        } else if (++seen <= info->num && wanted.is(slot)) {
             match = &slot;
             break;
         }
@@ -413,7 +492,7 @@ void show_dbg_level(const char *name)
             continue;
         }
         ++seen;
-        if (!all && !wanted.is_name_of(slot)) {
+        if (!all && !wanted.is(slot)) {
             continue;
         }
         const unsigned int level = slot.level;
@@ -458,7 +537,7 @@ void prod_debug(const char *func, int line, int level, const char *name, const c
 
     print_line(text, builder.size(), colour_of(static_cast<unsigned int>(level)));
     if (level == PROD_DBG_ERROR) {
-        dbg_write_to_file(name, text);
+        dbg_write_to_file(name, {text, builder.size()});
     }
 }
 

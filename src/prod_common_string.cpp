@@ -330,7 +330,7 @@ void prod_hexdump(const char *title, const void *data, int data_len)
     Text<50> hexadecimal;
     Text<18> characters;
     for (int i = 0; i < data_len; ++i) {
-        hexadecimal.append("%02hhx ", bytes[i]);
+        hexadecimal.appendf("%02hhx ", bytes[i]);
         characters.append(bytes[i] >= 32 && bytes[i] <= 126 ? static_cast<char>(bytes[i]) : '.');
         if (i % 16 == 7) {
             hexadecimal.append(' ');

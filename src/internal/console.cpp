@@ -48,20 +48,18 @@ void write_all(int fd, std::string_view text)
 
 void console_write(std::string_view text)
 {
-    flockfile(stdout);
-    const int fd = fileno_unlocked(stdout);
-    if (fd >= 0) {
-        // The bytes go past stdio's buffer, which costs a copy and, the first time, an allocation;
-        // what the program has pending there goes out first.
-        if (__fpending(stdout) > 0) {
-            fflush_unlocked(stdout);
-        }
-        write_all(fd, text);
-    } else {
-        fwrite_unlocked(text.data(), 1, text.size(), stdout);
-        fflush_unlocked(stdout);
+    const int fd = fileno(stdout);
+    if (fd < 0) {
+        fwrite(text.data(), 1, text.size(), stdout);
+        fflush(stdout);
+        return;
     }
-    funlockfile(stdout);
+    // The bytes go past stdio's buffer, which costs a copy and, the first time, an allocation; what
+    // the program has pending there goes out first.
+    if (__fpending(stdout) > 0) {
+        fflush(stdout);
+    }
+    write_all(fd, text);
 }
 
 void console_print(const char *format, ...)

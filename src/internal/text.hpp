@@ -76,7 +76,7 @@ class Text
         va_end(args);
     }
 
-    PROD_PRINTF(2, 3) void append(const char *format, ...)
+    PROD_PRINTF(2, 3) void appendf(const char *format, ...)
     {
         va_list args;
         va_start(args, format);
