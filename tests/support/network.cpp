@@ -98,9 +98,9 @@ Peer::Peer(std::string device, const std::string &address, const std::string &fa
 
 Peer::~Peer()
 {
+    run("ip link delete %s", device_.c_str());  // while there still is a far end
     kill(holder_, SIGKILL);
     waitpid(holder_, nullptr, 0);
-    run("ip link delete %s", device_.c_str());
 }
 
 void Peer::reach(const std::string &ip) const
