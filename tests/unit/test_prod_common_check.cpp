@@ -28,6 +28,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/network.hpp"
 #include "support/time.hpp"
 
 using test::config;
@@ -35,6 +36,7 @@ using test::log_line;
 using test::printed;
 using test::printed_at;
 using test::Prints;
+using test::run;
 using test::write_text;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -91,11 +93,6 @@ int ioctl(int fd, unsigned long call, ...) noexcept
 
 namespace
 {
-
-void run(const std::string &command)
-{
-    ASSERT_EQ(system(command.c_str()), 0) << command;
-}
 
 /** A process of that name for as long as this lives. */
 class NamedProcess
@@ -417,9 +414,9 @@ TEST(ProdCheckDeviceExist, AsksTheKernel)
     EXPECT_EQ(prod_check_device_exist(""), 0);
     EXPECT_EQ(prod_check_device_exist(nullptr), 0);
     EXPECT_EQ(prod_check_device_exist(std::string(2307, 'x').c_str()), 0);
-    run("/usr/sbin/ip link add veth0 type veth peer name veth1");
+    run("ip link add veth0 type veth peer name veth1");
     EXPECT_EQ(prod_check_device_exist("veth0"), 1);
-    run("/usr/sbin/ip link del veth0");
+    run("ip link del veth0");
     EXPECT_EQ(prod_check_device_exist("veth0"), 0);
 }
 
@@ -429,15 +426,15 @@ class Bridge : public testing::Test
   protected:
     Bridge()
     {
-        run("/usr/sbin/ip link add br7 type bridge");
-        run("/usr/sbin/ip link add veth0 type veth peer name veth1");
-        run("/usr/sbin/ip link set veth0 master br7");
+        run("ip link add br7 type bridge");
+        run("ip link add veth0 type veth peer name veth1");
+        run("ip link set veth0 master br7");
     }
     ~Bridge() override
     {
         bridge_answer.reset();
-        run("/usr/sbin/ip link del br7");
-        run("/usr/sbin/ip link del veth0");
+        run("ip link del br7");
+        run("ip link del veth0");
     }
 
     /** Whether this kernel still answers the legacy call. */

@@ -26,6 +26,7 @@
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/network.hpp"
 #include "support/time.hpp"
 
 using test::config;
@@ -35,6 +36,7 @@ using test::printed;
 using test::printed_at;
 using test::Prints;
 using test::RecordedCommands;
+using test::run;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -335,13 +337,10 @@ TEST_F(Hal, PortLink)
 class Veth
 {
   public:
-    Veth() { run("/usr/sbin/ip link add veth0 type veth peer name veth1"); }
-    ~Veth() { run("/usr/sbin/ip link del veth0"); }
+    Veth() { run("ip link add veth0 type veth peer name veth1"); }
+    ~Veth() { run("ip link del veth0"); }
     Veth(const Veth &) = delete;
     Veth &operator=(const Veth &) = delete;
-
-  private:
-    static void run(const char *command) { EXPECT_EQ(system(command), 0) << command; }
 };
 
 /** An address of veth0 as the kernel has it. */
@@ -478,9 +477,9 @@ TEST_F(Hal, IfconfigUsesFifteenCharactersOfAName)
     const std::string name = "abcdefghijklmnopqrstuvwxyz";
     EXPECT_EQ(complaint([&] { EXPECT_EQ(ifconfig(name.c_str(), 0, nullptr, nullptr), ENODEV); }),
               name + ": No such device\n");
-    ASSERT_EQ(system("/usr/sbin/ip link add abcdefghijklmno type veth peer name veth1"), 0);
+    run("ip link add abcdefghijklmno type veth peer name veth1");
     EXPECT_EQ(ifconfig(name.c_str(), IFF_UP, nullptr, nullptr), 0);
-    EXPECT_EQ(system("/usr/sbin/ip link del abcdefghijklmno"), 0);
+    run("ip link del abcdefghijklmno");
 }
 
 /* Names and VLANs from the configuration */
