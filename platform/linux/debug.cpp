@@ -2,8 +2,10 @@
 #include "platform/debug.h"
 
 #include <dlfcn.h>
+#include <syslog.h>
 #include <unwind.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 
@@ -56,4 +58,20 @@ void show_backtrace(void)
     Walk walk{0};
     _Unwind_Backtrace(visit, &walk);
     fflush(stdout);
+}
+
+void log_debug_print(const char *function, int line, int level, const char *module,
+                     const char *format, ...)
+{
+    if (function == nullptr || module == nullptr || format == nullptr) {
+        return;
+    }
+    constexpr int kErrorLevel = 2;
+    char message[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(message, sizeof(message), format, args);
+    va_end(args);
+    syslog(level == kErrorLevel ? LOG_ERR : LOG_DEBUG, "[%s.%d] %d %s: %s", module, level, line,
+           function, message);
 }
