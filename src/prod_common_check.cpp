@@ -220,19 +220,19 @@ void check_modify_item_in_rule(char *pRule, const char *pDelimiter, int iItemInd
         return;
     }
     char items[PROD_RULE_SIZE];
-    const std::string_view rule{pRule, strnlen(pRule, PROD_RULE_SIZE - 1)};
-    copy_text(items, rule);
+    std::string_view rest{pRule, strnlen(pRule, PROD_RULE_SIZE - 1)};
+    copy_text(items, rest);
     const char *const item = find_item(items, pDelimiter, iItemIndex);
     if (item == nullptr) {
         return;
     }
     const auto start = static_cast<std::size_t>(item - items);
-    std::string_view rest = rule.substr(start + strlen(item));
+    rest.remove_prefix(start + strlen(item));
     if (*pItem == '\0' && !rest.empty()) {
         rest.remove_prefix(1);  // an item goes with the delimiter after it
     }
     Text<PROD_RULE_SIZE> result;
-    result.append(rule.substr(0, start));
+    result.append(std::string_view{pRule, start});
     result.append(std::string_view{pItem});
     result.append(rest);
     memcpy(pRule, result.c_str(), result.size() + 1);
