@@ -124,7 +124,8 @@ int prod_check_app_exist(const char *name)
         if (isdigit(static_cast<unsigned char>(entry->d_name[0])) == 0) {
             continue;
         }
-        const std::string_view found = ProcessStat{atoi(entry->d_name)}.name();
+        const ProcessStat stat{static_cast<int>(strtol(entry->d_name, nullptr, 10))};
+        const std::string_view found = stat.name();
         if (!found.empty() && found == name) {
             return 1;
         }
@@ -245,7 +246,7 @@ void update_timestamps(const char *key)
     if (key == nullptr) {
         return;
     }
-    const long long stored = atoll(ConfigValue{key}.c_str());
+    const long long stored = strtoll(ConfigValue{key}.c_str(), nullptr, 10);
     const long long zone = config_int("sys.timezone");
     const long long now =
         static_cast<long long>(time(nullptr)) - 3600 * (zone - kZoneWithoutOffset);

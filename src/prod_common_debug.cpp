@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_debug.h"
 
-#include <fcntl.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
@@ -14,6 +12,7 @@
 #include "internal/handle.hpp"
 #include "internal/text.hpp"
 #include "ipc/shared_memory.h"
+#include "platform/process.h"
 
 using namespace prod;
 
@@ -28,7 +27,6 @@ constexpr char kTableName[] = "prod.debug.info";
 constexpr std::size_t kLineSize = 10240;
 constexpr std::size_t kDateLength = 5;  // "MMDD ", which the file has and the console has not
 constexpr off_t kLogFileLimit = 204800;
-constexpr mode_t kLogFileMode = 0644;
 
 std::atomic<prod_dbg_info_t *> table;
 
@@ -145,8 +143,10 @@ int walk(const prod_dbg_info_t &info, const char *name)
     unsigned int seen = 0;
     for (int i = 0; i < PROD_DBG_MODULE_MAX && seen < num; i += kStep) {
         const prod_dbg_cb_t *const four = info.array + i;
-        if (wanted.may_be(four[0]) | wanted.may_be(four[1]) | wanted.may_be(four[2]) |
-            wanted.may_be(four[3])) {
+        if (static_cast<unsigned int>(wanted.may_be(four[0])) |
+            static_cast<unsigned int>(wanted.may_be(four[1])) |
+            static_cast<unsigned int>(wanted.may_be(four[2])) |
+            static_cast<unsigned int>(wanted.may_be(four[3]))) {
             unsigned int seen_here = seen;
             for (int j = 0; j < kStep && seen_here < num; ++j) {
                 seen_here += four[j].valid;
@@ -358,25 +358,16 @@ void print_line(char *text, std::size_t size, signed char colour)
     text[size] = '\0';
 }
 
-/**
- * Appends a line to the module's file, which starts again with this line once it is full. The file
- * is written directly, not through do_file_cmd: its size is known from the open descriptor, which
- * spares each error line a second look-up of the path.
- */
-void dbg_write_to_file(const char *name, std::string_view text)
+/** The module's file never holds much more than 200 KiB: a full one starts again with this line. */
+void dbg_write_to_file(const char *name, const char *text)
 {
     Text<62> path;
     path.append("/var/debug.");
-    path.append(std::string_view{name});
+    path.append(name);
     path.append(".log");
-    const Fd fd{open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogFileMode)};
-    if (!fd) {
-        return;
-    }
-    if (lseek(fd.get(), 0, SEEK_END) >= kLogFileLimit && ftruncate(fd.get(), 0) != 0) {
-        return;
-    }
-    [[maybe_unused]] const ssize_t lost_when_full = write(fd.get(), text.data(), text.size());
+    struct stat status;
+    const bool full = stat(path.c_str(), &status) == 0 && status.st_size >= kLogFileLimit;
+    do_file_cmd(path.c_str(), full ? 0 : 1, "%s", text);
 }
 
 }  // namespace
@@ -537,7 +528,7 @@ void prod_debug(const char *func, int line, int level, const char *name, const c
 
     print_line(text, builder.size(), colour_of(static_cast<unsigned int>(level)));
     if (level == PROD_DBG_ERROR) {
-        dbg_write_to_file(name, {text, builder.size()});
+        dbg_write_to_file(name, text);
     }
 }
 

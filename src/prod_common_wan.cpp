@@ -10,6 +10,7 @@
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"
+#include "internal/wan.hpp"
 #include "platform/address.h"
 #include "platform/hardware.h"
 #include "platform/process.h"
@@ -137,11 +138,6 @@ constexpr ConnectType kUnknownType = {Carrier::kNone, Carrier::kNone, Client::kN
 const ConnectType &connect_type(int type)
 {
     return type >= 0 && type < HLX_WAN_CONNECT_BUTT ? kConnectTypes[type] : kUnknownType;
-}
-
-bool is_wan_id(int wan_id)
-{
-    return wan_id >= WAN_ID_1 && wan_id <= WAN_ID_4;
 }
 
 char *carrier_name(Carrier carrier, int wan_id)

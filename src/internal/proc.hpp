@@ -42,7 +42,7 @@ class ProcessStat
     const char *path() const { return path_.c_str(); }
 
     /** What stands between the first "(" and the following ")"; empty when there is no name. */
-    std::string_view name() const
+    std::string_view name() const &
     {
         int start = 0;
         sscanf(line_, "%*d (%n", &start);
@@ -52,6 +52,7 @@ class ProcessStat
         const char *const from = line_ + start;
         return {from, strcspn(from, ")")};
     }
+    std::string_view name() && = delete;  // the text is in here
 
   private:
     Text<64> path_;

@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
@@ -80,8 +81,8 @@ int ioctl(int fd, unsigned long call, ...) noexcept
         BridgeAnswer &answer = *bridge_answer;
         answer.bridge.assign(request->ifr_name, sizeof(request->ifr_name));
         memcpy(answer.args, request->ifr_data, sizeof(answer.args));
-        memcpy(reinterpret_cast<void *>(answer.args[1]), answer.ports.data(),
-               answer.ports.size() * sizeof(int));
+        std::copy(answer.ports.begin(), answer.ports.end(),
+                  reinterpret_cast<int *>(answer.args[1]));
         errno = EOPNOTSUPP;
         return answer.result;
     }

@@ -810,12 +810,12 @@ TEST(SoftWatchdog, ARealSecond)
 TEST(SoftWatchdog, EachFeedStartsAnew)
 {
     const Ending end = ending([] {
-        for (int i = 0; i < 8; ++i) {
-            feed_soft_watchdog(50);  // half a second here
-            usleep(200000);
+        for (int i = 0; i < 4; ++i) {
+            feed_soft_watchdog(99);  // a second here
+            usleep(300000);
         }
         feed_soft_watchdog(0);
-        usleep(700000);
+        usleep(1100000);
         _exit(0);
     });
     EXPECT_EQ(end.status, 0);

@@ -35,6 +35,7 @@ std::set<int> linked_ports;
 std::set<std::string> running;
 std::vector<std::string> asked;  // processes that were looked for
 bool sockets_fail;
+const char *other_ifname;  // in the place of what the connection type gives
 
 }  // namespace
 
@@ -56,6 +57,14 @@ int monitor_check_exist(const char *process_name)
 {
     asked.emplace_back(process_name);
     return running.count(process_name) != 0 ? 1 : 0;
+}
+
+char *ifaddrs_get_wan_ifname(int wanid, int sysmode, HLX_WAN_CONNECT_TYPE_ENUM wantype)
+{
+    static const auto real = reinterpret_cast<char *(*)(int, int, HLX_WAN_CONNECT_TYPE_ENUM)>(
+        dlsym(RTLD_NEXT, "ifaddrs_get_wan_ifname"));
+    return other_ifname != nullptr ? const_cast<char *>(other_ifname)
+                                   : real(wanid, sysmode, wantype);
 }
 
 int socket(int domain, int type, int protocol) noexcept
@@ -175,6 +184,23 @@ TEST_F(WanStatus, WhichProcessAWanWaitsFor)
                   row.processes.empty() ? HLX_WAN_NOT_CONNECTED : HLX_WAN_CONNECTING)
             << row.con_type;
     }
+}
+
+TEST_F(WanStatus, WhichProcessAnAtmWanWaitsFor)
+{
+    // In gateway mode these types have no interface; were there one, this would count.
+    other_ifname = "none";
+    running = {"dhcpcd_wan2"};
+    EXPECT_EQ(status(2, HLX_WAN_CONNECT_IPOA_DHCP), HLX_WAN_CONNECTING);
+    EXPECT_EQ(status(2, HLX_WAN_CONNECT_IPOA_STATIC), HLX_WAN_NOT_CONNECTED);
+    EXPECT_EQ(status(2, HLX_WAN_CONNECT_PPPOA), HLX_WAN_NOT_CONNECTED);
+    running = {"pppd_wan2"};
+    EXPECT_EQ(status(2, HLX_WAN_CONNECT_IPOA_DHCP), HLX_WAN_NOT_CONNECTED);
+    EXPECT_EQ(status(2, HLX_WAN_CONNECT_PPPOA), HLX_WAN_CONNECTING);
+    for (const int type : {9, 15, 100, -1}) {
+        EXPECT_EQ(status(2, type), HLX_WAN_NOT_CONNECTED) << type;
+    }
+    other_ifname = nullptr;
 }
 
 TEST_F(WanStatus, Wan1AlsoWaitsForItsIpv6Client)

@@ -517,6 +517,14 @@ TEST_F(Wifi, SlotsThatDoNotCount)
     EXPECT_STREQ(band, "5");
 }
 
+TEST_F(Wifi, AListThatIsFullAlready)
+{
+    config() = {{"wlan0.0_bss_enable", "1"}, {"wlan0.0_bss_ssid", "home"}};
+    char band[] = "1,2,3,4,5,6,7,8,,,";
+    check_same_ssid("home", band);
+    EXPECT_STREQ(band, "1,2,3,4,5,6,7,8,,,") << "16 bytes without an end are left alone";
+}
+
 // ---- the smart node --------------------------------------------------------------------------
 
 station_info_t station(const char *mac)
@@ -779,6 +787,7 @@ TEST_F(Wifi, NoMemoryForTheFrame)
     EXPECT_TRUE(server.messages.empty());
 }
 
+#ifndef __SANITIZE_THREAD__  // which would keep four times the text in shadow memory
 TEST_F(Wifi, ALengthThatDoesNotFitTheFrame)
 {
     const HugeText text{128};  // 2 GiB
@@ -786,6 +795,7 @@ TEST_F(Wifi, ALengthThatDoesNotFitTheFrame)
                 Prints(kOutOfMemory));
     EXPECT_TRUE(server.messages.empty());
 }
+#endif
 
 // ---- hostile values --------------------------------------------------------------------------
 
