@@ -22,7 +22,7 @@ class ShellWord
     {
         const std::size_t length = value.size() < kLongest ? value.size() : kLongest;
         char before = '\0';
-        for (const char c : value.substr(0, length)) {
+        for (const char c : std::string_view{value.data(), length}) {
             if (c == '\n') {
                 // A shell drops a line break behind a backslash.
                 text_.append("'\n'");

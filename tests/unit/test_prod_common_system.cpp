@@ -8,11 +8,13 @@
 #include <netdb.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -48,7 +50,8 @@ std::vector<std::string> leds;  // what was set, in order
 bool ntoa_fails;
 bool alien_address;
 int failing_option;
-std::vector<unsigned int> alarms;
+std::array<unsigned int, 8> alarms;  // the last ones; a handler calls alarm(), so no vector
+std::size_t alarm_count;
 bool fast_alarms;
 
 }  // namespace
@@ -104,12 +107,22 @@ int setsockopt(int fd, int level, int option, const void *value, socklen_t size)
     return real(fd, level, option, value, size);
 }
 
+#ifdef __SANITIZE_THREAD__
+// The sanitizer's own waits for whoever holds standard output, which is what is tested not to
+// happen.
+void _exit(int status)
+{
+    syscall(SYS_exit_group, status);
+    __builtin_unreachable();
+}
+#endif
+
 /** The alarms of the fast tests come a hundred times sooner, those of five seconds and more. */
 unsigned int alarm(unsigned int seconds) noexcept
 {
     static const auto real =
         reinterpret_cast<unsigned int (*)(unsigned int)>(dlsym(RTLD_NEXT, "alarm"));
-    alarms.push_back(seconds);
+    alarms[alarm_count++ % alarms.size()] = seconds;
     if (!fast_alarms || seconds < 5) {
         return real(seconds);
     }
@@ -824,11 +837,14 @@ TEST(SoftWatchdog, EachFeedStartsAnew)
 
 TEST(SoftWatchdog, TheTimeoutIsTheAlarm)
 {
-    alarms.clear();
+    alarm_count = 0;
     feed_soft_watchdog(600);
     feed_soft_watchdog(0);
     feed_soft_watchdog(-1);
-    EXPECT_THAT(alarms, ElementsAre(600U, 0U, 0U));
+    EXPECT_EQ(alarm_count, 3U);
+    EXPECT_EQ(alarms[0], 600U);
+    EXPECT_EQ(alarms[1], 0U);
+    EXPECT_EQ(alarms[2], 0U);
     struct sigaction action;
     ASSERT_EQ(sigaction(SIGALRM, nullptr, &action), 0);
     EXPECT_EQ(action.sa_handler, sotf_watchdog_bark);
