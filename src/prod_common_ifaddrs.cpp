@@ -6,6 +6,8 @@
 
 #include <bit>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "internal/json_trace.hpp"
@@ -104,7 +106,12 @@ void read_client(cJSON *client, USER_INFO_STRU *info)
     copy_text(reinterpret_cast<char *>(info->ip), sizeof(info->ip),
               cJSON_GetString(client, "Ip", ""));
     for (const auto &[member, field] : kCounters) {
-        sscanf(cJSON_GetString(client, member, ""), "%llu", &(info->*field));
+        const char *const text = cJSON_GetString(client, member, "");
+        char *end;
+        const u64 count = strtoull(text, &end, 10);
+        if (end != text) {
+            info->*field = count;
+        }
     }
     info->connect = static_cast<u32>(cJSON_GetInt(client, "Connect", 0));
 }
@@ -151,6 +158,7 @@ int mac_str_to_bin(const char *mac_str, unsigned char *mac)
     if (mac_str == nullptr || mac == nullptr) {
         return 0;
     }
+    // NOLINTNEXTLINE(cert-err34-c): two digits cannot overflow
     return sscanf(mac_str, "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX", &mac[0], &mac[1], &mac[2],
                   &mac[3], &mac[4], &mac[5]) == 6;
 }
@@ -209,7 +217,7 @@ int lan_get_macstr_by_ip(const char *ip, char *mac_str)
     }
     while (const Neighbour *const entry = table.next()) {
         if (entry->complete() && strcmp(entry->ip, ip) == 0 && is_lan_device(entry->device)) {
-            strcpy(mac_str, entry->mac);
+            copy_text(mac_str, kMacTextSize, entry->mac);
             return 1;
         }
     }

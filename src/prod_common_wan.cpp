@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 
 #include "internal/config.hpp"
@@ -328,6 +330,7 @@ int phyid_to_vid(int phyid)
     while (const char *const line = lines.next()) {
         long long port;
         long long vid;
+        // NOLINTNEXTLINE(cert-err34-c): a number beyond the type counts as its end
         if (sscanf(line, "%*s %lld vlan%lld", &port, &vid) == 2 && port == phyid) {
             return static_cast<int>(std::clamp<long long>(vid, INT_MIN, INT_MAX));
         }

