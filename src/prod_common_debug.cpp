@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_debug.h"
 
+#include <fcntl.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
@@ -12,7 +14,6 @@
 #include "internal/handle.hpp"
 #include "internal/text.hpp"
 #include "ipc/shared_memory.h"
-#include "platform/process.h"
 
 using namespace prod;
 
@@ -27,6 +28,7 @@ constexpr char kTableName[] = "prod.debug.info";
 constexpr std::size_t kLineSize = 10240;
 constexpr std::size_t kDateLength = 5;  // "MMDD ", which the file has and the console has not
 constexpr off_t kLogFileLimit = 204800;
+constexpr mode_t kLogFileMode = 0644;
 
 std::atomic<prod_dbg_info_t *> table;
 
@@ -358,16 +360,25 @@ void print_line(char *text, std::size_t size, signed char colour)
     text[size] = '\0';
 }
 
-/** The module's file never holds much more than 200 KiB: a full one starts again with this line. */
-void dbg_write_to_file(const char *name, const char *text)
+/**
+ * Appends a line to the module's file, which never holds much more than 200 KiB: a full one starts
+ * again with this line. The file is written here and not through do_file_cmd, since its size is
+ * then known from the open descriptor: no second look-up of the path for each error line.
+ */
+void dbg_write_to_file(const char *name, std::string_view text)
 {
     Text<62> path;
     path.append("/var/debug.");
     path.append(name);
     path.append(".log");
-    struct stat status;
-    const bool full = stat(path.c_str(), &status) == 0 && status.st_size >= kLogFileLimit;
-    do_file_cmd(path.c_str(), full ? 0 : 1, "%s", text);
+    const Fd fd{open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogFileMode)};
+    if (!fd) {
+        return;
+    }
+    if (lseek(fd.get(), 0, SEEK_END) >= kLogFileLimit && ftruncate(fd.get(), 0) != 0) {
+        return;
+    }
+    [[maybe_unused]] const ssize_t lost_when_full = write(fd.get(), text.data(), text.size());
 }
 
 }  // namespace
@@ -528,7 +539,7 @@ void prod_debug(const char *func, int line, int level, const char *name, const c
 
     print_line(text, builder.size(), colour_of(static_cast<unsigned int>(level)));
     if (level == PROD_DBG_ERROR) {
-        dbg_write_to_file(name, text);
+        dbg_write_to_file(name, {text, builder.size()});
     }
 }
 

@@ -10,8 +10,7 @@
 #include "ipc/shared_memory.h"
 #include "platform/cfm.h"
 #include "platform/process.h"
-#include "prod_common_debug.h"
-#include "support/capture.hpp"
+#include "prod_common_wan.h"
 #include "support/files.hpp"
 
 static std::vector<std::string> files_written;
@@ -39,10 +38,9 @@ TEST(Override, TheLibraryCallsTheProgramsOwn)
     EXPECT_FALSE(test::exists("/var/run/id.shm"));
 
     files_written.clear();
-    test::printed([] { prod_debug("f", 1, PROD_DBG_ERROR, "over", "lost"); });
-    ASSERT_FALSE(files_written.empty());  // the debug table may have been registered before
-    EXPECT_EQ(files_written.back().rfind("/var/debug.over.log: ", 0), 0U) << files_written.back();
-    EXPECT_FALSE(test::exists("/var/debug.over.log"));
+    wisp_set_webpage_status(3);
+    EXPECT_EQ(files_written, std::vector<std::string>{"/var/wisp_webpage_status: status=3\n"});
+    EXPECT_FALSE(test::exists("/var/wisp_webpage_status"));
 }
 
 TEST(Override, TheOthersStayThePorts)

@@ -10,7 +10,11 @@
 
 PLATFORM_BEGIN
 
-/** Prints the calling thread's stack to standard output, one frame a line. */
+/**
+ * Prints the calling thread's stack to standard output, innermost frame first, one line a frame
+ * with number, address, function where the symbol table has it, and file. Stops after 63 frames.
+ * Allocates nothing beyond the stream's buffer. Not for signal handlers.
+ */
 PLATFORM_API void show_backtrace(void);
 
 /**

@@ -108,21 +108,25 @@ typedef struct {
 PLATFORM_BEGIN
 
 /**
- * Reads what an LED shows.
+ * Reads what an LED shows. A forced state is read back as LED_ON or LED_OFF.
  * @param state  receives a led_pattern_t
- * @return 0 on success; non-zero for an LED the board does not have, @p state untouched
+ * @return 0 on success; non-zero for an LED the board does not have (and for buttons), @p state
+ *         untouched
  */
 PLATFORM_API int iof_gpio_get(gpio_id_t id, unsigned int *state);
 
 /**
- * Makes an LED show @p pattern.
+ * Makes an LED show @p pattern: on, off, blinking once a second, or what drives it when nobody
+ * else does (LED_NORMAL). LED_FORCE_ON and LED_FORCE_OFF do what LED_ON and LED_OFF do, whatever
+ * drives the LED.
  * @return 0 on success, non-zero for an LED the board does not have or an unknown pattern
  */
 PLATFORM_API int iof_gpio_set(gpio_id_t id, led_pattern_t pattern);
 
 /**
- * Starts (1) or resets (0) the pattern sequencing of an LED. Called with 0 before an LED is forced
- * on or off.
+ * Starts (1) or resets (0) the pattern sequencing of an LED: 1 hands it to what normally drives it,
+ * 0 takes it away from whatever does and leaves it off. Called with 0 before an LED is forced on or
+ * off.
  * @return 0 on success, non-zero for an LED the board does not have
  */
 PLATFORM_API int iof_gpio_set_start(gpio_id_t id, int start);
@@ -131,13 +135,15 @@ PLATFORM_API int iof_gpio_set_start(gpio_id_t id, int start);
  * Reads the state of a switch port.
  * @param port    physical port id, the switch's own number
  * @param status  receives the state
- * @return 0 on success, non-zero for a port the board does not have, @p status untouched
+ * @return 0 on success, non-zero for a port the board does not have or whose interface is gone,
+ *         @p status untouched; a port whose interface is switched off has no link
  */
 PLATFORM_API int iof_port_status_get(int port, port_status *status);
 
 /**
  * The name of the network interface behind a logical index. Index 0 (LAN_1) is the LAN bridge.
- * @return text that the port owns and that stays as it is, or NULL when the board has none
+ * @return text of at most 15 characters that the port owns: nobody frees it, and it stays as it is
+ *         until the process ends. NULL when the board has none.
  */
 PLATFORM_API char *iof_eth_name_get(eth_idx_t index);
 

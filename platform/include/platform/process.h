@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Processes, commands and local messages.
+ * Processes, commands and local messages. Any thread may call any of these.
  */
 #ifndef PLATFORM_PROCESS_H
 #define PLATFORM_PROCESS_H
@@ -18,32 +18,38 @@ PLATFORM_BEGIN
 
 /**
  * Formats a command and runs it with /bin/sh, as system() does. The text may be of any length and
- * hold line breaks. Blocks until the command ends.
- * @return the status that system() gives, or -1
+ * hold line breaks. Blocks until the command ends. The format's arguments enter the command as they
+ * are: escaping what the shell would interpret is the caller's work.
+ * @return the status that system() gives, or -1 for a NULL format or when memory is short
  */
 PLATFORM_API int doSystemCmd(const char *format, ...) PLATFORM_PRINTF(1, 2);
 
 /**
- * Writes formatted text to a file in one write; no shell is involved. The file is created when it
- * is missing (mode 0644). Keeps errno only as the failing call left it.
+ * Writes formatted text to a file in one write, so that lines which several processes append stay
+ * whole; no shell is involved. The file is created when it is missing (mode 0644, less the umask).
  *
  * @param path  the file
  * @param mode  0 replaces the contents, 1 appends
- * @return 0 on success, -1 on failure (errno tells)
+ * @return 0 on success, -1 on failure: errno is that of the failing call, ENOSPC when only a part
+ *         could be written, EINVAL for a NULL argument
  */
 PLATFORM_API int do_file_cmd(const char *path, int mode, const char *format, ...)
     PLATFORM_PRINTF(3, 4);
 
 /**
- * Whether a process of that name runs. The kernel keeps 15 characters of a process name.
- * @return non-zero when one does
+ * Whether a process of exactly that name runs; one that has ended and waits for its parent does
+ * not. The kernel keeps 15 characters of a process name, so only those are compared.
+ * @return non-zero when one does, 0 also for NULL and the empty name
  */
 PLATFORM_API int monitor_check_exist(const char *process_name);
 
 /**
  * Delivers one frame to the daemon that listens on a local stream socket: the 4-byte Length in
- * host order, then Body. Waits at most a second for a daemon that does not read.
- * @return 0 on success, a negative value on failure (errno tells)
+ * host order, then Body. Does not wait for an answer. A daemon that does not accept or read is
+ * waited for at most a second at a time; one that closes early raises no SIGPIPE.
+ * @return 0 on success, a negative value on failure: errno is ENOENT or ECONNREFUSED when nobody
+ *         listens, EAGAIN after the wait, EPIPE or ECONNRESET, EINVAL for a NULL argument, a
+ * negative Length or a path of 108 characters or more
  */
 PLATFORM_API int hlx_proc_send_msg(HLX_MSG *frame, const char *socket_path);
 
