@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "prod_common_wifi.h"
 #include "stories.hpp"
 #include "support/files.hpp"
 
@@ -84,6 +85,37 @@ TEST(Lan, ALeaseGivenBackLeavesTheList)
     EXPECT_NE(test::read_text("/etc/dhcps.leases").find("laptop"), std::string::npos);
     must("lab client lan2 renew && lab wait lan2");
     is_known("lan2", kPhone, "phone");
+}
+
+TEST(Lan, StationsOfAWirelessNetwork)
+{
+    const char *const mac = "02:00:00:00:00:77";
+    must(std::string("lab stations wl0.3 ") + mac);
+    EXPECT_NE(test::read_text("/var/wifi/wl0.3.json").find(mac), std::string::npos);
+    EXPECT_EQ(prod_check_smart_node(mac), 1);
+    must("lab stations wl0.3");
+    EXPECT_EQ(prod_check_smart_node(mac), 0);
+}
+
+TEST(Lan, WirelessNetworksThatAreOnAreInTheBridge)
+{
+    EXPECT_EQ(get_wifi_band_status(2), 1);
+    EXPECT_EQ(get_wifi_band_status(5), 1);
+    EXPECT_TRUE(test::exists("/sys/class/net/br0/brif/wl0"));
+    EXPECT_TRUE(test::exists("/sys/class/net/br0/brif/wl1"));
+    EXPECT_FALSE(test::exists("/sys/class/net/br0/brif/wl0.1"));
+    must("ip link set wl0 down");
+    EXPECT_EQ(get_wifi_band_status(2), 0);
+}
+
+TEST(Lan, TrafficBetweenTheDeviceAndAHost)
+{
+    const auto received = [] {
+        return std::stoll(must("lab exec lan1 cat /sys/class/net/eth0/statistics/rx_bytes"));
+    };
+    const long long before = received();
+    must("lab traffic lan1 1");
+    EXPECT_GT(received() - before, 10 * 1200);
 }
 
 TEST(Lan, HostsReachTheDeviceAndTheInternet)
