@@ -10,8 +10,7 @@
 #include "ipc/shared_memory.h"
 #include "platform/cfm.h"
 #include "platform/process.h"
-#include "prod_common_debug.h"
-#include "support/capture.hpp"
+#include "prod_common_cfm.h"
 #include "support/files.hpp"
 
 static std::vector<std::string> files_written;
@@ -27,6 +26,14 @@ int do_file_cmd(const char *path, int, const char *format, ...)
     return 0;
 }
 
+static std::vector<std::string> keys_removed;
+
+int UnSetValue(const char *key)
+{
+    keys_removed.emplace_back(key);
+    return 1;
+}
+
 namespace
 {
 
@@ -37,12 +44,15 @@ TEST(Override, TheLibraryCallsTheProgramsOwn)
     ASSERT_EQ(files_written.size(), 1U);
     EXPECT_EQ(files_written[0].rfind("/var/run/id.shm: 0x", 0), 0U) << files_written[0];
     EXPECT_FALSE(test::exists("/var/run/id.shm"));
+}
 
-    files_written.clear();
-    test::printed([] { prod_debug("f", 1, PROD_DBG_ERROR, "over", "lost"); });
-    ASSERT_FALSE(files_written.empty());  // the debug table may have been registered before
-    EXPECT_EQ(files_written.back().rfind("/var/debug.over.log: ", 0), 0U) << files_written.back();
-    EXPECT_FALSE(test::exists("/var/debug.over.log"));
+TEST(Override, ByOneFunctionOfAHeader)
+{
+    EXPECT_NE(SetValue("a", "1"), 0);
+    EXPECT_EQ(prod_cfm_unset_val("a"), 1);
+    EXPECT_EQ(keys_removed, std::vector<std::string>{"a"});
+    char value[CFM_VALUE_SIZE] = "";
+    EXPECT_NE(GetValue("a", value), 0);  // the program's own removed nothing
 }
 
 TEST(Override, TheOthersStayThePorts)
