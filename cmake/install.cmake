@@ -10,6 +10,8 @@ install(TARGETS prod_common prod_platform EXPORT prod_common
 install(DIRECTORY include/ platform/include/ DESTINATION ${PROD_INSTALL_INCLUDE}
         FILES_MATCHING PATTERN *.h)
 
+# Relative, so that the tree may be moved, into a sysroot for one.
+file(RELATIVE_PATH PROD_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/prod_common.pc.in ${CMAKE_BINARY_DIR}/prod_common.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/prod_common.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

@@ -145,8 +145,10 @@ int walk(const prod_dbg_info_t &info, const char *name)
     unsigned int seen = 0;
     for (int i = 0; i < PROD_DBG_MODULE_MAX && seen < num; i += kStep) {
         const prod_dbg_cb_t *const four = info.array + i;
-        if (wanted.may_be(four[0]) | wanted.may_be(four[1]) | wanted.may_be(four[2]) |
-            wanted.may_be(four[3])) {
+        if (static_cast<unsigned int>(wanted.may_be(four[0])) |
+            static_cast<unsigned int>(wanted.may_be(four[1])) |
+            static_cast<unsigned int>(wanted.may_be(four[2])) |
+            static_cast<unsigned int>(wanted.may_be(four[3]))) {
             unsigned int seen_here = seen;
             for (int j = 0; j < kStep && seen_here < num; ++j) {
                 seen_here += four[j].valid;
@@ -359,15 +361,15 @@ void print_line(char *text, std::size_t size, signed char colour)
 }
 
 /**
- * Appends a line to the module's file, which starts again with this line once it is full. The file
- * is written directly, not through do_file_cmd: its size is known from the open descriptor, which
- * spares each error line a second look-up of the path.
+ * Appends a line to the module's file, which never holds much more than 200 KiB: a full one starts
+ * again with this line. The file is written here and not through do_file_cmd, since its size is
+ * then known from the open descriptor: no second look-up of the path for each error line.
  */
 void dbg_write_to_file(const char *name, std::string_view text)
 {
     Text<62> path;
     path.append("/var/debug.");
-    path.append(std::string_view{name});
+    path.append(name);
     path.append(".log");
     const Fd fd{open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogFileMode)};
     if (!fd) {

@@ -61,12 +61,12 @@ bool valid_wan_id(Site site, int wan_id)
 bool take_address(std::string_view line, WAN_IP_INFO_STRU *info)
 {
     for (const auto &[key, field] : kAddressLines) {
-        const std::string_view name{key};
-        if (!line.starts_with(name) || !line.substr(name.size()).starts_with('=')) {
+        const std::size_t name_length = strlen(key);
+        if (!line.starts_with(key) || line.size() == name_length || line[name_length] != '=') {
             continue;
         }
-        const std::string_view value = line.substr(name.size() + 1);
-        const std::string_view address = value.substr(0, value.find('\r'));
+        line.remove_prefix(name_length + 1);
+        const std::string_view address{line.data(), std::min(line.find('\r'), line.size())};
         if (!address.empty()) {
             copy_text(info->*field, address);
         }

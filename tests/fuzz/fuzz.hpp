@@ -27,7 +27,7 @@ inline void write_file(const char *path, const std::uint8_t *data, std::size_t s
 {
     FILE *const file = fopen(path, "we");
     FUZZ_CHECK(file != nullptr);
-    FUZZ_CHECK(fwrite(data, 1, size, file) == size);
+    FUZZ_CHECK(size == 0 || fwrite(data, 1, size, file) == size);
     FUZZ_CHECK(fclose(file) == 0);
 }
 

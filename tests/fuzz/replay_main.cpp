@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <vector>
 
 #include "fuzz/fuzz.hpp"
@@ -17,12 +18,13 @@ namespace
 namespace fs = std::filesystem;
 constexpr std::size_t kLongestCut = 256;
 
-/** Runs the target on a copy that ends exactly where the input does. */
+/** Runs the target on a copy that ends exactly where the input does, and exists when it is empty.
+ */
 void run(const std::vector<char> &seed, std::size_t size)
 {
-    const std::vector<std::uint8_t> input(seed.begin(),
-                                          seed.begin() + static_cast<std::ptrdiff_t>(size));
-    LLVMFuzzerTestOneInput(input.data(), input.size());
+    const auto input = std::make_unique<std::uint8_t[]>(size);
+    std::copy_n(seed.begin(), size, input.get());
+    LLVMFuzzerTestOneInput(input.get(), size);
 }
 
 void replay(const fs::path &path)

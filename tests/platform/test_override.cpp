@@ -11,6 +11,7 @@
 #include "platform/cfm.h"
 #include "platform/process.h"
 #include "prod_common_cfm.h"
+#include "prod_common_wan.h"
 #include "support/files.hpp"
 
 static std::vector<std::string> files_written;
@@ -44,6 +45,11 @@ TEST(Override, TheLibraryCallsTheProgramsOwn)
     ASSERT_EQ(files_written.size(), 1U);
     EXPECT_EQ(files_written[0].rfind("/var/run/id.shm: 0x", 0), 0U) << files_written[0];
     EXPECT_FALSE(test::exists("/var/run/id.shm"));
+
+    files_written.clear();
+    wisp_set_webpage_status(3);
+    EXPECT_EQ(files_written, std::vector<std::string>{"/var/wisp_webpage_status: status=3\n"});
+    EXPECT_FALSE(test::exists("/var/wisp_webpage_status"));
 }
 
 TEST(Override, ByOneFunctionOfAHeader)
