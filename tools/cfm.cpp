@@ -114,7 +114,7 @@ int restore(Arguments)
 /** A whole file in memory; nothing when it cannot be read. */
 Text read_whole(const char *path, std::size_t &size)
 {
-    constexpr off_t kLargest = 16 * 1024 * 1024;
+    constexpr off_t kLargest = off_t{16} * 1024 * 1024;
     FILE *const file = fopen(path, "re");
     struct stat status;
     Text text{nullptr, &free};

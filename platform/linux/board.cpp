@@ -12,7 +12,7 @@ namespace platform
 namespace
 {
 
-constexpr off_t kLargestJson = 64 * 1024;
+constexpr off_t kLargestJson = off_t{64} * 1024;
 
 }  // namespace
 

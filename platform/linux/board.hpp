@@ -30,7 +30,7 @@ inline const cJSON *member(const cJSON *object, const char *name)
 /** A text, or nullptr when @p item is none. */
 inline const char *text_of(const cJSON *item)
 {
-    return cJSON_IsString(item) != 0 ? item->valuestring : nullptr;
+    return item != nullptr && cJSON_IsString(item) != 0 ? item->valuestring : nullptr;
 }
 
 /** A text as a name of an interface; nullptr when it cannot be one. */

@@ -12,7 +12,7 @@ namespace platform
 
 inline constexpr const char *kPersistentFile = "/cfg/cfm.cfg";
 inline constexpr const char *kDefaultsFile = "/etc/default.cfg";
-inline constexpr off_t kLargestConfig = 16 * 1024 * 1024;
+inline constexpr off_t kLargestConfig = off_t{16} * 1024 * 1024;
 
 /** A key is text of 1 to CFM_KEY_MAX bytes that can start a line: no '=', no leading '#'. */
 bool is_key(std::string_view key);

@@ -37,10 +37,10 @@ constexpr mode_t kPrivateFile = 0600;
 // What the settings may take, many times what any device configures: a bound for a daemon that
 // writes without end. The map, which is address space and not memory, has room for a second set
 // while a restore replaces the first, and for old pages that a reader holds.
-constexpr std::size_t kMostSettings = 16 * 1024 * 1024;
+constexpr std::size_t kMostSettings = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMapSize = 4 * kMostSettings;
 constexpr unsigned int kReaders = 2048;
-constexpr off_t kReaderTableSize = 64 * (kReaders + 2);  // a cache line each, and the header
+constexpr off_t kReaderTableSize = off_t{64} * (kReaders + 2);  // a cache line each, and the header
 
 class MutexLock
 {

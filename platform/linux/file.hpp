@@ -4,9 +4,11 @@
 
 #include <sys/types.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <system_error>
 
 #include "handle.hpp"
 
@@ -24,6 +26,27 @@ inline std::string_view after(std::string_view text, std::size_t count)
 {
     text.remove_prefix(count < text.size() ? count : text.size());
     return text;
+}
+
+/** Copies at most N - 1 characters and terminates. */
+template <std::size_t N>
+void copy_text(char (&out)[N], std::string_view text)
+{
+    const std::size_t length = text.size() < N ? text.size() : N - 1;
+    memcpy(out, text.data(), length);
+    out[length] = '\0';
+}
+
+/** Takes a decimal number from the front of a text; false, and nothing taken, without one. */
+template <typename Number>
+bool take_number(std::string_view &text, Number &number)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{}) {
+        return false;
+    }
+    text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+    return true;
 }
 
 /** Text that grows, on the heap. */

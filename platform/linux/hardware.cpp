@@ -115,11 +115,18 @@ std::string_view active_trigger(std::string_view list)
     return platform::first_of(list, list.find(']'));
 }
 
+int number_in(const char *text)
+{
+    std::string_view digits{text};
+    int number = 0;
+    return platform::take_number(digits, number) ? number : 0;
+}
+
 bool steady(const Led &led, bool on)
 {
     char brightness[16] = "0";
-    if (on &&
-        (!led.read("max_brightness", brightness, sizeof(brightness)) || atoi(brightness) <= 0)) {
+    if (on && (!led.read("max_brightness", brightness, sizeof(brightness)) ||
+               number_in(brightness) <= 0)) {
         return false;
     }
     return led.write("trigger", kNoTrigger) && led.write("brightness", brightness);
@@ -142,7 +149,7 @@ bool follow_board(const Led &led)
 /** The link settings with room for the link-mode masks that follow, at most 3 of 127 words. */
 union LinkSettings {
     ethtool_link_settings head;
-    char room[sizeof(ethtool_link_settings) + 3 * 127 * sizeof(u32)];
+    char room[sizeof(ethtool_link_settings) + std::size_t{3} * 127 * sizeof(u32)];
 };
 
 /** False when the driver does not tell. */
@@ -229,7 +236,7 @@ EthTable *read_eth_table()
     for (const EthName &entry : kEthNames) {
         const char *const name = platform::interface_of(member(names, entry.name));
         if (name != nullptr) {
-            strcpy(fresh->names[entry.index], name);
+            platform::copy_text(fresh->names[entry.index], name);
         }
     }
     EthTable *seen = nullptr;
@@ -255,7 +262,7 @@ int iof_gpio_get(gpio_id_t id, unsigned int *state)
     } else if (led.normal() != nullptr && trigger == led.normal()) {
         *state = LED_NORMAL;
     } else {
-        *state = atoi(brightness) > 0 ? LED_ON : LED_OFF;
+        *state = number_in(brightness) > 0 ? LED_ON : LED_OFF;
     }
     return 0;
 }

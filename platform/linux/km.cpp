@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "board.hpp"
 #include "file.hpp"
@@ -21,6 +22,7 @@
 using platform::Fd;
 using platform::Json;
 using platform::member;
+using platform::take_number;
 
 namespace
 {
@@ -30,7 +32,7 @@ constexpr int kWans = 16;  // more than any board has
 constexpr long long kSecond = 1000000000;
 constexpr long long kShortest = kSecond / 10;  // counters move in bursts; less would be noise
 constexpr long long kLongest = 10 * kSecond;   // more would not be the current rate
-constexpr timespec kOwnWindow{0, 150 * 1000 * 1000};
+constexpr timespec kOwnWindow{0, 150000000};
 
 /** One look at a WAN's counters. */
 struct Sample {
@@ -62,8 +64,11 @@ bool read_counter(const char *ifname, const char *counter, u64 &value)
 {
     char path[64 + IFNAMSIZ];
     snprintf(path, sizeof(path), "/sys/class/net/%s/statistics/%s", ifname, counter);
-    const platform::Stream stream{fopen(path, "re")};
-    return stream != nullptr && fscanf(stream.get(), "%llu", &value) == 1;
+    const Fd fd{open(path, O_RDONLY | O_CLOEXEC)};
+    char text[32];
+    const ssize_t got = fd ? read(fd.get(), text, sizeof(text)) : -1;
+    std::string_view digits{text, got > 0 ? static_cast<std::size_t>(got) : 0};
+    return take_number(digits, value);
 }
 
 /** The first of a WAN's interfaces that exists: its PPP link while that is up. */
@@ -88,7 +93,7 @@ Sample look(const cJSON *wan)
     const char *const ifname = traffic_interface(wan);
     if (ifname != nullptr && read_counter(ifname, "rx_bytes", sample.received) &&
         read_counter(ifname, "tx_bytes", sample.sent)) {
-        strcpy(sample.ifname, ifname);
+        platform::copy_text(sample.ifname, ifname);
         sample.at = now();
     }
     return sample;
@@ -109,19 +114,37 @@ Fd open_samples(int how, int lock)
     return fd && flock(fd.get(), lock | LOCK_NB) == 0 ? Fd{fd.release()} : Fd{};
 }
 
-/** A damaged line is none. */
-bool parse_sample(const char *line, Sample &sample)
+bool take_blank(std::string_view &text)
 {
-    Sample parsed;
-    int end = 0;
-    static_assert(IFNAMSIZ == 16);
-    if (sscanf(line, "%d %15s %lld %llu %llu%n", &parsed.wan, parsed.ifname, &parsed.at,
-               &parsed.received, &parsed.sent, &end) != 5 ||
-        line[end] != '\n' || parsed.wan <= 0) {
+    const bool there = !text.empty() && text.front() == ' ';
+    text = platform::after(text, there ? 1 : 0);
+    return there;
+}
+
+bool take_name(std::string_view &text, char (&name)[IFNAMSIZ])
+{
+    const std::size_t length = text.find(' ');
+    if (length == 0 || length >= IFNAMSIZ) {
         return false;
     }
-    sample = parsed;
+    platform::copy_text(name, platform::first_of(text, length));
+    text.remove_prefix(length);
     return true;
+}
+
+/** A damaged line is none. */
+bool parse_sample(std::string_view line, Sample &sample)
+{
+    Sample parsed;
+    const bool sound = take_number(line, parsed.wan) && parsed.wan > 0 && take_blank(line) &&
+                       take_name(line, parsed.ifname) && take_blank(line) &&
+                       take_number(line, parsed.at) && take_blank(line) &&
+                       take_number(line, parsed.received) && take_blank(line) &&
+                       take_number(line, parsed.sent) && line == "\n";
+    if (sound) {
+        sample = parsed;
+    }
+    return sound;
 }
 
 void remember_in(Histories &histories, const Sample &sample)

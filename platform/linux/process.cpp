@@ -194,7 +194,7 @@ int hlx_proc_send_msg(HLX_MSG *frame, const char *socket_path)
         return -1;
     }
     address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, socket_path);
+    platform::copy_text(address.sun_path, socket_path);
     const platform::Fd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (!fd ||
         setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof(kSendTimeout)) != 0 ||

@@ -96,7 +96,8 @@ void fill_station(station_info_t &station, nlattr *info)
     }
     nlattr *const signal = parts[NL80211_STA_INFO_SIGNAL];
     if (signal != nullptr && nla_len(signal) >= 1) {
-        const int dbm = static_cast<int8_t>(nla_get_u8(signal));
+        const int byte = nla_get_u8(signal);
+        const int dbm = byte < 128 ? byte : byte - 256;
         snprintf(station.rssi, sizeof(station.rssi), "%d", dbm);
         snprintf(station.quality, sizeof(station.quality), "%d", quality_of(dbm));
     }
@@ -242,7 +243,7 @@ int pav_wifi_get_osifname(const char *cfg_ifname, char *os_ifname)
     if (ifname == nullptr) {
         return -1;
     }
-    strcpy(os_ifname, ifname);
+    memcpy(os_ifname, ifname, strlen(ifname) + 1);
     return 0;
 }
 

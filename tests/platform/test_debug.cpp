@@ -3,6 +3,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "support/capture.hpp"
 
@@ -21,8 +28,36 @@ __attribute__((noinline)) void around_it()
 }
 }
 
+static std::vector<std::pair<int, std::string>> logged;
+
+void syslog(int priority, const char *format, ...)
+{
+    char text[2048];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    logged.emplace_back(priority, text);
+}
+
 namespace
 {
+
+TEST(PlatformLog, OneMessage)
+{
+    logged.clear();
+    log_debug_print("function", 12, 2, "wan", "%s %d", "failed", 7);
+    log_debug_print("function", 13, 0, "wan", "function entry!");
+    log_debug_print("function", 14, 2, "wan", "%s", std::string(5000, 'x').c_str());
+    log_debug_print(nullptr, 1, 2, "wan", "x");
+    log_debug_print("f", 1, 2, nullptr, "x");
+    log_debug_print("f", 1, 2, "wan", nullptr);
+    ASSERT_EQ(logged.size(), 3U);
+    EXPECT_EQ(logged[0], std::make_pair(LOG_ERR, std::string{"[wan.2] 12 function: failed 7"}));
+    EXPECT_EQ(logged[1],
+              std::make_pair(LOG_DEBUG, std::string{"[wan.0] 13 function: function entry!"}));
+    EXPECT_EQ(logged[2].second, "[wan.2] 14 function: " + std::string(1023, 'x'));
+}
 
 TEST(Backtrace, NamesTheCallersFromTheInside)
 {

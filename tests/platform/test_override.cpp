@@ -10,6 +10,7 @@
 #include "ipc/shared_memory.h"
 #include "platform/cfm.h"
 #include "platform/process.h"
+#include "prod_common_cfm.h"
 #include "prod_common_wan.h"
 #include "support/files.hpp"
 
@@ -24,6 +25,14 @@ int do_file_cmd(const char *path, int, const char *format, ...)
     va_end(args);
     files_written.push_back(std::string{path} + ": " + text);
     return 0;
+}
+
+static std::vector<std::string> keys_removed;
+
+int UnSetValue(const char *key)
+{
+    keys_removed.emplace_back(key);
+    return 1;
 }
 
 namespace
@@ -41,6 +50,15 @@ TEST(Override, TheLibraryCallsTheProgramsOwn)
     wisp_set_webpage_status(3);
     EXPECT_EQ(files_written, std::vector<std::string>{"/var/wisp_webpage_status: status=3\n"});
     EXPECT_FALSE(test::exists("/var/wisp_webpage_status"));
+}
+
+TEST(Override, ByOneFunctionOfAHeader)
+{
+    EXPECT_NE(SetValue("a", "1"), 0);
+    EXPECT_EQ(prod_cfm_unset_val("a"), 1);
+    EXPECT_EQ(keys_removed, std::vector<std::string>{"a"});
+    char value[CFM_VALUE_SIZE] = "";
+    EXPECT_NE(GetValue("a", value), 0);  // the program's own removed nothing
 }
 
 TEST(Override, TheOthersStayThePorts)

@@ -32,7 +32,7 @@ PLATFORM_BEGIN
  * @param key    name of the value
  * @param value  receives the text with its NUL; must have CFM_VALUE_SIZE bytes, since the store
  *               is given no length. Left untouched when the key is absent.
- * Never blocks, apart from a process's first access, which opens the store. No heap is used.
+ * Never blocks, apart from a process's first access, which opens the store.
  *
  * @return non-zero when the key was found (its value may be empty), 0 when it is absent, cannot
  *         be a key (NULL, empty or longer than CFM_KEY_MAX) or the store cannot be read; also for
