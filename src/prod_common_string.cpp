@@ -210,7 +210,7 @@ char *str_replace(const char *str, const char *old_text, const char *new_text)
         out += before + new_length;
         str = found + old_length;
     }
-    strcpy(out, str);
+    memcpy(out, str, strlen(str) + 1);
     return result;
 }
 
@@ -289,8 +289,8 @@ int mac_str_32(char *mac)
         out[2] = ':';
         out += 3;
     }
-    strcpy(out, mac + 2 * kPairs);
-    strcpy(mac, result);
+    memcpy(out, mac + 2 * kPairs, length - 2 * kPairs + 1);
+    memcpy(mac, result, length + kPairs + 1);
     return 1;
 }
 

@@ -48,6 +48,12 @@ class Fd
 
     explicit operator bool() const { return fd_ >= 0; }
     int get() const { return fd_; }
+    int release()
+    {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
 
   private:
     int fd_;

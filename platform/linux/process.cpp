@@ -15,7 +15,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "file.hpp"
 #include "handle.hpp"
 
 namespace
@@ -91,6 +93,40 @@ bool send_all(int socket, iovec *parts, std::size_t count)
     return true;
 }
 
+constexpr std::size_t kKernelName = 15;  // what the kernel keeps of a process name
+
+/** Whether the process of that number has this name and has not ended. */
+bool runs(const char *number, std::string_view wanted)
+{
+    char path[sizeof("/proc//stat") + sizeof(dirent::d_name)];
+    snprintf(path, sizeof(path), "/proc/%s/stat", number);
+    const platform::Fd fd{open(path, O_RDONLY | O_CLOEXEC)};
+    char text[128];  // the number, the name in parentheses, the state
+    const ssize_t got = fd ? read(fd.get(), text, sizeof(text)) : -1;
+    if (got <= 0) {
+        return false;
+    }
+    const std::string_view stat{text, static_cast<std::size_t>(got)};
+    const std::size_t open_at = stat.find('(');
+    const std::size_t close_at = stat.rfind(')');
+    if (open_at == std::string_view::npos || close_at == std::string_view::npos ||
+        close_at < open_at || close_at + 2 >= stat.size()) {
+        return false;
+    }
+    const char state = stat[close_at + 2];
+    return state != 'Z' && state != 'X' &&
+           platform::after(platform::first_of(stat, close_at), open_at + 1) == wanted;
+}
+
+int connect_again(int socket, const sockaddr_un &address)
+{
+    int rc = 0;
+    do {
+        rc = connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+    } while (rc != 0 && errno == EINTR);
+    return rc;
+}
+
 }  // namespace
 
 int doSystemCmd(const char *format, ...)
@@ -125,28 +161,24 @@ int do_file_cmd(const char *path, int mode, const char *format, ...)
         return -1;
     }
     const ssize_t written = write(fd.get(), text.c_str(), text.size());
-    return written == static_cast<ssize_t>(text.size()) ? 0 : -1;
+    if (written == static_cast<ssize_t>(text.size())) {
+        return 0;
+    }
+    if (written >= 0) {
+        errno = ENOSPC;  // the part that fits is there, the rest is lost
+    }
+    return -1;
 }
 
 int monitor_check_exist(const char *process_name)
 {
-    const platform::Dir proc{process_name != nullptr ? opendir("/proc") : nullptr};
-    if (proc == nullptr) {
+    if (process_name == nullptr || process_name[0] == '\0') {
         return 0;
     }
-    while (const dirent *const entry = readdir(proc.get())) {
-        if (entry->d_name[0] < '0' || entry->d_name[0] > '9') {
-            continue;
-        }
-        char path[sizeof("/proc//comm") + sizeof(entry->d_name)];
-        snprintf(path, sizeof(path), "/proc/%s/comm", entry->d_name);
-        const platform::Stream stream{fopen(path, "re")};
-        char name[64];
-        if (stream == nullptr || fgets(name, sizeof(name), stream.get()) == nullptr) {
-            continue;
-        }
-        name[strcspn(name, "\n")] = '\0';
-        if (strcmp(name, process_name) == 0) {
+    const std::string_view wanted{process_name, strnlen(process_name, kKernelName)};
+    const platform::Dir proc{opendir("/proc")};
+    while (const dirent *const entry = proc != nullptr ? readdir(proc.get()) : nullptr) {
+        if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9' && runs(entry->d_name, wanted)) {
             return 1;
         }
     }
@@ -166,7 +198,7 @@ int hlx_proc_send_msg(HLX_MSG *frame, const char *socket_path)
     const platform::Fd fd{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
     if (!fd ||
         setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &kSendTimeout, sizeof(kSendTimeout)) != 0 ||
-        connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        connect_again(fd.get(), address) != 0) {
         return -1;
     }
     iovec parts[] = {{&frame->Length, sizeof(frame->Length)},

@@ -16,6 +16,17 @@ inline constexpr std::size_t kValueSize = CFM_VALUE_SIZE;
 /** A formatted key; longer ones are cut without any report. */
 using ConfigKey = Text<512>;
 
+/** The key that a variadic function's arguments make; a NULL format makes an empty one. */
+template <typename Key = ConfigKey>
+__attribute__((format(printf, 1, 0))) Key format_key(const char *format, va_list args)
+{
+    Key key;
+    if (format != nullptr) {
+        key.vappend(format, args);
+    }
+    return key;
+}
+
 /** The value of one key as the store holds it now; an absent key reads as the empty text. */
 class ConfigValue
 {

@@ -2,10 +2,14 @@
 // Text in fixed room: formatted keys, paths, commands and lines that are cut, never overrun.
 #pragma once
 
+#include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "prod_common_types.h"
@@ -34,6 +38,26 @@ template <std::size_t N>
 void copy_text(char (&out)[N], std::string_view text)
 {
     copy_text(out, N, text);
+}
+
+/**
+ * Takes a prefix and the number behind it off a text, as scanf's "<prefix>%d" would; @p text moves
+ * on only when both are there. A number beyond int counts as the nearest int, in a type with room
+ * for calculations.
+ */
+inline std::optional<long long> take_number(const char *&text, std::string_view prefix)
+{
+    if (strncmp(text, prefix.data(), prefix.size()) != 0) {
+        return std::nullopt;
+    }
+    const char *const digits = text + prefix.size();
+    char *end;
+    const long long number = strtoll(digits, &end, 10);
+    if (end == digits) {
+        return std::nullopt;
+    }
+    text = end;
+    return std::clamp<long long>(number, INT_MIN, INT_MAX);
 }
 
 /** A formatted text of at most Size - 1 characters; what does not fit is cut. */

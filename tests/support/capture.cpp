@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/capture.hpp"
 
+#include <fcntl.h>
 #include <regex.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@ std::string printed(const std::function<void()> &code)
     fflush(stdout);
     const int console = dup(STDOUT_FILENO);
     const int memory = memfd_create("stdout", MFD_CLOEXEC);
+    fcntl(memory, F_SETFL, O_APPEND);  // or threads would write over each other's lines
     dup2(memory, STDOUT_FILENO);
     code();
     fflush(stdout);

@@ -2,14 +2,16 @@
 #include "prod_common_debug.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "ipc/shared_memory.h"
 #include "support/capture.hpp"
@@ -410,6 +412,23 @@ TEST_F(Debug, AFullDiskLosesTheLineSilently)
                 Prints(log_line(PROD_DBG_ERROR, "f", "x")));
 }
 
+/** From several threads at once, some of them the first to need the table. */
+void log_from_threads()
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([] {
+            for (int line = 0; line < 100; ++line) {
+                prod_debug("f", 1, PROD_DBG_ERROR, "threads", "whole");
+                PROD_LOG_DEBUG("threads", "suppressed");
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+}
+
 // ---- the macros for daemons ------------------------------------------------------------------
 
 int evaluated;
@@ -472,6 +491,22 @@ std::string printed_before_attaching(const char *what)
     });
 }
 
+TEST_F(Debug, ThreadsMayLogAtOnce)
+{
+    test::remove_all("/var/debug.threads.log");
+    const std::string text = printed_before_attaching("--threads-once");
+    int lines = 0;
+    for (std::size_t at = 0; at < text.size(); ++lines) {
+        const std::size_t end = text.find("\033[0m", at) + 4;
+        ASSERT_THAT(text.substr(at, end - at),
+                    Prints(log_line(PROD_DBG_ERROR, "f", "whole", "threads")));
+        at = end;
+    }
+    EXPECT_EQ(lines, 800);
+    const std::string kept = test::read_text("/var/debug.threads.log");
+    EXPECT_EQ(std::count(kept.begin(), kept.end(), '\n'), 800);
+}
+
 class WithoutTable : public testing::TestWithParam<bool>
 {
 };
@@ -517,6 +552,8 @@ const bool ran_once = [] {
         prod_debug("f", 1, PROD_DBG_ERROR, "prod", "lost");
     } else if (what == "--level-once") {
         get_dbg_level("prod");
+    } else if (what == "--threads-once") {
+        log_from_threads();
     } else if (what == "--set-once") {
         set_dbg_level("prod", PROD_DBG_DEBUG);
     } else {

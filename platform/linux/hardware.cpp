@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: MIT
+#include "platform/hardware.h"
+
+#include <fcntl.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "board.hpp"
+#include "file.hpp"
+#include "interface.hpp"
+
+using platform::Fd;
+using platform::Json;
+using platform::member;
+using platform::text_of;
+
+namespace
+{
+
+// ------------------------------------------------------------------------------------------ LEDs
+
+struct LedName {
+    gpio_id_t id;
+    const char *name;
+};
+constexpr LedName kLeds[] = {
+    {LED_SYS, "LED_SYS"},   {LED_WPS, "LED_WPS"},     {LED_24G, "LED_24G"}, {LED_5G, "LED_5G"},
+    {LED_USB, "LED_USB"},   {LED_LAN, "LED_LAN"},     {LED_WAN, "LED_WAN"}, {LED_RED, "LED_RED"},
+    {LED_BLUE, "LED_BLUE"}, {LED_GREEN, "LED_GREEN"},
+};
+
+constexpr const char *kNoTrigger = "none";
+constexpr const char *kBlinkTrigger = "timer";
+constexpr const char *kBlinkTime = "500";   // milliseconds on, and as many off
+constexpr std::size_t kTriggerRoom = 4096;  // the kernel lists every trigger it knows
+
+/**
+ * An LED of the kernel's LED class: a folder of attributes. The board file names the folder, or an
+ * object with the folder's "name" and the trigger ("normal") that drives the LED when nobody else
+ * does.
+ */
+class Led
+{
+  public:
+    explicit Led(gpio_id_t id) : board_(platform::read_board())
+    {
+        const cJSON *const leds = member(board_.get(), "leds");
+        const char *const path = text_of(member(leds, "path"));
+        for (const LedName &led : kLeds) {
+            const cJSON *const entry = led.id == id ? member(leds, led.name) : nullptr;
+            const char *const name =
+                cJSON_IsObject(entry) != 0 ? text_of(member(entry, "name")) : text_of(entry);
+            if (name != nullptr && path != nullptr) {
+                normal_ = text_of(member(entry, "normal"));
+                const int length = snprintf(folder_, sizeof(folder_), "%s/%s", path, name);
+                exists_ = length < static_cast<int>(sizeof(folder_)) && access(folder_, F_OK) == 0;
+            }
+        }
+    }
+
+    bool exists() const { return exists_; }
+    /** The trigger of LED_NORMAL, nullptr when the board names none. */
+    const char *normal() const { return normal_; }
+
+    bool write(const char *attribute, const char *text) const
+    {
+        const Fd fd{open_attribute(attribute, O_WRONLY | O_TRUNC)};
+        const auto length = static_cast<ssize_t>(strlen(text));
+        return fd && ::write(fd.get(), text, static_cast<std::size_t>(length)) == length;
+    }
+
+    /** Reads an attribute without its line end. */
+    bool read(const char *attribute, char *text, std::size_t size) const
+    {
+        const Fd fd{open_attribute(attribute, O_RDONLY)};
+        const ssize_t got = fd ? ::read(fd.get(), text, size - 1) : -1;
+        if (got < 0) {
+            return false;
+        }
+        text[got] = '\0';
+        text[strcspn(text, "\n")] = '\0';
+        return true;
+    }
+
+  private:
+    int open_attribute(const char *attribute, int how) const
+    {
+        char path[sizeof(folder_) + 32];
+        snprintf(path, sizeof(path), "%s/%s", folder_, attribute);
+        return open(path, how | O_CLOEXEC);
+    }
+
+    Json board_;
+    const char *normal_ = nullptr;
+    char folder_[256];
+    bool exists_ = false;
+};
+
+/** The trigger in force: the bracketed one of the kernel's list, or a lone name. */
+std::string_view active_trigger(std::string_view list)
+{
+    const std::size_t open = list.find('[');
+    if (open == std::string_view::npos) {
+        return list;
+    }
+    list.remove_prefix(open + 1);
+    return platform::first_of(list, list.find(']'));
+}
+
+bool steady(const Led &led, bool on)
+{
+    char brightness[16] = "0";
+    if (on &&
+        (!led.read("max_brightness", brightness, sizeof(brightness)) || atoi(brightness) <= 0)) {
+        return false;
+    }
+    return led.write("trigger", kNoTrigger) && led.write("brightness", brightness);
+}
+
+bool blink(const Led &led)
+{
+    // The delays exist only once the trigger is set.
+    return led.write("trigger", kBlinkTrigger) && led.write("delay_on", kBlinkTime) &&
+           led.write("delay_off", kBlinkTime);
+}
+
+bool follow_board(const Led &led)
+{
+    return led.normal() != nullptr ? led.write("trigger", led.normal()) : steady(led, true);
+}
+
+// ----------------------------------------------------------------------------------------- ports
+
+/** The link settings with room for the link-mode masks that follow, at most 3 of 127 words. */
+union LinkSettings {
+    ethtool_link_settings head;
+    char room[sizeof(ethtool_link_settings) + 3 * 127 * sizeof(u32)];
+};
+
+/** False when the driver does not tell. */
+bool read_link_settings(platform::Interface &interface, LinkSettings &settings)
+{
+    memset(&settings, 0, sizeof(settings));
+    settings.head.cmd = ETHTOOL_GLINKSETTINGS;
+    // The first answer only tells, as a negative number, how long the masks are.
+    if (!interface.ask(SIOCETHTOOL, &settings) || settings.head.link_mode_masks_nwords >= 0) {
+        return false;
+    }
+    settings.head.link_mode_masks_nwords = static_cast<__s8>(-settings.head.link_mode_masks_nwords);
+    settings.head.cmd = ETHTOOL_GLINKSETTINGS;
+    return interface.ask(SIOCETHTOOL, &settings);
+}
+
+bool read_port(const char *ifname, port_status &status)
+{
+    platform::Interface interface {
+        ifname
+    };
+    if (!interface.ask(SIOCGIFFLAGS)) {
+        return false;
+    }
+    const auto flags = static_cast<unsigned int>(interface.answer().ifr_flags);
+    ethtool_value link{ETHTOOL_GLINK, 0};
+    const bool told = interface.ask(SIOCETHTOOL, &link);
+    const bool carrier = told ? link.data != 0 : (flags & IFF_RUNNING) != 0;
+    status.link = (flags & IFF_UP) != 0 && carrier ? 1 : 0;
+    LinkSettings settings;
+    if (read_link_settings(interface, settings)) {
+        status.speed =
+            settings.head.speed != static_cast<u32>(SPEED_UNKNOWN) ? settings.head.speed : 0;
+        status.duplex = settings.head.duplex == DUPLEX_FULL ? 1 : 0;
+        status.nway = settings.head.autoneg == AUTONEG_ENABLE ? 1 : 0;
+    }
+    return true;
+}
+
+// ----------------------------------------------------------------------------- interface names
+
+struct EthName {
+    eth_idx_t index;
+    const char *name;
+};
+constexpr EthName kEthNames[] = {
+    {LAN_1, "LAN_1"},           {LAN_2, "LAN_2"},           {LAN_3, "LAN_3"},
+    {LAN_4, "LAN_4"},           {L_LAN_1, "L_LAN_1"},       {L_LAN_2, "L_LAN_2"},
+    {L_LAN_3, "L_LAN_3"},       {L_LAN_4, "L_LAN_4"},       {P_LAN_1, "P_LAN_1"},
+    {P_LAN_2, "P_LAN_2"},       {P_LAN_3, "P_LAN_3"},       {P_LAN_4, "P_LAN_4"},
+    {WAN_1, "WAN_1"},           {WAN_2, "WAN_2"},           {WAN_3, "WAN_3"},
+    {WAN_4, "WAN_4"},           {P_WAN_1, "P_WAN_1"},       {P_WAN_2, "P_WAN_2"},
+    {P_WAN_3, "P_WAN_3"},       {P_WAN_4, "P_WAN_4"},       {WLAN_24G_1, "WLAN_24G_1"},
+    {WLAN_24G_2, "WLAN_24G_2"}, {WLAN_24G_3, "WLAN_24G_3"}, {WLAN_24G_4, "WLAN_24G_4"},
+    {WLAN_5G_1, "WLAN_5G_1"},   {WLAN_5G_2, "WLAN_5G_2"},   {WLAN_5G_3, "WLAN_5G_3"},
+    {WLAN_5G_4, "WLAN_5G_4"},   {WLAN_6G_1, "WLAN_6G_1"},   {WLAN_6G_2, "WLAN_6G_2"},
+    {WLAN_6G_3, "WLAN_6G_3"},   {WLAN_6G_4, "WLAN_6G_4"},   {PORT_CPU1, "PORT_CPU1"},
+    {PORT_CPU2, "PORT_CPU2"},   {IPTV_LAN_1, "IPTV_LAN_1"}, {IPTV_LAN_2, "IPTV_LAN_2"},
+    {IPTV_LAN_3, "IPTV_LAN_3"}, {IPTV_LAN_4, "IPTV_LAN_4"}, {IPTV_WAN_1, "IPTV_WAN_1"},
+};
+
+/** Names by index, empty where the board has none. */
+struct EthTable {
+    char names[IPTV_MAX][IFNAMSIZ];
+};
+
+/**
+ * The names that callers hold on to: read once in a process, since a board's interfaces are not
+ * renamed while it runs, and never freed. A board file that is not there yet is asked for again.
+ */
+constinit std::atomic<EthTable *> eth_table{nullptr};
+
+EthTable *read_eth_table()
+{
+    const Json board = platform::read_board();
+    const cJSON *const names = member(board.get(), "ethernet");
+    if (cJSON_IsObject(names) == 0) {
+        return nullptr;
+    }
+    platform::Allocated<EthTable> fresh{static_cast<EthTable *>(calloc(1, sizeof(EthTable)))};
+    if (fresh == nullptr) {
+        return nullptr;
+    }
+    for (const EthName &entry : kEthNames) {
+        const char *const name = platform::interface_of(member(names, entry.name));
+        if (name != nullptr) {
+            strcpy(fresh->names[entry.index], name);
+        }
+    }
+    EthTable *seen = nullptr;
+    return eth_table.compare_exchange_strong(seen, fresh.get(), std::memory_order_acq_rel)
+               ? fresh.release()
+               : seen;
+}
+
+}  // namespace
+
+int iof_gpio_get(gpio_id_t id, unsigned int *state)
+{
+    const Led led{id};
+    char list[kTriggerRoom];
+    char brightness[16];
+    if (state == nullptr || !led.exists() || !led.read("trigger", list, sizeof(list)) ||
+        !led.read("brightness", brightness, sizeof(brightness))) {
+        return -1;
+    }
+    const std::string_view trigger = active_trigger(list);
+    if (trigger == kBlinkTrigger) {
+        *state = LED_BLINK;
+    } else if (led.normal() != nullptr && trigger == led.normal()) {
+        *state = LED_NORMAL;
+    } else {
+        *state = atoi(brightness) > 0 ? LED_ON : LED_OFF;
+    }
+    return 0;
+}
+
+int iof_gpio_set(gpio_id_t id, led_pattern_t pattern)
+{
+    const Led led{id};
+    if (!led.exists()) {
+        return -1;
+    }
+    bool done = false;
+    switch (pattern) {
+        case LED_ON:
+        case LED_FORCE_ON:
+            done = steady(led, true);
+            break;
+        case LED_OFF:
+        case LED_FORCE_OFF:
+            done = steady(led, false);
+            break;
+        case LED_BLINK:
+            done = blink(led);
+            break;
+        case LED_NORMAL:
+            done = follow_board(led);
+            break;
+    }
+    return done ? 0 : -1;
+}
+
+int iof_gpio_set_start(gpio_id_t id, int start)
+{
+    const Led led{id};
+    return led.exists() && (start != 0 ? follow_board(led) : steady(led, false)) ? 0 : -1;
+}
+
+int iof_port_status_get(int port, port_status *status)
+{
+    if (status == nullptr) {
+        return -1;
+    }
+    const Json board = platform::read_board();
+    const cJSON *entry;
+    cJSON_ArrayForEach(entry, member(board.get(), "ports"))
+    {
+        const cJSON *const id = member(entry, "id");
+        if (cJSON_IsNumber(id) == 0 || id->valueint != port) {
+            continue;
+        }
+        port_status now{};
+        if (!read_port(platform::interface_of(member(entry, "ifname")), now)) {
+            return -1;
+        }
+        *status = now;
+        return 0;
+    }
+    return -1;
+}
+
+char *iof_eth_name_get(eth_idx_t index)
+{
+    if (index < 0 || index >= IPTV_MAX) {
+        return nullptr;
+    }
+    EthTable *table = eth_table.load(std::memory_order_acquire);
+    if (table == nullptr) {
+        table = read_eth_table();
+    }
+    return table != nullptr && table->names[index][0] != '\0' ? table->names[index] : nullptr;
+}

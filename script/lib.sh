@@ -1,0 +1,70 @@
+# SPDX-License-Identifier: MIT
+# What the scripts share: where things are, how they are built, how they tell about it.
+# shellcheck shell=bash
+set -euo pipefail
+
+tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+script=$(basename "$0")
+jobs=$(nproc)
+
+say() {
+    printf '==> %s\n' "$*" >&2
+}
+
+fail() {
+    printf '%s: %s\n' "$script" "$*" >&2
+    exit 2
+}
+
+# Prints the comment at the head of the calling script, which is its manual.
+show_help() {
+    sed -n '3,/^[^#]/{s/^# \{0,1\}//p}' "$0"
+}
+
+# usage: option_value OPTION [VALUE]    the value, or the end of the script when there is none
+option_value() {
+    [ $# -ge 2 ] || fail "$1 wants a value (--help tells more)"
+    printf '%s' "$2"
+}
+
+may_write() {
+    local path=$1
+    while [ ! -e "$path" ]; do
+        path=$(dirname "$path")
+    done
+    [ -w "$path" ]
+}
+
+# usage: build_dir NAME    the build folder: in the tree, or in the user's cache when the tree is
+# somebody else's
+build_dir() {
+    local dir=$tree/build/$1
+    if ! may_write "$dir"; then
+        dir=${XDG_CACHE_HOME:-${HOME:?}/.cache}/prod-common/$(printf '%s' "$tree" | sha256sum | cut -c1-12)/$1
+    fi
+    printf '%s' "$dir"
+}
+
+# usage: build NAME PRESET TARGET [CMAKE-ARGUMENT]...
+# Brings a target up to date, one caller at a time. Everything it prints is progress, so that a
+# script's own output stays clean.
+build() {
+    local dir name=$1 preset=$2 target=$3
+    shift 3
+    dir=$(build_dir "$name")
+    mkdir -p "$dir"
+    (
+        exec 8<"$dir"
+        if ! flock --nonblock 8; then
+            say "Waiting for another build in $dir"
+            flock 8
+        fi
+        cd "$tree"
+        if ! grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$tree" "$dir/CMakeCache.txt" || [ ! -e "$dir/build.ninja" ]; then
+            say "Configuring $dir"
+            cmake --fresh --preset "$preset" -B "$dir" "$@" 8<&-
+        fi
+        cmake --build "$dir" --target "$target" --parallel "$jobs" 8<&- |
+            sed -u -e '/^ninja: no work to do/d' -e '/Re-checking globbed directories/d'
+    ) >&2
+}

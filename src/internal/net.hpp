@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+// Addresses as the library handles them, and what an interface says about itself.
+#pragma once
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+
+#include "internal/handle.hpp"
+#include "internal/text.hpp"
+
+namespace prod
+{
+
+inline constexpr std::size_t kIpv4TextSize = INET_ADDRSTRLEN;  // "255.255.255.255"
+inline constexpr std::size_t kMacTextSize = 18;                // "00:11:22:33:44:55"
+
+using Mac = std::array<unsigned char, 6>;
+
+/**
+ * A dotted quad in host byte order. Text that is no address, and no text at all, is
+ * 255.255.255.255.
+ */
+inline u32 ipv4_from(const char *text)
+{
+    return text != nullptr ? ntohl(inet_addr(text)) : INADDR_NONE;
+}
+
+/** The IPv4 address inside a socket address, in network byte order. */
+inline in_addr ipv4_of(const sockaddr &address)
+{
+    sockaddr_in inet;
+    memcpy(&inet, &address, sizeof(inet));
+    return inet.sin_addr;
+}
+
+/** One question to the kernel about an interface, through a socket of its own. */
+class InterfaceQuery
+{
+  public:
+    enum class Result { kAnswered, kNoSocket, kRefused };
+
+    /**
+     * @param ifname   its first 15 characters count
+     * @param request  one of the SIOCGIF... requests
+     */
+    InterfaceQuery(const char *ifname, unsigned long request)
+    {
+        copy_text(block_.ifr_name, ifname);
+        const Fd fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+        if (!fd) {
+            err_ = errno;
+            result_ = Result::kNoSocket;
+        } else if (ioctl(fd.get(), request, &block_) < 0) {
+            err_ = errno;
+            result_ = Result::kRefused;
+        }
+    }
+
+    Result result() const { return result_; }
+    /** errno of what failed. */
+    int err() const { return err_; }
+    const ifreq &answer() const { return block_; }
+
+  private:
+    Result result_ = Result::kAnswered;
+    int err_ = 0;
+    ifreq block_ = {};
+};
+
+}  // namespace prod

@@ -1,0 +1,372 @@
+// SPDX-License-Identifier: MIT
+#include "prod_common_ifaddrs.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cerrno>
+#include <cstring>
+
+#include "internal/json_trace.hpp"
+#include "internal/line_reader.hpp"
+#include "internal/log.hpp"
+#include "internal/neighbours.hpp"
+#include "internal/net.hpp"
+#include "json.h"
+#include "platform/address.h"
+#include "platform/debug.h"
+#include "platform/process.h"
+#include "prod_common_hal.h"
+
+using namespace prod;
+
+namespace
+{
+
+// ---- neighbours ------------------------------------------------------------------------------
+
+constexpr const char *kNoAddress = "0.0.0.0";
+
+/** Whether an entry is the neighbour that a caller names by a dotted quad or a mapped address. */
+bool has_address(const Neighbour &entry, const char *ip)
+{
+    constexpr std::size_t kMappedPrefix = 7;  // "::ffff:"
+    if (entry.flags != 0 && strncmp(entry.ip, ip, sizeof(entry.ip)) == 0) {
+        return true;
+    }
+    // A mapped address matches an incomplete entry too: its MAC then reads as all zero.
+    return strlen(ip) > kMappedPrefix && strcmp(entry.ip, ip + kMappedPrefix) == 0;
+}
+
+/** What both look-ups of a MAC do; below 0 only when the table was not read. */
+int find_mac(Site site, const char *ip, unsigned char *mac)
+{
+    if (ip == nullptr || mac == nullptr) {
+        return -1;
+    }
+    NeighbourTable table;
+    if (!table.is_open()) {
+        PROD_LOG_ERROR_AT(site, kProd, "fopen file is fail.");
+        return -1;
+    }
+    int fields = 0;
+    while (const Neighbour *const entry = table.next()) {
+        fields = entry->fields;
+        Mac found;
+        if (entry->whole() && has_address(*entry, ip) &&
+            ifaddrs_ethaddr_aton(entry->mac, found.data()) != 0) {
+            memcpy(mac, found.data(), found.size());
+            return 0;
+        }
+    }
+    return fields;
+}
+
+bool is_lan_device(const char *device)
+{
+    constexpr long long kLastWanVlan = 9;
+    if (strcmp(device, "br0") == 0) {
+        return true;
+    }
+    const auto vlan = take_number(device, "vlan");
+    return vlan && *vlan > kLastWanVlan;
+}
+
+// ---- interfaces ------------------------------------------------------------------------------
+
+/** Reports an interface query that did not even get a socket; tells whether it was answered. */
+bool answered(Site site, const InterfaceQuery &query)
+{
+    if (query.result() == InterfaceQuery::Result::kNoSocket) {
+        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to create socket, %s.", query.err(),
+                          strerror(query.err()));
+    }
+    return query.result() == InterfaceQuery::Result::kAnswered;
+}
+
+// ---- client records --------------------------------------------------------------------------
+
+struct Counter {
+    const char *member;
+    u64 USER_INFO_STRU::*field;
+};
+constexpr Counter kCounters[] = {
+    {"UpBytes", &USER_INFO_STRU::up_bytes},
+    {"DownBytes", &USER_INFO_STRU::down_bytes},
+    {"LastUpBytes", &USER_INFO_STRU::last_up_bytes},
+    {"LastDownBytes", &USER_INFO_STRU::last_down_bytes},
+    {"ThisCalcTime", &USER_INFO_STRU::thisCalcTime},
+    {"LastCalcTime", &USER_INFO_STRU::lastCalcTime},
+    {"AliveTime", &USER_INFO_STRU::alive_time},
+};
+
+void read_client(cJSON *client, USER_INFO_STRU *info)
+{
+    copy_text(reinterpret_cast<char *>(info->ip), sizeof(info->ip),
+              cJSON_GetString(client, "Ip", ""));
+    for (const auto &[member, field] : kCounters) {
+        sscanf(cJSON_GetString(client, member, ""), "%llu", &(info->*field));
+    }
+    info->connect = static_cast<u32>(cJSON_GetInt(client, "Connect", 0));
+}
+
+cJSON *find_client(cJSON *list, const char *mac)
+{
+    cJSON *client = nullptr;
+    cJSON_ArrayForEach(client, list)
+    {
+        if (strcmp(cJSON_GetString(client, "Mac", ""), mac) == 0) {
+            return client;
+        }
+    }
+    return nullptr;
+}
+
+// ---- policy routing --------------------------------------------------------------------------
+
+constexpr const char *kRuleList = "/var/ip_rule_del_tmp_13579";
+using RuleCommand = Text<256>;
+
+/** Whether a text can be a routing table's name and means itself to the shell and to grep. */
+bool is_table_name(const char *table)
+{
+    return *table != '\0' && *table != '-' &&
+           strpbrk(table, ";&|`$()<>'\"\\*?[]~# \t\r\n\v\f") == nullptr;
+}
+
+}  // namespace
+
+int ipmask_to_numeric(const char *mask)
+{
+    return std::countl_one(ipv4_from(mask));
+}
+
+int ipv4_is_valid(const char *ip)
+{
+    const u32 address = ipv4_from(ip);
+    return address != INADDR_ANY && address != INADDR_NONE;
+}
+
+int mac_str_to_bin(const char *mac_str, unsigned char *mac)
+{
+    if (mac_str == nullptr || mac == nullptr) {
+        return 0;
+    }
+    return sscanf(mac_str, "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX", &mac[0], &mac[1], &mac[2],
+                  &mac[3], &mac[4], &mac[5]) == 6;
+}
+
+int mac_bin_to_str(const unsigned char *mac, char *mac_str, unsigned int size)
+{
+    if (mac == nullptr || mac_str == nullptr || size == 0) {
+        return 0;
+    }
+    snprintf(mac_str, size, "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX", mac[0], mac[1], mac[2],
+             mac[3], mac[4], mac[5]);
+    return 1;
+}
+
+char *ifaddrs_get_lan_ifname(void)
+{
+    return get_eth_name(LAN_1);
+}
+
+int ifaddrs_get_mac_by_ip(const char *ip, unsigned char *mac)
+{
+    return find_mac(PROD_SITE, ip, mac);
+}
+
+int ifaddrs_get_mac_address_by_ipstr(const char *ip, unsigned char *mac)
+{
+    const FunctionTrace trace{PROD_SITE};
+    const int result = find_mac(PROD_SITE, ip, mac);
+    return result >= 0 ? trace.leave(result) : result;
+}
+
+void ifaddrs_get_macstr_by_ip(const char *ip, char *mac_str)
+{
+    if (mac_str == nullptr) {
+        return;
+    }
+    Mac mac = {};
+    if (ifaddrs_get_mac_by_ip(ip, mac.data()) < 0) {
+        // Deliberate: the mark of a failed look-up looks like an address, and callers know it.
+        copy_text(mac_str, kMacTextSize, kNoAddress);
+        return;
+    }
+    mac_bin_to_str(mac.data(), mac_str, kMacTextSize);
+}
+
+int lan_get_macstr_by_ip(const char *ip, char *mac_str)
+{
+    if (ip == nullptr || mac_str == nullptr) {
+        return 0;
+    }
+    NeighbourTable table;
+    if (!table.is_open()) {
+        const int err = errno;
+        PROD_LOG_ERROR(kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+        return 0;
+    }
+    while (const Neighbour *const entry = table.next()) {
+        if (entry->complete() && strcmp(entry->ip, ip) == 0 && is_lan_device(entry->device)) {
+            strcpy(mac_str, entry->mac);
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int ifaddrs_get_ip_by_macstr(char *ip, const char *mac_str)
+{
+    if (ip == nullptr || mac_str == nullptr) {
+        return 0;
+    }
+    NeighbourTable table;
+    if (!table.is_open()) {
+        const int err = errno;
+        PROD_LOG_ERROR(kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+        return 0;
+    }
+    while (const Neighbour *const entry = table.next()) {
+        copy_text(ip, kIpv4TextSize, entry->ip);
+        if (entry->complete() && strcasecmp(entry->mac, mac_str) == 0) {
+            return 1;
+        }
+    }
+    copy_text(ip, kIpv4TextSize, kNoAddress);
+    return 0;
+}
+
+int get_mtu_by_ifname(const char *ifname)
+{
+    constexpr int kDefaultMtu = 1500;
+    if (ifname == nullptr) {
+        return kDefaultMtu;
+    }
+    const InterfaceQuery query{ifname, SIOCGIFMTU};
+    if (!answered(PROD_SITE, query)) {
+        if (query.result() == InterfaceQuery::Result::kRefused) {
+            PROD_LOG_ERROR(kProd, "Failed(%d) to ioctl SIOCGIFMTU %s, %s.", query.err(), ifname,
+                           strerror(query.err()));
+        }
+        return kDefaultMtu;
+    }
+    const int mtu = query.answer().ifr_mtu;
+    return mtu != 0 ? mtu : kDefaultMtu;
+}
+
+uint32_t ifaddrs_get_interface_mask(const char *ifname)
+{
+    if (ifname == nullptr) {
+        return 0;
+    }
+    const InterfaceQuery query{ifname, SIOCGIFNETMASK};
+    return answered(PROD_SITE, query) ? ipv4_of(query.answer().ifr_netmask).s_addr : 0;
+}
+
+int get_mac_by_ifname(const char *ifname, unsigned char *mac)
+{
+    if (ifname == nullptr || mac == nullptr) {
+        return 0;
+    }
+    const InterfaceQuery query{ifname, SIOCGIFHWADDR};
+    if (!answered(PROD_SITE, query)) {
+        if (query.result() == InterfaceQuery::Result::kRefused) {
+            PROD_LOG_ERROR(kProd, "Failed(%d) to get SIOCGIFHWADDR of %s, %s.", query.err(), ifname,
+                           strerror(query.err()));
+        }
+        return 0;
+    }
+    memcpy(mac, query.answer().ifr_hwaddr.sa_data, Mac{}.size());
+    return 1;
+}
+
+void get_lan_mac(char *mac_str)
+{
+    if (mac_str == nullptr) {
+        return;
+    }
+    Mac mac = {};
+    if (const char *const ifname = ifaddrs_get_lan_ifname()) {
+        ifaddrs_get_if_netmac(ifname, mac.data());
+    }
+    mac_bin_to_str(mac.data(), mac_str, kMacTextSize);
+}
+
+char *get_hostname_by_mac(DHCPS_CLIENT_LIST_STRU *dhcpList, int dhcp_num, const char *mac)
+{
+    if (dhcpList == nullptr || mac == nullptr) {
+        return nullptr;
+    }
+    for (int i = 0; i < dhcp_num; ++i) {
+        if (strcasecmp(dhcpList[i].mac, mac) == 0) {
+            char *const name = dhcpList[i].hostname;
+            return *name != '\0' && strcmp(name, "(null)") != 0 ? name : nullptr;
+        }
+    }
+    return nullptr;
+}
+
+int get_ip_info_by_ipmac(cJSON *online_infos, const char *ip, const char *mac, USER_INFO_STRU *info)
+{
+    if (online_infos == nullptr || ip == nullptr || mac == nullptr || info == nullptr) {
+        return 0;
+    }
+    cJSON *const list = cJSON_GetObjectItem(online_infos, "List");
+    if (!cJSON_IsArray(list)) {
+        return 0;
+    }
+    cJSON *const client = find_client(list, mac);
+    if (dbg_enabled("json", PROD_DBG_INFO)) {
+        json_trace(PROD_SITE, client != nullptr ? client : list);
+    }
+    if (client == nullptr) {
+        PROD_LOG_DEBUG(kProd, "no online-info found for %s/%s.", ip, mac);
+        return 0;
+    }
+    read_client(client, info);
+    return 1;
+}
+
+void iprule_del_by_prio_and_table(int prio, const char *table)
+{
+    if (prio < 0 || table == nullptr || !is_table_name(table)) {
+        return;
+    }
+    const RuleCommand list{"ip rule ls | grep %d | grep %s > %s", prio, table, kRuleList};
+    if (!list.view().ends_with(kRuleList)) {
+        return;  // no table has a name of that length, and the listing would go astray
+    }
+    doSystemCmd("%s", list.c_str());
+    LineReader<255> rules{kRuleList};
+    if (!rules.is_open()) {
+        return;
+    }
+    // grep also lets longer numbers and names through that contain these; the delete command names
+    // both exactly, so a surplus one finds nothing to delete.
+    const RuleCommand remove{"ip rule del table %s prio %d", table, prio};
+    while (rules.next() != nullptr) {
+        doSystemCmd("%s", remove.c_str());
+    }
+    unlink(kRuleList);
+}
+
+int ifaddrs_mac_increase(unsigned char *mac, int c)
+{
+    constexpr const char *kModule = "common_so";
+    log_debug_print(__func__, __LINE__, PROD_DBG_OFF, kModule, "function entry!");
+    if (mac == nullptr || c < 1 || c > 5) {
+        PROD_LOG_ERROR(kProd, "arg is err.");
+        return -1;
+    }
+    for (int i = c; i >= 1; --i) {
+        if (++mac[i] != 0) {
+            log_debug_print(__func__, __LINE__, PROD_DBG_OFF, kModule, "function exit!");
+            return 0;
+        }
+    }
+    PROD_LOG_ERROR(kProd, "mac increase is fail.");
+    return -1;
+}

@@ -1,0 +1,100 @@
+/* SPDX-License-Identifier: MIT */
+/* Prints the layout of every record that crosses the library's boundary or lies in shared memory,
+ * in the form of abi/layout-*.txt. */
+#include <stddef.h>
+#include <stdio.h>
+
+#include "platform/process.h"
+#include "prod_common.h"
+
+#define RECORD(type) printf("%-18s size %zu align %zu\n", #type, sizeof(type), _Alignof(type))
+#define FIELD(type, field) \
+    printf("  %-16s at %zu size %zu\n", #field, offsetof(type, field), sizeof(((type *)0)->field))
+
+int main(void)
+{
+    RECORD(prod_dbg_info_t);
+    FIELD(prod_dbg_info_t, max_name_len);
+    FIELD(prod_dbg_info_t, num);
+    FIELD(prod_dbg_info_t, array);
+    RECORD(prod_dbg_cb_t);
+    FIELD(prod_dbg_cb_t, name);
+
+    RECORD(DHCPS_CLIENT_LIST);
+    FIELD(DHCPS_CLIENT_LIST, mac);
+    FIELD(DHCPS_CLIENT_LIST, ipaddr);
+    FIELD(DHCPS_CLIENT_LIST, hostname);
+
+    RECORD(USER_INFO);
+    FIELD(USER_INFO, ip);
+    FIELD(USER_INFO, mac);
+    FIELD(USER_INFO, pad);
+    FIELD(USER_INFO, connect);
+    FIELD(USER_INFO, client_type);
+    FIELD(USER_INFO, up_bytes);
+    FIELD(USER_INFO, last_up_bytes);
+    FIELD(USER_INFO, down_bytes);
+    FIELD(USER_INFO, last_down_bytes);
+    FIELD(USER_INFO, up_packets);
+    FIELD(USER_INFO, down_packets);
+    FIELD(USER_INFO, alive_time);
+    FIELD(USER_INFO, forbid);
+    FIELD(USER_INFO, privilege);
+    FIELD(USER_INFO, temp_enable);
+    FIELD(USER_INFO, temp_up_rate);
+    FIELD(USER_INFO, temp_down_rate);
+    FIELD(USER_INFO, max_up_rate);
+    FIELD(USER_INFO, max_down_rate);
+    FIELD(USER_INFO, port_name);
+    FIELD(USER_INFO, url_name);
+    FIELD(USER_INFO, app_name);
+    FIELD(USER_INFO, qos_name);
+    FIELD(USER_INFO, thisCalcTime);
+    FIELD(USER_INFO, lastCalcTime);
+
+    RECORD(WAN_IP_INFO);
+    FIELD(WAN_IP_INFO, wan_ip);
+    FIELD(WAN_IP_INFO, wan_mask);
+    FIELD(WAN_IP_INFO, wan_gw);
+    FIELD(WAN_IP_INFO, wan_dns1);
+    FIELD(WAN_IP_INFO, wan_dns2);
+
+    RECORD(WAN_INFO_FLOW);
+    FIELD(WAN_INFO_FLOW, up_flow);
+    FIELD(WAN_INFO_FLOW, down_flow);
+
+    RECORD(WAN_STATUS_INFO);
+    FIELD(WAN_STATUS_INFO, link_status);
+    FIELD(WAN_STATUS_INFO, ip_info);
+    FIELD(WAN_STATUS_INFO, double_ip_info);
+    FIELD(WAN_STATUS_INFO, flow);
+    FIELD(WAN_STATUS_INFO, conntime);
+
+    RECORD(WIFI_BUFFER);
+    FIELD(WIFI_BUFFER, wifi_buf);
+    FIELD(WIFI_BUFFER, mib_buf);
+    FIELD(WIFI_BUFFER, max_length);
+
+    RECORD(station_info);
+    FIELD(station_info, mac);
+    FIELD(station_info, link_time);
+    FIELD(station_info, rssi);
+    FIELD(station_info, noise);
+    FIELD(station_info, quality);
+    FIELD(station_info, link_rate);
+    FIELD(station_info, tx_rate);
+    FIELD(station_info, rx_rate);
+    FIELD(station_info, tx_bytes);
+    FIELD(station_info, rx_bytes);
+    FIELD(station_info, tx_failures);
+
+    RECORD(port_status);
+    FIELD(port_status, link);
+    FIELD(port_status, speed);
+    FIELD(port_status, duplex);
+    FIELD(port_status, nway);
+
+    RECORD(HLX_MSG);
+    FIELD(HLX_MSG, Length);
+    return 0;
+}
