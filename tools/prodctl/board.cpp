@@ -213,6 +213,7 @@ constinit const Command kPortCommand = {
     .summary = "The links of the switch ports, or of one",
     .arguments = "[PHYSICAL-ID]",
     .max_arguments = 1,
+    .yes = "done; the link of that port is up",
     .no = "the link of that port is down",
     .run = run_port,
     .show = show_port,

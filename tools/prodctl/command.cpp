@@ -84,10 +84,7 @@ void put_help(FILE *stream, const std::string &path, const Command &command, boo
 
     std::vector<std::pair<std::string, const char *>> lines;
     for (const Command &child : command.children) {
-        const std::string child_name = *child.arguments != '\0' && child.children.empty()
-                                           ? format("%s %s", child.name, child.arguments)
-                                           : child.name;
-        lines.emplace_back(child_name, child.summary);
+        lines.emplace_back(child.name, child.summary);
     }
     if (!lines.empty()) {
         put_list(stream, "commands", lines);
@@ -104,10 +101,9 @@ void put_help(FILE *stream, const std::string &path, const Command &command, boo
     }
     put_list(stream, "options", lines);
 
-    const char *const yes = command.no != nullptr ? "yes or done" : "done";
-    const char *const no = command.no != nullptr ? command.no : "it failed";
     if (command.run != nullptr) {
-        fprintf(stream, "\nexit status:\n  0  %s\n  1  %s\n  2  wrong usage\n", yes, no);
+        fprintf(stream, "\nexit status:\n  0  %s\n  1  %s\n  2  wrong usage\n", command.yes,
+                command.no);
     } else if (root) {
         fprintf(
             stream,

@@ -43,7 +43,8 @@ struct Command {
     int min_arguments = 0;
     int max_arguments = 0;
     const char *details = nullptr;  // what --help adds
-    const char *no = nullptr;       // when the exit status is 1, beside a plain failure
+    const char *yes = "done";       // when the exit status is 0
+    const char *no = "it failed";   // when it is 1
 
     /** Does the work. Fills the answer, an empty object, and returns the exit status. */
     int (*run)(const Call &call, cJSON *answer) = nullptr;

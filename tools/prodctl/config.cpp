@@ -13,9 +13,7 @@ namespace
 {
 
 constexpr Option kCommit = {"--commit", nullptr, "make the working copy persistent afterwards"};
-constexpr Option kFile = {"--file", "FILE",
-                          "take the settings from lines KEY=VALUE, - for standard input; blank "
-                          "lines and lines with # in front do not count"};
+constexpr Option kFile = {"--file", "FILE", "take the settings from a file's lines KEY=VALUE"};
 
 struct Setting {
     std::string key;
@@ -54,7 +52,9 @@ int read_lines(const Call &call, const char *path, std::vector<Setting> &setting
         if (text.empty() || text.starts_with('#')) {
             continue;
         }
-        if (const std::optional<Setting> setting = split(text)) {
+        if (text.find('\0') != std::string_view::npos) {
+            status = call.no("line %d of %s holds a zero byte", number, path);
+        } else if (const std::optional<Setting> setting = split(text)) {
             settings.push_back(*setting);
         } else {
             status = call.no("line %d of %s is not KEY=VALUE", number, path);
@@ -335,9 +335,11 @@ constexpr Command kCommands[] = {
      .summary = "Store values and tell which of them changed",
      .arguments = "[KEY VALUE | KEY=VALUE...]",
      .max_arguments = kAny,
-     .details = "Nothing is stored when one of the settings is impossible, and what holds the\n"
-                "value already is left alone. Put -- before a value that starts with a dash.",
-     .no = "the file cannot be read, or the store took a value not or could not be committed",
+     .details =
+         "Nothing is stored when one of the settings is impossible, and what holds the\n"
+         "value already is left alone. Put -- before a value that starts with a dash. FILE -\n"
+         "is standard input; blank lines and lines with # in front do not count.",
+     .no = "FILE cannot be read, a value was not taken, or the commit failed",
      .run = run_set,
      .show = show_set,
      .options = kSetOptions},
@@ -356,6 +358,7 @@ constexpr Command kCommands[] = {
      .max_arguments = kAny,
      .details = "Compares settings with the working copy. With the file that holds the persistent\n"
                 "configuration as FILE it shows what was changed and not committed yet.",
+     .yes = "something would change",
      .no = "nothing would change",
      .run = run_changes,
      .show = show_changes,
@@ -370,8 +373,7 @@ constexpr Command kCommands[] = {
 
 constinit const Command kConfigGroup = {
     .name = "config",
-    .summary =
-        "The configuration: a working copy that every program shares, made persistent by commit",
+    .summary = "The configuration: the working copy that every program shares",
     .children = kCommands,
 };
 

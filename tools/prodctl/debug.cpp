@@ -41,7 +41,7 @@ int wrong_module(const Call &call)
 
 void add_level(cJSON *object, const char *module, unsigned int level)
 {
-    add_text(object, "module", module);
+    add_text(object, "name", module);
     add_number(object, "level", level);
     add_text(object, "level_name", word_of(kLevels, static_cast<int>(level), "unknown"));
 }
@@ -65,7 +65,7 @@ void show_show(const cJSON *answer, Page &page)
 {
     const cJSON *const modules = member(answer, "modules");
     const bool one = cJSON_GetArraySize(modules) == 1;
-    const std::string only = one ? text_of(modules->child, "module") : "";
+    const std::string only = one ? text_of(modules->child, "name") : "";
     const std::string table = Console::captured(show_dbg_level, only.c_str());
     page.verbatim(page.colour() ? table : without_colour(table));
 }
@@ -90,7 +90,7 @@ int run_set(const Call &call, cJSON *answer)
 
 void show_set(const cJSON *answer, Page &page)
 {
-    page.line({text_of(answer, "module"), text_of(answer, "level_name")});
+    page.line({{text_of(answer, "name"), Tone::kStrong}, text_of(answer, "level_name")});
 }
 
 int run_log(const Call &call, cJSON *answer)
@@ -118,7 +118,7 @@ int run_log(const Call &call, cJSON *answer)
         const Console::Passthrough speak;
         prod_debug(function, 0, *level, module, "%s", text.c_str());
     }
-    add_text(answer, "module", module);
+    add_text(answer, "name", module);
     add_number(answer, "level", *level);
     add_flag(answer, "written", written);
     return kYes;
@@ -187,7 +187,7 @@ void show_modules(const cJSON *answer, Page &page)
     const cJSON *module;
     cJSON_ArrayForEach(module, member(answer, "modules"))
     {
-        rows.push_back({text_of(module, "module"), text_of(module, "level_name")});
+        rows.push_back({text_of(module, "name"), text_of(module, "level_name")});
     }
     if (rows.empty()) {
         page.line({{"No module is registered: only errors are written.", Tone::kFaint}});

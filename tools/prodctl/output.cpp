@@ -16,8 +16,9 @@ namespace prodctl
 namespace
 {
 
-/** Where standard output really is, while descriptor 1 is standard error's. -1 before and after. */
+// While a Console lives: where standard output really is, and what stands in its place.
 int real_stdout = -1;
+int for_the_library = -1;
 
 const char *colour_of(Tone tone)
 {
@@ -202,6 +203,9 @@ void Page::line(const std::vector<Cell> &cells)
 {
     const char *between = "";
     for (const Cell &cell : cells) {
+        if (cell.text.empty()) {
+            continue;
+        }
         fputs(between, stream_);
         put({printable(cell.text), cell.tone});
         between = " ";
@@ -276,11 +280,13 @@ Console::Console()
     colour_ = colour_wanted(STDOUT_FILENO);
     real_stdout = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     stream_ = real_stdout >= 0 ? fdopen(fcntl(real_stdout, F_DUPFD_CLOEXEC, 3), "w") : nullptr;
-    if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(nowhere, STDOUT_FILENO);
-        close(nowhere);
+    for_the_library = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (for_the_library < 0) {
+        // Standard error is closed. Nor may a file that is opened later take its place.
+        for_the_library = fcntl(open("/dev/null", O_WRONLY), F_DUPFD_CLOEXEC, 3);
+        dup2(for_the_library, STDERR_FILENO);
     }
+    dup2(for_the_library, STDOUT_FILENO);
 }
 
 Console::~Console()
@@ -289,7 +295,8 @@ Console::~Console()
         fclose(stream_);
     }
     close(real_stdout);
-    real_stdout = -1;
+    close(for_the_library);
+    real_stdout = for_the_library = -1;
 }
 
 bool Console::flush() const
@@ -318,19 +325,17 @@ Console::Passthrough::Passthrough()
 Console::Passthrough::~Passthrough()
 {
     fflush(stdout);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
+    dup2(for_the_library, STDOUT_FILENO);
 }
 
 std::string Console::captured(void (*code)(const char *), const char *argument)
 {
     fflush(stdout);
-    const int before = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
     const int memory = memfd_create("printed", MFD_CLOEXEC);
     dup2(memory, STDOUT_FILENO);
     code(argument);
     fflush(stdout);
-    dup2(before, STDOUT_FILENO);
-    close(before);
+    dup2(for_the_library, STDOUT_FILENO);
 
     std::string text;
     char part[4096];

@@ -58,7 +58,7 @@ class Page
 
     bool colour() const { return colour_; }
 
-    /** A line of cells, one blank between them. */
+    /** A line of the cells that hold text, one blank between them. */
     void line(const std::vector<Cell> &cells);
     /** An empty line, but not as the first thing of a page or under a heading. */
     void gap();
@@ -102,7 +102,7 @@ class Console
     /** Writes bytes to standard output at once. @return whether all were taken */
     static bool pass(std::string_view bytes);
 
-    /** While it lives, the library's own output goes where it would go without prodctl. */
+    /** While it lives, the library's own output goes to standard output as well. */
     class Passthrough
     {
       public:

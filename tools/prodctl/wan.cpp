@@ -111,7 +111,7 @@ int add_wan(const Call &call, cJSON *wans, int id)
     add_addresses(wan, status.ip_info);
     add_text(wan, "up_rate", status.flow.up_flow);
     add_text(wan, "down_rate", status.flow.down_flow);
-    add_number(wan, "connection_time", static_cast<double>(atoll(status.conntime)));
+    add_number(wan, "connection_time", static_cast<double>(strtoll(status.conntime, nullptr, 10)));
     if (status.double_ip_info.wan_ip[0] != '\0') {
         add_addresses(cJSON_AddObjectToObject(wan, "second"), status.double_ip_info);
     }
@@ -139,29 +139,41 @@ std::string rate(const cJSON *wan, const char *name)
     return *text != '\0' ? format("%s KB/s", text) : std::string{};
 }
 
+std::string connection_time(const cJSON *wan)
+{
+    const auto seconds = static_cast<long long>(number_of(wan, "connection_time"));
+    const std::string plain = format("%lld s", seconds);
+    const std::string time = duration(seconds);
+    return time == plain ? plain : format("%s (%s)", time.c_str(), plain.c_str());
+}
+
+/** What only a connected WAN has. */
+void add_fields(std::vector<Field> &fields, const cJSON *wan)
+{
+    fields.push_back({"address", text_of(wan, "address")});
+    fields.push_back({"mask", text_of(wan, "mask")});
+    fields.push_back({"gateway", text_of(wan, "gateway")});
+    fields.push_back({"DNS", joined(member(wan, "dns"))});
+    fields.push_back({"up", rate(wan, "up_rate")});
+    fields.push_back({"down", rate(wan, "down_rate")});
+    fields.push_back({"connected for", connection_time(wan)});
+    if (const cJSON *const second = member(wan, "second")) {
+        fields.push_back({"second address", text_of(second, "address")});
+        fields.push_back({"second mask", text_of(second, "mask")});
+        fields.push_back({"second gateway", text_of(second, "gateway")});
+        fields.push_back({"second DNS", joined(member(second, "dns"))});
+    }
+}
+
 void show_wan(const cJSON *wan, Page &page)
 {
     const char *const status = text_of(wan, "status");
     page.line({{format("WAN %d", int_of(wan, "id")), Tone::kStrong},
                {status, tone_of(status)},
                {format("(%s)", text_of(wan, "type")), Tone::kFaint}});
-    const auto seconds = static_cast<long long>(number_of(wan, "connection_time"));
-    std::vector<Field> fields = {
-        {"interface", text_of(wan, "interface")}, {"address", text_of(wan, "address")},
-        {"mask", text_of(wan, "mask")},           {"gateway", text_of(wan, "gateway")},
-        {"DNS", joined(member(wan, "dns"))},      {"up", rate(wan, "up_rate")},
-        {"down", rate(wan, "down_rate")}};
+    std::vector<Field> fields = {{"interface", text_of(wan, "interface")}};
     if (strcmp(status, word_of(kStatuses, HLX_WAN_CONNECTED, "")) == 0) {
-        const std::string time = duration(seconds);
-        const std::string plain = format("%lld s", seconds);
-        fields.push_back({"connected for",
-                          time == plain ? time : format("%s (%s)", time.c_str(), plain.c_str())});
-    }
-    if (const cJSON *const second = member(wan, "second")) {
-        fields.push_back({"second address", text_of(second, "address")});
-        fields.push_back({"second mask", text_of(second, "mask")});
-        fields.push_back({"second gateway", text_of(second, "gateway")});
-        fields.push_back({"second DNS", joined(member(second, "dns"))});
+        add_fields(fields, wan);
     }
     page.fields(fields);
 }
@@ -342,8 +354,7 @@ constexpr Command kCommands[] = {
      .show = show_wans,
      .candidates = "1 2 3 4"},
     {.name = "ports",
-     .summary =
-         "The Ethernet ports: their places, numbers, WANs and LANs, interfaces, VLANs, links",
+     .summary = "The Ethernet ports: numbers, WAN or LAN, interface, VLAN, link",
      .run = run_ports,
      .show = show_ports},
     {.name = "dns",
@@ -400,8 +411,9 @@ void add_ports(cJSON *answer)
         cJSON *const port = add_object_to(ports);
         add_number(port, "place", place);
         add_number(port, "physical_id", physical);
-        add_text(port, "role", wan > 0 ? "wan" : "lan");
-        add_number(port, "id", wan > 0 ? wan : phyid_to_lanid(physical));
+        const int lan = phyid_to_lanid(physical);
+        add_text(port, "role", wan > 0 ? "wan" : lan > 0 ? "lan" : "none");
+        add_number(port, "id", wan > 0 ? wan : lan);
         add_text(port, "interface", ifname);
         add_number(port, "vlan", phyid_to_vid(physical));
         add_flag(port, "link", get_port_link_status(physical) != 0);
@@ -414,14 +426,15 @@ void show_ports(const cJSON *answer, Page &page)
     const cJSON *port;
     cJSON_ArrayForEach(port, member(answer, "ports"))
     {
-        const bool wan = strcmp(text_of(port, "role"), "wan") == 0;
+        const std::string role = text_of(port, "role");
         const bool link = flag_of(port, "link");
         const int vlan = int_of(port, "vlan");
-        rows.push_back({format("%d", int_of(port, "place")),
-                        format("%d", int_of(port, "physical_id")),
-                        format("%s %d", wan ? "WAN" : "LAN", int_of(port, "id")),
-                        text_of(port, "interface"), vlan > 0 ? format("%d", vlan) : std::string{},
-                        Cell{link ? "up" : "down", link ? Tone::kGood : Tone::kFaint}});
+        rows.push_back(
+            {format("%d", int_of(port, "place")), format("%d", int_of(port, "physical_id")),
+             role == "none" ? std::string{}
+                            : format("%s %d", role == "wan" ? "WAN" : "LAN", int_of(port, "id")),
+             text_of(port, "interface"), vlan > 0 ? format("%d", vlan) : std::string{},
+             Cell{link ? "up" : "down", link ? Tone::kGood : Tone::kFaint}});
     }
     if (rows.empty()) {
         page.line({{"No port is configured.", Tone::kFaint}});
