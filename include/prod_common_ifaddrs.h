@@ -174,9 +174,10 @@ PROD_API char *get_hostname_by_mac(DHCPS_CLIENT_LIST_STRU *dhcpList, int dhcp_nu
  * whose "Mac" is exactly @p mac.
  *
  * Filled are ip (cut at 31 characters), connect, up_bytes, down_bytes, last_up_bytes,
- * last_down_bytes, thisCalcTime, lastCalcTime and alive_time; a member that the object lacks or
- * whose text is no number leaves its field as it was. All other fields stay untouched. The view is
- * printed to standard output when the level of module "json" is above 3.
+ * last_down_bytes, thisCalcTime, lastCalcTime and alive_time. Without a member the address becomes
+ * empty, connect 0, and the other fields stay as they were, as they do for a text that is no
+ * number. Nothing else is touched. What was found, or the whole array when nothing was, is printed
+ * to standard output when the level of module "json" is above 3.
  *
  * @param online_infos  the view; only read
  * @param ip            only for the message that nothing was found

@@ -149,8 +149,8 @@ PROD_API int get_wifi_band_status(int rate);
 PROD_API int get_wifi_status(void);
 
 /**
- * Lists the BSSs that broadcast a network name, as "1,6": 1 to 5 are the first five enabled BSSs'
- * places on the 2.4 GHz radio, 6 to 10 those on the 5 GHz radio.
+ * Lists the enabled BSSs that broadcast a network name, as "1,6": 1 to 5 stand for BSS 0 to 4 of
+ * the 2.4 GHz radio, 6 to 10 for those of the 5 GHz radio.
  * @param band  16 bytes, passed empty; a list that needs more is cut at 15 characters. Untouched
  *              when a pointer is NULL.
  */
@@ -176,7 +176,8 @@ PROD_API void prod_get_dfs_channel_forced(const char *country_code, const char *
 
 /**
  * Sends a command to the WLAN server, the daemon that applies wireless changes. The command is
- * also shown on standard output. Not retried; blocks as hlx_proc_send_msg() does.
+ * also shown on standard output, cut at 4096 characters. Not retried; blocks as hlx_proc_send_msg()
+ * does.
  * @return 0 when it was handed over, -1 otherwise (logged at level 2, module "prod")
  */
 PROD_API int send_msg_to_wlan_server(const char *text);

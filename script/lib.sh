@@ -68,3 +68,17 @@ build() {
             sed -u -e '/^ninja: no work to do/d' -e '/Re-checking globbed directories/d'
     ) >&2
 }
+
+# Sets "dir" from a checking script's arguments: a build folder made earlier, or the host build,
+# brought up to date.
+use_build() {
+    case ${1-} in
+    -h | --help) show_help; exit ;;
+    -*) fail "unknown option $1 (--help tells more)" ;;
+    '')
+        "$tree/script/bootstrap"
+        build host host prod_common
+        dir=$(build_dir host) ;;
+    *) dir=$(cd "$1" && pwd) || fail "there is no build folder $1" ;;
+    esac
+}

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "json.h"
 
-#include <cstdlib>
-
 #include "internal/config.hpp"
 #include "platform/text.h"
 
@@ -208,7 +206,7 @@ void cJSON_AddFormatMibDoubleToObject(cJSON *object, const char *jsonName, int d
     const auto key = format_key<DoubleKey>(fmt, args);
     va_end(args);
     const ConfigValue value{key.c_str(), kDoubleSize};
-    cJSON_AddNumberToObject(object, jsonName, value.found() ? atof(value.c_str()) : defaultVal);
+    cJSON_AddNumberToObject(object, jsonName, value.found() ? value.to_double() : defaultVal);
 }
 
 void cJSON_AddFileStatusToObject(cJSON *object, const char *jsonName, const char *dir,

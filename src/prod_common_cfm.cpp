@@ -2,7 +2,6 @@
 #include "prod_common_cfm.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 
 #include "internal/config.hpp"
@@ -143,7 +142,7 @@ u64 prod_cfm_get_uint_val(const char *fmt, ...)
     va_start(args, fmt);
     const auto key = format_key(fmt, args);
     va_end(args);
-    return static_cast<u64>(atoll(ConfigValue{key.c_str(), kReadUint64Size}.c_str()));
+    return static_cast<u64>(ConfigValue{key.c_str(), kReadUint64Size}.to_long_long());
 }
 
 double prod_cfm_get_double_val(const char *fmt, ...)
@@ -152,7 +151,7 @@ double prod_cfm_get_double_val(const char *fmt, ...)
     va_start(args, fmt);
     const auto key = format_key(fmt, args);
     va_end(args);
-    return atof(ConfigValue{key.c_str(), kReadDoubleSize}.c_str());
+    return ConfigValue{key.c_str(), kReadDoubleSize}.to_double();
 }
 
 int prod_cfm_set_int_val(const char *name, int value)

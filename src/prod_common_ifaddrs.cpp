@@ -26,8 +26,6 @@ namespace
 
 // ---- neighbours ------------------------------------------------------------------------------
 
-constexpr const char *kNoAddress = "0.0.0.0";
-
 /** Whether an entry is the neighbour that a caller names by a dotted quad or a mapped address. */
 bool has_address(const Neighbour &entry, const char *ip)
 {

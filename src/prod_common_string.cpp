@@ -11,8 +11,6 @@
 #include <cstring>
 
 #include "internal/console.hpp"
-#include "internal/handle.hpp"
-#include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
@@ -300,18 +298,15 @@ char *get_self_pname(void)
     if (name[0] != '\0') {
         return name;
     }
-    const Text<64> path{"/proc/%d/stat", static_cast<int>(getpid())};
-    LineReader<kProcessStatLine> reader{path.c_str()};
-    if (!reader.is_open()) {
+    const ProcessStat stat{static_cast<int>(getpid())};
+    if (!stat.is_open()) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to open file '%s', %s.", err, path.c_str(),
-                       strerror(err));
+        PROD_LOG_ERROR(kProd, "Failed(%d) to open file '%s', %s.", err, stat.path(), strerror(err));
         return const_cast<char *>("<null>");
     }
-    const char *const line = reader.next();
-    char found[kProcessNameSize] = {};
-    if (line == nullptr || sscanf(line, "%*d (%31[^)]", found) != 1) {
-        PROD_LOG_ERROR(kProd, "Failed to get pname from file `%s`", path.c_str());
+    const std::string_view found = stat.name();
+    if (found.empty()) {
+        PROD_LOG_ERROR(kProd, "Failed to get pname from file `%s`", stat.path());
         return const_cast<char *>("<null>");
     }
     copy_text(name, found);

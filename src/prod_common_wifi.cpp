@@ -31,6 +31,9 @@ constexpr int kRate5G = 5;
 constexpr const char *kRadio24G = "wlan0";
 constexpr const char *kRadio5G = "wlan1";
 
+// Rooms that callers give without saying so.
+constexpr std::size_t kPrefixSize = sizeof("security.ipbind.list");  // the longest
+constexpr std::size_t kRadioSize = sizeof("wlan0");
 constexpr std::size_t kIfNameSize = 16;
 constexpr std::size_t kNumberSize = 21;
 constexpr std::size_t kWorkmodeSize = 256;
@@ -193,9 +196,10 @@ int getMibPrefix(char *namePre, PREFLAG flag, int index)
     if (kind < std::size(kPrefixes)) {
         const Prefix &prefix = kPrefixes[kind];
         if (prefix.first == kNotNumbered) {
-            strcpy(namePre, prefix.text);
+            copy_text(namePre, kPrefixSize, prefix.text);
         } else {
-            sprintf(namePre, "%s%lld", prefix.text, static_cast<long long>(index) + prefix.first);
+            snprintf(namePre, kPrefixSize, "%s%lld", prefix.text,
+                     static_cast<long long>(index) + prefix.first);
         }
     }
     return 1;
@@ -230,9 +234,9 @@ void wifi_get_mib_radio(int wl_rate, char *radio)
         return;
     }
     if (wl_rate == kRate24G) {
-        strcpy(radio, ConfigValue{"wlan0_band"} == "2" ? kRadio24G : kRadio5G);
+        copy_text(radio, kRadioSize, ConfigValue{"wlan0_band"} == "2" ? kRadio24G : kRadio5G);
     } else if (wl_rate == kRate5G) {
-        strcpy(radio, ConfigValue{"wlan1_band"} == "5" ? kRadio5G : kRadio24G);
+        copy_text(radio, kRadioSize, ConfigValue{"wlan1_band"} == "5" ? kRadio5G : kRadio24G);
     }
 }
 
@@ -276,7 +280,7 @@ int wifi_get_bss_int_val(int rate, int index, const char *name)
 
 double wifi_get_bss_double_val(int rate, int index, const char *name)
 {
-    return atof(read_number(bss_key(rate, index, name)).c_str());
+    return read_number(bss_key(rate, index, name)).to_double();
 }
 
 int wifi_set_bss_val(int rate, int index, const char *name, const char *value)
@@ -395,7 +399,8 @@ void prod_get_dfs_channel_forced(const char *country_code, [[maybe_unused]] cons
     while (const char *const line = lines.next()) {
         Country country;
         if (parse_country(line, country) && strcmp(country.code, country_code) == 0) {
-            strcpy(dfs_channel_forced, country.dfs_channel_forced);
+            copy_text(dfs_channel_forced, sizeof(country.dfs_channel_forced),
+                      country.dfs_channel_forced);
             return;
         }
     }

@@ -16,21 +16,28 @@ namespace
 constexpr const char *kPersistentFolder = "/cfg";
 constexpr const char *kNewFile = "/cfg/cfm.cfg.new";
 constexpr mode_t kPrivate = 0600;  // the configuration holds passwords
-constexpr std::string_view kLineBreaks{"\n\r\0", 3};
+
+bool has(std::string_view text, char c)
+{
+    return !text.empty() && memchr(text.data(), c, text.size()) != nullptr;
+}
+
+bool is_one_line(std::string_view text)
+{
+    return !has(text, '\n') && !has(text, '\r') && !has(text, '\0');
+}
 
 }  // namespace
 
 bool is_key(std::string_view key)
 {
-    return !key.empty() && key.size() <= CFM_KEY_MAX && key.front() != '#' &&
-           key.find('=') == std::string_view::npos &&
-           key.find_first_of(kLineBreaks) == std::string_view::npos;
+    return !key.empty() && key.size() <= CFM_KEY_MAX && key.front() != '#' && !has(key, '=') &&
+           is_one_line(key);
 }
 
 bool is_value(std::string_view value)
 {
-    return value.size() < CFM_VALUE_SIZE &&
-           value.find_first_of(kLineBreaks) == std::string_view::npos;
+    return value.size() < CFM_VALUE_SIZE && is_one_line(value);
 }
 
 bool ConfigText::next()

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csetjmp>
 #include <new>
 
 namespace platform
@@ -33,9 +34,11 @@ constexpr const char *kSettings = "settings";  // its presence says that the fir
 constexpr mode_t kPrivateFolder = 0700;
 constexpr mode_t kPrivateFile = 0600;
 
-// Address space, not memory: many times what any device configures, and a bound for a daemon that
-// writes without end.
-constexpr std::size_t kMapSize = 32 * 1024 * 1024;
+// What the settings may take, many times what any device configures: a bound for a daemon that
+// writes without end. The map, which is address space and not memory, has room for a second set
+// while a restore replaces the first, and for old pages that a reader holds.
+constexpr std::size_t kMostSettings = 16 * 1024 * 1024;
+constexpr std::size_t kMapSize = 4 * kMostSettings;
 constexpr unsigned int kReaders = 2048;
 constexpr off_t kReaderTableSize = 64 * (kReaders + 2);  // a cache line each, and the header
 
@@ -101,7 +104,7 @@ int reserve_reader_table()
 }
 
 /** Walks every page in use. */
-int verify(MDB_env *env)
+int walk(MDB_env *env)
 {
     MDB_txn *txn = nullptr;
     int rc = mdb_txn_begin(env, nullptr, MDB_RDONLY, &txn);
@@ -124,6 +127,28 @@ int verify(MDB_env *env)
     }
     mdb_txn_abort(txn);
     return rc == MDB_NOTFOUND ? MDB_SUCCESS : rc;
+}
+
+[[noreturn]] void leave_walk(MDB_env *env, const char *)
+{
+    longjmp(*static_cast<jmp_buf *>(mdb_env_get_userctx(env)), 1);
+}
+
+/**
+ * Whether the pages in use are sound. The engine asserts some of what it expects of them; on the
+ * walk that must not end the process. What it leaves open is closed with the environment.
+ */
+int verify(MDB_env *env)
+{
+    jmp_buf way_out;
+    if (setjmp(way_out) != 0) {
+        return MDB_CORRUPTED;
+    }
+    mdb_env_set_userctx(env, &way_out);
+    mdb_env_set_assert(env, leave_walk);
+    const int rc = walk(env);
+    mdb_env_set_assert(env, nullptr);
+    return rc;
 }
 
 /**
@@ -180,6 +205,16 @@ bool is_damage(int rc)
 {
     return rc == MDB_INVALID || rc == MDB_VERSION_MISMATCH || rc == MDB_CORRUPTED ||
            rc == MDB_PAGE_NOTFOUND;
+}
+
+/** MDB_MAP_FULL when the settings have become more than they may be. */
+int check_size(MDB_txn *txn, MDB_dbi settings)
+{
+    MDB_stat status;
+    const int rc = mdb_stat(txn, settings, &status);
+    const std::size_t pages =
+        status.ms_branch_pages + status.ms_leaf_pages + status.ms_overflow_pages;
+    return rc == MDB_SUCCESS && pages > kMostSettings / status.ms_psize ? MDB_MAP_FULL : rc;
 }
 
 int put_all(MDB_txn *txn, MDB_dbi settings, std::string_view text)
@@ -452,7 +487,8 @@ bool Store::put(std::string_view key, std::string_view value)
     return write([&](MDB_txn *txn) {
                MDB_val name{key.size(), const_cast<char *>(key.data())};
                MDB_val text{value.size(), const_cast<char *>(value.data())};
-               return mdb_put(txn, settings_, &name, &text, 0);
+               const int rc = mdb_put(txn, settings_, &name, &text, 0);
+               return rc == MDB_SUCCESS ? check_size(txn, settings_) : rc;
            }) == MDB_SUCCESS;
 }
 
@@ -509,8 +545,11 @@ bool Store::commit()
 
 int Store::refill(MDB_txn *txn, std::string_view text) const
 {
-    const int rc = mdb_drop(txn, settings_, 0);
-    return rc == MDB_SUCCESS ? put_all(txn, settings_, text) : rc;
+    int rc = mdb_drop(txn, settings_, 0);
+    if (rc == MDB_SUCCESS) {
+        rc = put_all(txn, settings_, text);
+    }
+    return rc == MDB_SUCCESS ? check_size(txn, settings_) : rc;
 }
 
 bool Store::replace(std::string_view text)

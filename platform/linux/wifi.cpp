@@ -6,6 +6,8 @@
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/netlink.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -25,6 +27,8 @@ namespace
 
 using NlSocket = std::unique_ptr<nl_sock, platform::Closer<nl_socket_free>>;
 using NlMessage = std::unique_ptr<nl_msg, platform::Closer<nlmsg_free>>;
+
+constexpr timeval kLongestWait{1, 0};  // for a driver that does not answer
 
 /** A list of stations being filled. */
 struct StationList {
@@ -146,6 +150,8 @@ void ask_kernel(unsigned int ifindex, StationList &list)
         nl_send_auto(socket.get(), message.get()) < 0) {
         return;
     }
+    setsockopt(nl_socket_get_fd(socket.get()), SOL_SOCKET, SO_RCVTIMEO, &kLongestWait,
+               sizeof(kLongestWait));
     nl_recvmsgs_default(socket.get());
 }
 

@@ -43,7 +43,12 @@ class ConfigValue
     bool found() const { return found_; }
     bool empty() const { return text_[0] == '\0'; }
     const char *c_str() const { return text_; }
-    int to_int() const { return atoi(text_); }
+
+    // The number a value starts with, 0 when there is none; what follows it does not count.
+    int to_int() const { return static_cast<int>(strtol(text_, nullptr, 10)); }
+    long long to_long_long() const { return strtoll(text_, nullptr, 10); }
+    double to_double() const { return strtod(text_, nullptr); }
+
     bool operator==(std::string_view text) const { return text == text_; }
 
   private:

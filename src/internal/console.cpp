@@ -13,8 +13,10 @@ namespace
 
 constexpr std::size_t kConsoleLineSize = 8192;  // two values and a key, with room to spare
 
-void vconsole_line(Site site, FunctionColumn column, Colour colour, const char *format,
-                   va_list args)
+using ConsoleWriter = void (*)(std::string_view text);
+
+void vconsole_line(ConsoleWriter writer, Site site, FunctionColumn column, Colour colour,
+                   const char *format, va_list args)
 {
     constexpr std::string_view kEnd = "\n\033[0m";
     const int width = static_cast<int>(column);
@@ -29,7 +31,7 @@ void vconsole_line(Site site, FunctionColumn column, Colour colour, const char *
     Text<kConsoleLineSize + kEnd.size()> whole;
     whole.append(line.view());
     whole.append(kEnd);
-    console_write(whole.view());
+    writer(whole.view());
 }
 
 void write_all(int fd, std::string_view text)
@@ -42,6 +44,16 @@ void write_all(int fd, std::string_view text)
             return;
         }
     }
+}
+
+/** Standard output as a signal handler may use it: whoever holds it is not waited for. */
+void write_last_words(std::string_view text)
+{
+    if (ftrylockfile(stdout) == 0) {
+        fflush_unlocked(stdout);
+        funlockfile(stdout);
+    }
+    write_all(STDOUT_FILENO, text);
 }
 
 }  // namespace
@@ -76,7 +88,15 @@ void console_line(Site site, Colour colour, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vconsole_line(site, FunctionColumn::kNormal, colour, format, args);
+    vconsole_line(console_write, site, FunctionColumn::kNormal, colour, format, args);
+    va_end(args);
+}
+
+void console_last_line(Site site, Colour colour, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vconsole_line(write_last_words, site, FunctionColumn::kNormal, colour, format, args);
     va_end(args);
 }
 
@@ -84,7 +104,7 @@ void table_diagnostic(Site site, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    vconsole_line(site, FunctionColumn::kShort, kRed, format, args);
+    vconsole_line(console_write, site, FunctionColumn::kShort, kRed, format, args);
     va_end(args);
 }
 

@@ -44,7 +44,13 @@ PROD_PRINTF(1, 2) void console_print(const char *format, ...);
  */
 PROD_PRINTF(3, 4) void console_line(Site site, Colour colour, const char *format, ...);
 
-/** The same in the 15-column form that only the debug table's own diagnostics have. */
+/**
+ * The same for a signal handler about to end the process: a thread that holds standard output is
+ * not waited for, and what the program has pending there is then lost.
+ */
+PROD_PRINTF(3, 4) void console_last_line(Site site, Colour colour, const char *format, ...);
+
+/** A console_line() in the 15-column form that only the debug table's own diagnostics have. */
 PROD_PRINTF(2, 3) void table_diagnostic(Site site, const char *format, ...);
 
 }  // namespace prod

@@ -19,6 +19,9 @@ namespace prod
 inline constexpr std::size_t kIpv4TextSize = INET_ADDRSTRLEN;  // "255.255.255.255"
 inline constexpr std::size_t kMacTextSize = 18;                // "00:11:22:33:44:55"
 
+/** What stands where an address should and there is none. */
+inline constexpr const char *kNoAddress = "0.0.0.0";
+
 using Mac = std::array<unsigned char, 6>;
 
 /**

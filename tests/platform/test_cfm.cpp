@@ -3,11 +3,14 @@
 // then works in a process of its own, since a process keeps the store that it opened.
 #include "platform/cfm.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <functional>
@@ -16,6 +19,13 @@
 #include <vector>
 
 #include "support/files.hpp"
+
+extern "C" {
+int madvise(void *address, size_t size, int advice) noexcept;
+ssize_t write(int fd, const void *data, size_t size);
+int fsync(int fd);
+int rename(const char *from, const char *to) noexcept;
+}
 
 using test::read_text;
 using test::write_text;
@@ -124,4 +134,594 @@ TEST_F(Cfm, CommitWritesSortedLines)
     EXPECT_FALSE(test::exists("/cfg/cfm.cfg.new"));
 }
 
+TEST_F(Cfm, KeysAndValuesThatCannotBe)
+{
+    after_boot([] {
+        char value[CFM_VALUE_SIZE] = "untouched";
+        EXPECT_EQ(GetValue(nullptr, value), 0);
+        EXPECT_EQ(GetValue("", value), 0);
+        EXPECT_EQ(GetValue("lan.ip", nullptr), 0);
+        EXPECT_STREQ(value, "untouched");
+        for (const std::string &key :
+             {std::string{}, std::string{"a=b"}, std::string{"#a"}, std::string{"a\nb"},
+              std::string{"a\rb"}, std::string(CFM_KEY_MAX + 1, 'k')}) {
+            EXPECT_FALSE(set(key, "1")) << key;
+            EXPECT_EQ(value_of(key), "(absent)") << key;
+            EXPECT_EQ(UnSetValue(key.c_str()), 0) << key;
+        }
+        EXPECT_EQ(SetValue(nullptr, "1"), 0);
+        EXPECT_EQ(SetValue("lan.ip", nullptr), 0);
+        EXPECT_EQ(UnSetValue(nullptr), 0);
+        EXPECT_FALSE(set("lan.ip", "1\n2"));
+        EXPECT_FALSE(set("lan.ip", "1\r"));
+        EXPECT_FALSE(set("lan.ip", std::string(CFM_VALUE_SIZE, 'v')));
+        EXPECT_FALSE(set("lan.ip", std::string(100000, 'v')));
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+    });
+}
+
+TEST_F(Cfm, TheLongestKeyAndValue)
+{
+    const std::string key(CFM_KEY_MAX, 'k');
+    const std::string value(CFM_VALUE_SIZE - 1, '=');
+    const std::string bytes = "\x01\t \xff\x80`$(reboot)'\"\\#";
+    after_boot([&] {
+        EXPECT_TRUE(set(key, value));
+        EXPECT_TRUE(set("bytes", bytes));
+        EXPECT_EQ(value_of(key), value);
+        EXPECT_EQ(CommitCfm(), 1);
+    });
+    after_boot([&] {
+        EXPECT_EQ(value_of(key), value);
+        EXPECT_EQ(value_of("bytes"), bytes);
+    });
+}
+
+TEST_F(Cfm, DamagedLinesOfAFileArePassedOver)
+{
+    write_text(kPersistent, "good=1\nno equals sign\n=no key\n" + std::string(600, 'k') +
+                                "=1\nlong=" + std::string(CFM_VALUE_SIZE, 'v') + "\nzero=" +
+                                std::string(1, '\0') + "\n \t\n# a comment=1\r\nlast=2");
+    after_boot([] {
+        EXPECT_EQ(value_of("good"), "1");
+        EXPECT_EQ(value_of("last"), "2");
+        EXPECT_EQ(value_of("long"), "(absent)");
+        EXPECT_EQ(value_of("zero"), "(absent)");
+        EXPECT_EQ(CommitCfm(), 1);
+    });
+    EXPECT_EQ(read_text(kPersistent), "good=1\nlast=2\n");
+}
+
+TEST_F(Cfm, APersistentFileWithoutASettingIsNone)
+{
+    for (const std::string &text :
+         {std::string{}, std::string{"\n\n"}, std::string(5000, '\xff'), std::string(5000, '\0')}) {
+        write_text(kPersistent, text);
+        after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+    }
+    test::remove_all(kPersistent);
+    ASSERT_EQ(mkdir(kPersistent, 0755), 0);
+    after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+    test::remove_all(kPersistent);
+}
+
+TEST_F(Cfm, ADeviceWithoutAnyFileStartsEmpty)
+{
+    test::remove_all(kDefaults);
+    after_boot([] {
+        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_EQ(RestoreValue(), 0);
+        EXPECT_TRUE(set("lan.ip", "1"));
+        EXPECT_EQ(value_of("lan.ip"), "1");
+        EXPECT_EQ(RestoreValue(), 0);
+        EXPECT_EQ(value_of("lan.ip"), "1");
+    });
+}
+
+TEST_F(Cfm, TheFilesAreLoadedOnce)
+{
+    after_boot([] {
+        EXPECT_EQ(UnSetValue("lan.ip"), 1);
+        EXPECT_EQ(UnSetValue("sys.mode"), 1);
+    });
+    EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("lan.ip"), "(absent)"); })));
+
+    // Many at once on a fresh device: what one has set, no other loads away.
+    test::remove_all(kWorkingCopy);
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    std::vector<pid_t> all;
+    for (int i = 0; i < 40; ++i) {
+        all.push_back(start([&] {
+            close(go[1]);
+            char byte;
+            EXPECT_EQ(read(go[0], &byte, 1), 0);
+            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+            EXPECT_TRUE(set("own" + std::to_string(i), "1"));
+        }));
+    }
+    close(go[0]);
+    close(go[1]);
+    for (const pid_t pid : all) {
+        EXPECT_TRUE(ended_well(pid));
+    }
+    EXPECT_TRUE(ended_well(start([] {
+        for (int i = 0; i < 40; ++i) {
+            EXPECT_EQ(value_of("own" + std::to_string(i)), "1");
+        }
+    })));
+}
+
+TEST_F(Cfm, AnUnchangedValueWritesNothing)
+{
+    const std::string data = std::string{kWorkingCopy} + "/data.mdb";
+    after_boot([&] {
+        EXPECT_TRUE(set("a", "1"));
+        const std::string before = read_text(data);
+        for (int i = 0; i < 100; ++i) {
+            EXPECT_TRUE(set("a", "1"));
+            EXPECT_EQ(UnSetValue("absent"), 0);
+        }
+        EXPECT_TRUE(read_text(data) == before);
+        EXPECT_TRUE(set("a", "2"));
+        EXPECT_FALSE(read_text(data) == before);
+    });
+}
+
+TEST_F(Cfm, RestoreGoesBackToTheDefaults)
+{
+    write_text(kPersistent, "lan.ip=10.0.0.1\nextra=1\n");
+    after_boot([] {
+        EXPECT_TRUE(set("more", "1"));
+        EXPECT_NE(RestoreValue(), 0);
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(value_of("extra"), "(absent)");
+        EXPECT_EQ(value_of("more"), "(absent)");
+    });
+    EXPECT_EQ(read_text(kPersistent), "lan.ip=192.168.1.1\nsys.mode=3\n");
+}
+
+TEST_F(Cfm, ARestoreThatCannotBeWrittenChangesNothing)
+{
+    after_boot([] {
+        EXPECT_TRUE(set("lan.ip", "10.0.0.1"));
+        {
+            const test::MountedFolder full{"/cfg"};
+            full.fill();
+            EXPECT_EQ(RestoreValue(), 0);
+            EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+        }
+        ASSERT_EQ(mkdir(kPersistent, 0755), 0);  // a rename over it fails, at the last moment
+        EXPECT_EQ(RestoreValue(), 0);
+        EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+        EXPECT_FALSE(test::exists("/cfg/cfm.cfg.new"));
+        ASSERT_EQ(rmdir(kPersistent), 0);
+        for (const char *const damaged : {"", "# only a comment\n", "no setting"}) {
+            write_text(kDefaults, damaged);
+            EXPECT_EQ(RestoreValue(), 0);
+        }
+        EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+    });
+}
+
+TEST_F(Cfm, ACommitThatCannotBeWrittenLeavesTheOldFile)
+{
+    after_boot([] {
+        {
+            const test::MountedFolder full{"/cfg", "size=32k"};
+            write_text(kPersistent, "lan.ip=old\n");
+            EXPECT_TRUE(set("big", std::string(2000, 'b')));
+            EXPECT_TRUE(set("big2", std::string(2307, 'b')));
+            full.fill();
+            EXPECT_EQ(CommitCfm(), 0);
+            EXPECT_EQ(read_text(kPersistent), "lan.ip=old\n");
+            EXPECT_FALSE(test::exists("/cfg/cfm.cfg.new"));
+        }
+        {
+            const test::MountedFolder read_only{"/cfg", "size=16k", true};
+            EXPECT_EQ(CommitCfm(), 0);
+        }
+        const int before = test::open_descriptors();
+        EXPECT_EQ(CommitCfm(), 1);
+        EXPECT_EQ(test::open_descriptors(), before);
+    });
+}
+
+// ------------------------------------------------------------------------------------------ faults
+
+TEST_F(Cfm, WithoutARoomForTheWorkingCopy)
+{
+    const auto nothing_works = [] {
+        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_FALSE(set("a", "1"));
+        EXPECT_EQ(UnSetValue("lan.ip"), 0);
+        EXPECT_EQ(CommitCfm(), 0);
+        EXPECT_EQ(RestoreValue(), 0);
+    };
+    write_text(kPersistent, "lan.ip=old\n");
+    EXPECT_TRUE(ended_well(start([&] {
+        const test::MountedFolder read_only{"/var/run", "size=16k", true};
+        nothing_works();
+    })));
+    EXPECT_TRUE(ended_well(start([&] {
+        const int before = test::open_descriptors();
+        {
+            const test::MountedFolder full{"/var/run"};
+            full.fill();
+            nothing_works();
+        }
+        EXPECT_EQ(test::open_descriptors(), before);
+        // The same process has its configuration as soon as there is room.
+        EXPECT_EQ(value_of("lan.ip"), "old");
+    })));
+    EXPECT_TRUE(ended_well(start([&] {
+        test::remove_all(kWorkingCopy);
+        write_text(kWorkingCopy, "a file in the folder's place");
+        nothing_works();
+        test::remove_all(kWorkingCopy);
+    })));
+    EXPECT_EQ(read_text(kPersistent), "lan.ip=old\n");
+}
+
+TEST_F(Cfm, AMissingRunFolder)
+{
+    EXPECT_TRUE(ended_well(start([] {
+        const test::MountedFolder empty_var{"/var"};
+        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_FALSE(set("a", "1"));
+    })));
+}
+
+TEST_F(Cfm, AFullRunFolderKeepsWhatItHas)
+{
+    EXPECT_TRUE(ended_well(start([] {
+        const test::MountedFolder small{"/var/run", "size=512k"};
+        EXPECT_TRUE(set("a", "1"));
+        small.fill();
+        int stored = 0;
+        while (stored < 1000 && set("k" + std::to_string(stored), std::string(2000, 'v'))) {
+            ++stored;
+        }
+        EXPECT_LT(stored, 1000);
+        EXPECT_EQ(value_of("a"), "1");
+        EXPECT_EQ(CommitCfm(), 1);
+        EXPECT_EQ(unlink("/var/run/fill"), 0);
+        EXPECT_TRUE(set("a", "2"));
+        EXPECT_EQ(value_of("a"), "2");
+    })));
+}
+
+TEST_F(Cfm, ADamagedWorkingCopyIsMadeAnew)
+{
+    const std::string data = std::string{kWorkingCopy} + "/data.mdb";
+    const std::string readers = std::string{kWorkingCopy} + "/lock.mdb";
+    const std::string noise(200000, '\x5a');
+    for (const std::string &text : {noise, noise.substr(0, 10), std::string(8192, '\0')}) {
+        for (const std::string &file : {data, readers}) {
+            after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+            write_text(file, text);
+            EXPECT_TRUE(ended_well(start([] {
+                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                EXPECT_TRUE(set("a", "1"));
+            }))) << file;
+            EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("a"), "1"); })));
+        }
+    }
+}
+
+TEST_F(Cfm, ACutWorkingCopyIsMadeAnew)
+{
+    const std::string data = std::string{kWorkingCopy} + "/data.mdb";
+    for (const int pages : {1, 2, 3, 4, 10, 20}) {
+        after_boot([] {
+            for (int i = 0; i < 100; ++i) {
+                EXPECT_TRUE(set("k" + std::to_string(i), std::string(1000, 'v')));
+            }
+        });
+        ASSERT_EQ(truncate(data.c_str(), pages * 4096 + 100), 0);
+        EXPECT_TRUE(ended_well(start([] {
+            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+            EXPECT_TRUE(set("a", "1"));
+        }))) << pages;
+    }
+}
+
+TEST_F(Cfm, AStoreThatHasOutgrownItsRoom)
+{
+    after_boot([] {
+        const std::string value(2307, 'v');
+        int stored = 0;
+        while (stored < 50000 && set("k" + std::to_string(stored), value)) {
+            ++stored;
+        }
+        EXPECT_GT(stored, 3000);
+        EXPECT_LT(stored, 50000);
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(value_of("k0"), value);
+        EXPECT_NE(RestoreValue(), 0);
+        EXPECT_TRUE(set("k0", value));
+    });
+}
+
+// ------------------------------------------------------------------------- processes and threads
+
+TEST_F(Cfm, ADaemonThatForks)
+{
+    after_boot([] {
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        const pid_t child = start([] {
+            EXPECT_TRUE(set("child", "1"));
+            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+            EXPECT_TRUE(ended_well(start([] {
+                EXPECT_EQ(value_of("child"), "1");
+                EXPECT_TRUE(set("grandchild", "1"));
+            })));
+        });
+        EXPECT_TRUE(set("parent", "1"));
+        EXPECT_TRUE(ended_well(child));
+        EXPECT_EQ(value_of("child"), "1");
+        EXPECT_EQ(value_of("grandchild"), "1");
+        for (int i = 0; i < 300; ++i) {
+            EXPECT_TRUE(ended_well(start([&] { EXPECT_TRUE(set("n", std::to_string(i))); })));
+            EXPECT_EQ(value_of("n"), std::to_string(i));
+        }
+    });
+}
+
+bool madvise_fails = false;
+
+TEST_F(Cfm, ADaemonThatForksOnAKernelThatWipesNothing)
+{
+    after_boot([] {
+        madvise_fails = true;
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        const pid_t child = start([] {
+            EXPECT_TRUE(set("child", "1"));
+            EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("child"), "1"); })));
+        });
+        EXPECT_TRUE(set("parent", "1"));
+        EXPECT_TRUE(ended_well(child));
+        EXPECT_EQ(value_of("child"), "1");
+    });
+}
+
+TEST_F(Cfm, Threads)
+{
+    after_boot([] {
+        std::vector<std::thread> all;
+        for (int t = 0; t < 12; ++t) {
+            all.emplace_back([t] {
+                const std::string key = "thread" + std::to_string(t);
+                for (int i = 0; i < 200; ++i) {
+                    const std::string value(static_cast<std::size_t>(i) * 10, 'x');
+                    EXPECT_TRUE(set(key, value));
+                    EXPECT_EQ(value_of(key), value);
+                    EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                    if (i % 50 == 0) {
+                        EXPECT_EQ(CommitCfm(), 1);
+                    }
+                }
+            });
+        }
+        for (std::thread &thread : all) {
+            thread.join();
+        }
+    });
+}
+
+TEST_F(Cfm, AForkAmidThreads)
+{
+    after_boot([] {
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> all;
+        for (int t = 0; t < 3; ++t) {
+            all.emplace_back([&, t] {
+                for (int i = 0; !stop; ++i) {
+                    EXPECT_TRUE(set("thread" + std::to_string(t), std::to_string(i)));
+                    EXPECT_EQ(CommitCfm(), 1);
+                }
+            });
+        }
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_TRUE(ended_well(start([] {
+                alarm(20);
+                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                EXPECT_TRUE(set("child", "1"));
+                EXPECT_EQ(CommitCfm(), 1);
+            })));
+        }
+        stop = true;
+        for (std::thread &thread : all) {
+            thread.join();
+        }
+    });
+}
+
+TEST_F(Cfm, SlotsOfTheDeadAreUsedAgain)
+{
+    after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+    for (int round = 0; round < 25; ++round) {
+        std::vector<pid_t> all;
+        for (int i = 0; i < 100; ++i) {
+            all.push_back(start([] {
+                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                raise(SIGKILL);
+            }));
+        }
+        for (const pid_t pid : all) {
+            waitpid(pid, nullptr, 0);
+        }
+    }
+    EXPECT_TRUE(ended_well(start([] {
+        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_TRUE(set("a", "1"));
+    })));
+}
+
+/** A value that shows when it is not whole. */
+bool whole(const std::string &value)
+{
+    return value.find_first_not_of(value[0]) == std::string::npos && value.size() == 1900;
+}
+
+TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
+{
+    after_boot([] { EXPECT_TRUE(set("shared", std::string(1900, 'a'))); });
+    const pid_t witness = start([] {
+        for (int i = 0; i < 1500; ++i) {
+            EXPECT_TRUE(whole(value_of("shared")));
+            EXPECT_TRUE(set("witness", std::to_string(i)));
+            EXPECT_EQ(value_of("witness"), std::to_string(i));
+            usleep(500);
+        }
+    });
+    srand(4711);
+    for (int round = 0; round < 10; ++round) {
+        std::vector<pid_t> all;
+        for (int i = 0; i < 20; ++i) {
+            all.push_back(start([i] {
+                for (unsigned int n = 0;; ++n) {
+                    if (i % 2 == 0) {
+                        set("shared", std::string(1900, static_cast<char>('a' + n % 26)));
+                    } else if (!whole(value_of("shared"))) {
+                        _exit(1);
+                    }
+                }
+            }));
+        }
+        for (const pid_t pid : all) {
+            usleep(static_cast<useconds_t>(rand() % 2000));
+            kill(pid, SIGKILL);
+        }
+        for (const pid_t pid : all) {
+            int status = 0;
+            EXPECT_EQ(waitpid(pid, &status, 0), pid);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        }
+        EXPECT_TRUE(ended_well(start([] {
+            EXPECT_TRUE(whole(value_of("shared")));
+            EXPECT_TRUE(set("after", "1"));
+            EXPECT_EQ(UnSetValue("after"), 1);
+            EXPECT_EQ(CommitCfm(), 1);
+        })));
+    }
+    EXPECT_TRUE(ended_well(witness));
+}
+
+// ------------------------------------------------------------------------------ a killed commit
+
+int calls_to_live = -1;  // negative: for ever
+
+/** Counts the calls a commit makes; ends the process before the last that it may live to see. */
+bool last_call()
+{
+    return calls_to_live > 0 && --calls_to_live == 0;
+}
+
+TEST_F(Cfm, ACommitKilledAtAnyOfItsCalls)
+{
+    std::string old_text;
+    std::string new_text;
+    for (int i = 0; i < 2000; ++i) {
+        const std::string number = std::to_string(10000 + i);
+        old_text += "k" + number + "=old value\n";
+        new_text += "k" + number + "=the new value\n";
+    }
+    bool survived = false;
+    int killed = 0;
+    for (int calls = 1; !survived && calls < 100; ++calls) {
+        test::remove_all(kWorkingCopy);
+        write_text(kPersistent, old_text);
+        const pid_t pid = start([&] {
+            for (int i = 0; i < 2000; ++i) {
+                EXPECT_TRUE(set("k" + std::to_string(10000 + i), "the new value"));
+            }
+            calls_to_live = calls;
+            EXPECT_EQ(CommitCfm(), 1);
+            calls_to_live = -1;
+        });
+        survived = ended_well(pid);
+        killed += survived ? 0 : 1;
+        const std::string text = read_text(kPersistent);
+        EXPECT_TRUE(text == (survived ? new_text : old_text) || text == new_text) << calls;
+        EXPECT_TRUE(ended_well(start([] {
+            alarm(10);
+            EXPECT_EQ(CommitCfm(),
+                      1);  // no lock is left behind, nor is the unfinished file in the way
+        })));
+        EXPECT_TRUE(read_text(kPersistent) == new_text);
+    }
+    EXPECT_TRUE(survived);
+    EXPECT_GE(killed, 5);
+}
+
+TEST_F(Cfm, ACommitKilledAtRandomMoments)
+{
+    after_boot([] {
+        for (int i = 0; i < 500; ++i) {
+            EXPECT_TRUE(set("k" + std::to_string(i), std::string(500, 'a')));
+        }
+        EXPECT_EQ(CommitCfm(), 1);
+    });
+    const std::size_t size = read_text(kPersistent).size();
+    srand(815);
+    for (int round = 0; round < 60; ++round) {
+        const pid_t pid = start([] {
+            for (;;) {
+                CommitCfm();
+            }
+        });
+        usleep(static_cast<useconds_t>(rand() % 4000));
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        EXPECT_EQ(read_text(kPersistent).size(), size);
+    }
+}
+
 }  // namespace
+
+// Standing in for the C library's: passes through, unless a test wants a fault.
+
+template <typename Function>
+static Function real(const char *name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+int madvise(void *address, size_t size, int advice) noexcept
+{
+    if (madvise_fails) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real<int (*)(void *, size_t, int)>("madvise")(address, size, advice);
+}
+
+ssize_t write(int fd, const void *data, size_t size)
+{
+    static const auto pass = real<ssize_t (*)(int, const void *, size_t)>("write");
+    if (last_call()) {
+        pass(fd, data, size / 2);
+        raise(SIGKILL);
+    }
+    if (calls_to_live > 0 && size > 8192) {
+        size = 8192;  // as a slow medium would: many writes to be killed in
+    }
+    return pass(fd, data, size);
+}
+
+int fsync(int fd)
+{
+    if (last_call()) {
+        raise(SIGKILL);
+    }
+    return real<int (*)(int)>("fsync")(fd);
+}
+
+int rename(const char *from, const char *to) noexcept
+{
+    if (last_call()) {
+        raise(SIGKILL);
+    }
+    return real<int (*)(const char *, const char *)>("rename")(from, to);
+}

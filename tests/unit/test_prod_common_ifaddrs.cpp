@@ -19,8 +19,8 @@
 #include "platform/address.h"
 #include "platform/debug.h"
 #include "platform/hardware.h"
-#include "platform/process.h"
 #include "support/capture.hpp"
+#include "support/commands.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 
@@ -36,8 +36,7 @@ namespace
 
 const char *lan_name = "br0";
 bool sockets_fail;
-int answered_mtu = -1;               // -1: ask the kernel
-std::vector<std::string> *commands;  // where commands go instead of a shell
+int answered_mtu = -1;  // -1: ask the kernel
 std::vector<std::string> logger_lines;
 
 std::string format_text(const char *format, va_list args)
@@ -79,19 +78,6 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     static const auto real =
         reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
     return real(fd, request, argument);
-}
-
-int doSystemCmd(const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    const std::string command = format_text(format, args);
-    va_end(args);
-    if (commands != nullptr) {
-        commands->push_back(command);
-        return 0;
-    }
-    return system(command.c_str());
 }
 
 void log_debug_print(const char *function, int line, int level, const char *module,
@@ -885,11 +871,9 @@ constexpr const char *kRuleList = "/var/ip_rule_del_tmp_13579";
 std::vector<std::string> commands_for(int prio, const char *table, const std::string &listed)
 {
     test::write_text(kRuleList, listed);
-    std::vector<std::string> seen;
-    commands = &seen;
+    const test::RecordedCommands commands;
     iprule_del_by_prio_and_table(prio, table);
-    commands = nullptr;
-    return seen;
+    return commands.all();
 }
 
 TEST(IpruleDel, OneDeleteForEachLine)
@@ -909,12 +893,10 @@ TEST(IpruleDel, OneDeleteForEachLine)
 TEST(IpruleDel, WithoutAListNothingIsDeleted)
 {
     test::remove_all(kRuleList);
-    std::vector<std::string> seen;
-    commands = &seen;
+    const test::RecordedCommands commands;
     EXPECT_EQ(printed_at(PROD_DBG_TRACE, [] { iprule_del_by_prio_and_table(0, "t1"); }), "");
-    commands = nullptr;
-    EXPECT_EQ(seen, std::vector<std::string>{
-                        "ip rule ls | grep 0 | grep t1 > /var/ip_rule_del_tmp_13579"});
+    EXPECT_EQ(commands.all(), std::vector<std::string>{
+                                  "ip rule ls | grep 0 | grep t1 > /var/ip_rule_del_tmp_13579"});
 }
 
 TEST(IpruleDel, NoSuchRule)

@@ -517,6 +517,14 @@ TEST_F(Wifi, SlotsThatDoNotCount)
     EXPECT_STREQ(band, "5");
 }
 
+TEST_F(Wifi, AListThatIsFullAlready)
+{
+    config() = {{"wlan0.0_bss_enable", "1"}, {"wlan0.0_bss_ssid", "home"}};
+    char band[] = "1,2,3,4,5,6,7,8,,,";
+    check_same_ssid("home", band);
+    EXPECT_STREQ(band, "1,2,3,4,5,6,7,8,,,") << "16 bytes without an end are left alone";
+}
+
 // ---- the smart node --------------------------------------------------------------------------
 
 station_info_t station(const char *mac)

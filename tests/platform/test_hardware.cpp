@@ -1,0 +1,322 @@
+// SPDX-License-Identifier: MIT
+// Run with the board file of the virtual device, whose LEDs are ordinary files.
+#include "platform/hardware.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/files.hpp"
+
+using test::read_text;
+using test::write_text;
+
+namespace
+{
+
+constexpr const char *kBoard = "/etc/board.json";
+constexpr unsigned int kUntouched = 4711;
+
+// ------------------------------------------------------------------------------------------ LEDs
+
+/** The attributes of one LED, as the kernel shows them. */
+void make_led(const std::string &name, const std::string &trigger = "none [default-on] timer\n",
+              const std::string &brightness = "0\n")
+{
+    const std::string folder = "/var/leds/" + name;
+    write_text(folder + "/brightness", brightness);
+    write_text(folder + "/max_brightness", "255\n");
+    write_text(folder + "/trigger", trigger);
+    write_text(folder + "/delay_on", "0\n");
+    write_text(folder + "/delay_off", "0\n");
+}
+
+std::string attribute(const std::string &name, const std::string &which)
+{
+    return read_text("/var/leds/" + name + "/" + which);
+}
+
+unsigned int state_of(gpio_id_t id)
+{
+    unsigned int state = kUntouched;
+    EXPECT_EQ(iof_gpio_get(id, &state), 0);
+    return state;
+}
+
+class Leds : public testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        test::remove_all("/var/leds");
+        for (const char *const name : {"sys", "wps", "wlan24", "wlan5", "usb", "lan", "wan"}) {
+            make_led(name);
+        }
+    }
+};
+
+TEST_F(Leds, EveryPatternIsReadBack)
+{
+    const std::pair<led_pattern_t, unsigned int> patterns[] = {
+        {LED_ON, LED_ON},        {LED_OFF, LED_OFF},     {LED_BLINK, LED_BLINK},
+        {LED_FORCE_ON, LED_ON},  {LED_BLINK, LED_BLINK}, {LED_FORCE_OFF, LED_OFF},
+        {LED_NORMAL, LED_NORMAL}};
+    for (const auto &[pattern, shown] : patterns) {
+        EXPECT_EQ(iof_gpio_set(LED_SYS, pattern), 0);
+        EXPECT_EQ(state_of(LED_SYS), shown) << pattern;
+    }
+    // The board names no trigger for the USB LED: on is its normal state.
+    EXPECT_EQ(iof_gpio_set(LED_USB, LED_NORMAL), 0);
+    EXPECT_EQ(state_of(LED_USB), unsigned{LED_ON});
+}
+
+TEST_F(Leds, WhatIsWritten)
+{
+    EXPECT_EQ(iof_gpio_set(LED_WAN, LED_ON), 0);
+    EXPECT_EQ(attribute("wan", "trigger"), "none");
+    EXPECT_EQ(attribute("wan", "brightness"), "255");
+    EXPECT_EQ(iof_gpio_set(LED_WAN, LED_OFF), 0);
+    EXPECT_EQ(attribute("wan", "brightness"), "0");
+    EXPECT_EQ(iof_gpio_set(LED_WAN, LED_BLINK), 0);
+    EXPECT_EQ(attribute("wan", "trigger"), "timer");
+    EXPECT_EQ(attribute("wan", "delay_on"), "500");
+    EXPECT_EQ(attribute("wan", "delay_off"), "500");
+    EXPECT_EQ(iof_gpio_set(LED_SYS, LED_NORMAL), 0);
+    EXPECT_EQ(attribute("sys", "trigger"), "heartbeat");
+    EXPECT_EQ(attribute("lan", "trigger"), "none [default-on] timer\n");
+}
+
+TEST_F(Leds, TheKernelsListOfTriggers)
+{
+    make_led("lan", "none [timer] heartbeat default-on\n", "1\n");
+    EXPECT_EQ(state_of(LED_LAN), unsigned{LED_BLINK});
+    make_led("lan", "[none] timer heartbeat\n", "3\n");
+    EXPECT_EQ(state_of(LED_LAN), unsigned{LED_ON});
+    make_led("lan", "none timer [heartbeat]\n", "0\n");
+    EXPECT_EQ(state_of(LED_LAN), unsigned{LED_OFF});
+    make_led("sys", "none timer [heartbeat]\n", "0\n");
+    EXPECT_EQ(state_of(LED_SYS), unsigned{LED_NORMAL});
+    make_led("lan", std::string(10000, 'x') + "[timer]", "junk");
+    EXPECT_EQ(state_of(LED_LAN), unsigned{LED_OFF});
+    make_led("lan", "", "");
+    EXPECT_EQ(state_of(LED_LAN), unsigned{LED_OFF});
+}
+
+TEST_F(Leds, StartAndReset)
+{
+    EXPECT_EQ(iof_gpio_set(LED_SYS, LED_BLINK), 0);
+    EXPECT_EQ(iof_gpio_set_start(LED_SYS, 0), 0);
+    EXPECT_EQ(state_of(LED_SYS), unsigned{LED_OFF});
+    EXPECT_EQ(iof_gpio_set_start(LED_SYS, 1), 0);
+    EXPECT_EQ(state_of(LED_SYS), unsigned{LED_NORMAL});
+}
+
+TEST_F(Leds, WhatTheBoardDoesNotHave)
+{
+    test::remove_all("/var/leds/wps");
+    for (const gpio_id_t id : {LED_WPS, LED_RED, LED_END, BTN_RST, BTN_END, LED_GREEN}) {
+        unsigned int state = kUntouched;
+        EXPECT_NE(iof_gpio_get(id, &state), 0) << id;
+        EXPECT_EQ(state, kUntouched);
+        EXPECT_NE(iof_gpio_set(id, LED_ON), 0) << id;
+        EXPECT_NE(iof_gpio_set_start(id, 0), 0) << id;
+    }
+    EXPECT_FALSE(test::exists("/var/leds/wps"));  // nothing is made up
+    EXPECT_NE(iof_gpio_get(LED_SYS, nullptr), 0);
+    EXPECT_NE(iof_gpio_set(LED_SYS, static_cast<led_pattern_t>(5)), 0);
+    test::remove_all("/var/leds/lan/brightness");
+    unsigned int state = kUntouched;
+    EXPECT_NE(iof_gpio_get(LED_LAN, &state), 0);
+    EXPECT_NE(iof_gpio_set(LED_LAN, LED_ON), 0);
+    EXPECT_FALSE(test::exists("/var/leds/lan/brightness"));
+    EXPECT_EQ(state, kUntouched);
+}
+
+// ----------------------------------------------------------------------------------------- ports
+
+void run(const char *command)
+{
+    ASSERT_EQ(system(command), 0) << command;
+}
+
+class Ports : public testing::Test
+{
+  protected:
+    static void SetUpTestSuite()
+    {
+        run("ip link add eth1 type veth peer name isp1");
+        run("ip link add eth3 type veth peer name lan3");
+        run("ip link set eth1 up && ip link set isp1 up");
+    }
+};
+
+TEST_F(Ports, ALinkAndItsSpeed)
+{
+    const int before = test::open_descriptors();
+    port_status status;
+    memset(&status, 0xff, sizeof(status));
+    EXPECT_EQ(iof_port_status_get(4, &status), 0);
+    EXPECT_EQ(status.link, 1U);
+    EXPECT_EQ(status.speed, 10000U);
+    EXPECT_EQ(status.duplex, 1U);
+    EXPECT_EQ(status.nway, 0U);
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(Ports, NoCarrierOrTakenDown)
+{
+    port_status status{};
+    run("ip link set isp1 down");
+    EXPECT_EQ(iof_port_status_get(4, &status), 0);
+    EXPECT_EQ(status.link, 0U);
+    run("ip link set isp1 up");
+    EXPECT_EQ(iof_port_status_get(4, &status), 0);
+    EXPECT_EQ(status.link, 1U);
+    run("ip link set eth1 down");
+    EXPECT_EQ(iof_port_status_get(4, &status), 0);
+    EXPECT_EQ(status.link, 0U);
+    run("ip link set eth1 up");
+    EXPECT_EQ(iof_port_status_get(2, &status), 0);
+    EXPECT_EQ(status.link, 0U);
+}
+
+TEST_F(Ports, WhatIsNotThere)
+{
+    for (const int port : {-1, 3, 5, 1000}) {  // 3 is on the board, but its interface is gone
+        port_status status{9, 9, 9, 9};
+        EXPECT_NE(iof_port_status_get(port, &status), 0) << port;
+        EXPECT_EQ(status.link, 9U);
+    }
+    EXPECT_NE(iof_port_status_get(4, nullptr), 0);
+}
+
+// ------------------------------------------------------------------------------------ board file
+
+/** Runs @p code with another board file in a process of its own, which has read none yet. */
+void with_board(const std::string &text, const std::function<void()> &code)
+{
+    const std::string kept = read_text(kBoard);
+    write_text(kBoard, text);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        code();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0) << text;
+    write_text(kBoard, kept);
+}
+
+/** These come first in the process, so that nobody has read the names of the real board yet. */
+TEST(ABoardFile, Names)
+{
+    with_board(R"({"ethernet": {"LAN_1": "br7", "WAN_2": "wan", "IPTV_WAN_1": "fifteen_letters"}})",
+               [] {
+                   EXPECT_STREQ(iof_eth_name_get(LAN_1), "br7");
+                   EXPECT_STREQ(iof_eth_name_get(WAN_2), "wan");
+                   EXPECT_STREQ(iof_eth_name_get(IPTV_WAN_1), "fifteen_letters");
+                   EXPECT_EQ(iof_eth_name_get(WAN_1), nullptr);
+               });
+    with_board(R"({"ethernet": {"LAN_1": "sixteen_letters_", "LAN_2": "", "LAN_3": 7,
+                                "LAN_4": "a/b", "WAN_1": "a b"}})",
+               [] {
+                   for (int i = -1; i <= IPTV_MAX; ++i) {
+                       EXPECT_EQ(iof_eth_name_get(static_cast<eth_idx_t>(i)), nullptr) << i;
+                   }
+               });
+}
+
+TEST(ABoardFile, APortWhoseDriverTellsLittle)
+{
+    run("ip link set lo up");
+    with_board(R"({"ports": [{"id": 70, "ifname": "lo"}]})", [] {
+        port_status status{9, 9, 9, 9};
+        EXPECT_EQ(iof_port_status_get(70, &status), 0);
+        EXPECT_EQ(status.link, 1U);
+        EXPECT_EQ(status.speed, 0U);
+        EXPECT_EQ(status.duplex, 0U);
+        EXPECT_EQ(status.nway, 0U);
+    });
+}
+
+TEST(ABoardFile, MissingOrDamaged)
+{
+    const std::string good = read_text(kBoard);
+    ASSERT_FALSE(good.empty());
+    const auto nothing = [] {
+        port_status status{};
+        unsigned int state = 0;
+        EXPECT_EQ(iof_eth_name_get(LAN_1), nullptr);
+        EXPECT_NE(iof_port_status_get(4, &status), 0);
+        EXPECT_NE(iof_gpio_get(LED_SYS, &state), 0);
+        EXPECT_NE(iof_gpio_set(LED_SYS, LED_ON), 0);
+    };
+    for (const std::string &text :
+         {std::string{}, std::string{"{"}, std::string{"[]"}, std::string{"7"}, std::string{"{}"},
+          std::string{R"({"leds": 7, "ports": 7, "ethernet": 7})"},
+          std::string{R"({"leds": [1], "ports": [1, {}, {"id": "4"}, {"id": 4}], "ethernet": []})"},
+          std::string{R"({"leds": {"path": 7, "LED_SYS": 7}})"},
+          std::string{R"({"leds": {"path": "/var/leds", "LED_SYS": {}}})"},
+          std::string{R"({"leds": {"path": "/var/leds", "LED_SYS": ")"} + std::string(500, 'x') +
+              "\"}}",
+          good.substr(0, good.size() / 2), std::string(100000, '['), std::string(5000, '\xff'),
+          good + std::string(70000, ' ')}) {
+        with_board(text, nothing);
+    }
+    with_board(good, [&] {
+        test::remove_all(kBoard);
+        nothing();
+        // The names are asked for again until there is a board file.
+        write_text(kBoard, good);
+        EXPECT_STREQ(iof_eth_name_get(LAN_1), "br0");
+    });
+}
+
+TEST(InterfaceNames, OfTheVirtualBoard)
+{
+    EXPECT_STREQ(iof_eth_name_get(LAN_1), "br0");
+    EXPECT_STREQ(iof_eth_name_get(WAN_1), "eth1");
+    EXPECT_STREQ(iof_eth_name_get(WAN_2), "eth2");
+    EXPECT_STREQ(iof_eth_name_get(L_LAN_1), "eth3");
+    EXPECT_STREQ(iof_eth_name_get(WLAN_5G_1), "wl1");
+    EXPECT_EQ(iof_eth_name_get(WAN_3), nullptr);
+    EXPECT_EQ(iof_eth_name_get(ETH_NM_INVALID), nullptr);
+    EXPECT_EQ(iof_eth_name_get(IPTV_MAX), nullptr);
+}
+
+TEST(InterfaceNames, StayWhatTheyAre)
+{
+    char *const name = iof_eth_name_get(WAN_1);
+    const std::string kept = read_text(kBoard);
+    write_text(kBoard, R"({"ethernet": {"WAN_1": "other"}})");
+    EXPECT_EQ(iof_eth_name_get(WAN_1), name);
+    EXPECT_STREQ(name, "eth1");
+    write_text(kBoard, kept);
+}
+
+TEST(InterfaceNames, ManyThreadsAtOnce)
+{
+    with_board(read_text(kBoard), [] {
+        std::vector<std::thread> all;
+        for (int t = 0; t < 8; ++t) {
+            all.emplace_back([] {
+                for (int i = 0; i < 100; ++i) {
+                    EXPECT_STREQ(iof_eth_name_get(WAN_1), "eth1");
+                }
+            });
+        }
+        for (std::thread &thread : all) {
+            thread.join();
+        }
+    });
+}
+
+}  // namespace

@@ -1,0 +1,359 @@
+// SPDX-License-Identifier: MIT
+// Rates are measured with frames of a known size that really pass the WAN's interface.
+#include "platform/km.h"
+
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/files.hpp"
+
+using test::read_text;
+using test::write_text;
+using Clock = std::chrono::steady_clock;
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+namespace
+{
+
+constexpr const char *kBoard = "/etc/board.json";
+constexpr const char *kSamples = "/var/run/wan_flow.samples";
+
+struct Rates {
+    int up = -1;
+    int down = -1;
+};
+
+/** What one call says about a WAN; -1 when the WAN is not in it. */
+Rates rates_of(int wan)
+{
+    const Json object{cJSON_CreateObject(), &cJSON_Delete};
+    EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
+    const cJSON *flow;
+    cJSON_ArrayForEach(flow, cJSON_GetObjectItemCaseSensitive(object.get(), "WanFlow"))
+    {
+        const cJSON *const rate = cJSON_GetObjectItemCaseSensitive(flow, "WanRate");
+        if (cJSON_GetObjectItemCaseSensitive(flow, "WanId")->valueint == wan) {
+            return {cJSON_GetObjectItemCaseSensitive(rate, "UpRate")->valueint,
+                    cJSON_GetObjectItemCaseSensitive(rate, "DownRate")->valueint};
+        }
+    }
+    return {};
+}
+
+/** Sends frames out of an interface, at an even pace, for as long as it lives. */
+class Blaster
+{
+  public:
+    Blaster(const char *ifname, int bytes_per_second) : bytes_per_second_(bytes_per_second)
+    {
+        fd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+        to_.sll_family = AF_PACKET;
+        to_.sll_ifindex = static_cast<int>(if_nametoindex(ifname));
+        to_.sll_halen = ETH_ALEN;
+        memset(to_.sll_addr, 0xff, ETH_ALEN);
+        thread_ = std::thread{[this] { send_frames(); }};
+    }
+    /** Bytes sent so far. */
+    long long sent() const { return sent_; }
+
+    ~Blaster()
+    {
+        stop_ = true;
+        thread_.join();
+        close(fd_);
+    }
+
+  private:
+    void send_frames()
+    {
+        const std::string frame(1000, '\xff');
+        const auto start = Clock::now();
+        while (!stop_) {
+            const std::chrono::duration<double> time = Clock::now() - start;
+            if (static_cast<double>(sent_) < time.count() * bytes_per_second_) {
+                EXPECT_EQ(sendto(fd_, frame.data(), frame.size(), 0,
+                                 reinterpret_cast<const sockaddr *>(&to_), sizeof(to_)),
+                          1000);
+                sent_ += 1000;
+            } else {
+                std::this_thread::sleep_for(std::chrono::milliseconds{2});
+            }
+        }
+    }
+
+    int bytes_per_second_;
+    int fd_;
+    sockaddr_ll to_{};
+    std::atomic<long long> sent_{0};
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+void run(const char *command)
+{
+    ASSERT_EQ(system(command), 0) << command;
+}
+
+void wait_ms(int ms)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds{ms});
+}
+
+double seconds(const std::function<void()> &code)
+{
+    const auto start = Clock::now();
+    code();
+    return std::chrono::duration<double>{Clock::now() - start}.count();
+}
+
+class WanFlow : public testing::Test
+{
+  protected:
+    static void SetUpTestSuite()
+    {
+        // Without IPv6 an interface that nobody uses is silent.
+        run("for f in /proc/sys/net/ipv6/conf/*/disable_ipv6; do echo 1 > $f; done");
+        run("ip link add eth1 type veth peer name isp1");
+        run("ip link add eth2 type veth peer name isp2");
+        run("for i in eth1 eth2 isp1 isp2; do ip link set $i up; done");
+        board_ = read_text(kBoard);
+    }
+    void SetUp() override { test::remove_all(kSamples); }
+    void TearDown() override { write_text(kBoard, board_); }
+
+    static std::string board_;
+};
+std::string WanFlow::board_;
+
+TEST_F(WanFlow, AnIdleWanHasNone)
+{
+    for (const int wan : {1, 2}) {
+        EXPECT_EQ(rates_of(wan).up, 0);
+        EXPECT_EQ(rates_of(wan).down, 0);
+    }
+    EXPECT_EQ(rates_of(3).up, -1);
+}
+
+/** What a blaster sent between two moments, in bytes a second. */
+class Meter
+{
+  public:
+    explicit Meter(const Blaster &blaster) : blaster_(blaster) { restart(); }
+
+    /** The rate since the last call. */
+    int rate()
+    {
+        const long long sent = blaster_.sent() - sent_;
+        const std::chrono::duration<double> time = Clock::now() - at_;
+        restart();
+        return static_cast<int>(static_cast<double>(sent) / time.count());
+    }
+
+  private:
+    void restart()
+    {
+        sent_ = blaster_.sent();
+        at_ = Clock::now();
+    }
+
+    const Blaster &blaster_;
+    long long sent_ = 0;
+    Clock::time_point at_;
+};
+
+TEST_F(WanFlow, TheRateOfRealTraffic)
+{
+    const Blaster up{"eth1", 200000};
+    const Blaster down{"isp1", 800000};
+    rates_of(1);
+    Meter up_meter{up};
+    Meter down_meter{down};
+    for (int i = 0; i < 3; ++i) {
+        wait_ms(700);
+        const Rates one = rates_of(1);
+        const int sent_up = up_meter.rate();
+        const int sent_down = down_meter.rate();
+        EXPECT_NEAR(one.up, sent_up, sent_up / 10);
+        EXPECT_NEAR(one.down, sent_down, sent_down / 10);
+        EXPECT_GT(sent_down, 200000);
+        const Rates two = rates_of(2);
+        EXPECT_EQ(two.up, 0);
+        EXPECT_EQ(two.down, 0);
+    }
+}
+
+TEST_F(WanFlow, AFirstCallTakesItsOwnShortWindow)
+{
+    const Blaster down{"isp1", 1000000};
+    wait_ms(50);
+    Rates first;
+    const double time = seconds([&] { first = rates_of(1); });
+    EXPECT_GT(time, 0.1);
+    EXPECT_LT(time, 0.5);
+    EXPECT_NEAR(first.down, 1000000, 500000);
+    // From then on nobody waits, whatever the process, and however soon.
+    for (int i = 0; i < 5; ++i) {
+        const double again = seconds([] {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                const int rate = rates_of(1).down;
+                _exit(rate > 250000 && rate < 4000000 ? 0 : 1);
+            }
+            int status = -1;
+            waitpid(pid, &status, 0);
+            EXPECT_EQ(status, 0);
+        });
+        EXPECT_LT(again, 0.1);
+    }
+}
+
+TEST_F(WanFlow, TheRateFollowsTheTraffic)
+{
+    {
+        const Blaster down{"isp1", 500000};
+        rates_of(1);
+        wait_ms(500);
+        EXPECT_NEAR(rates_of(1).down, 500000, 200000);
+    }
+    rates_of(1);
+    wait_ms(200);
+    rates_of(1);
+    wait_ms(200);
+    EXPECT_EQ(rates_of(1).down, 0);
+}
+
+TEST_F(WanFlow, CountersThatStartAgain)
+{
+    {
+        const Blaster down{"isp2", 500000};
+        rates_of(2);
+        wait_ms(300);
+    }
+    run("ip link del eth2 && ip link add eth2 type veth peer name isp2 && "
+        "echo 1 > /proc/sys/net/ipv6/conf/eth2/disable_ipv6 && "
+        "echo 1 > /proc/sys/net/ipv6/conf/isp2/disable_ipv6 && "
+        "ip link set eth2 up && ip link set isp2 up");
+    EXPECT_EQ(rates_of(2).down, 0);
+}
+
+TEST_F(WanFlow, ADamagedSamplesFile)
+{
+    for (const std::string &text :
+         {std::string(10000, '\xff'), std::string(10000, '\0'), std::string{"1 eth1 5\n"},
+          std::string{"1 eth1 99999999999999999999 18446744073709551615 0\n"},
+          std::string{"1 eth1 -5 0 0\n1 eth1 0 0 0\n"}, "1 " + std::string(1000, 'x') + " 1 1 1\n",
+          std::string{"-1 eth1 1 1 1\n0 eth1 1 1 1\n"}}) {
+        write_text(kSamples, text);
+        const Rates one = rates_of(1);
+        EXPECT_EQ(one.up, 0) << text;
+        EXPECT_EQ(one.down, 0) << text;
+    }
+    std::string many;
+    for (int i = 1; i < 1000; ++i) {
+        many += std::to_string(i) + " eth1 1 1 1\n";
+    }
+    write_text(kSamples, many);
+    EXPECT_EQ(rates_of(1).down, 0);
+}
+
+TEST_F(WanFlow, WithoutARoomToRemember)
+{
+    const test::MountedFolder read_only{"/var/run", "size=16k", true};
+    const Blaster down{"isp1", 1000000};
+    wait_ms(50);
+    EXPECT_NEAR(rates_of(1).down, 1000000, 500000);
+    EXPECT_NEAR(rates_of(1).down, 1000000, 500000);
+}
+
+TEST_F(WanFlow, ManyCallersAtOnce)
+{
+    const Blaster down{"isp1", 500000};
+    rates_of(1);
+    wait_ms(300);
+    std::vector<pid_t> all;
+    for (int p = 0; p < 8; ++p) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            bool good = true;
+            for (int i = 0; i < 30; ++i) {
+                const int rate = rates_of(1).down;
+                good = good && rate > 50000 && rate < 5000000;
+            }
+            _exit(good ? 0 : 1);
+        }
+        all.push_back(pid);
+    }
+    for (const pid_t pid : all) {
+        int status = -1;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(WanFlow, ThePppLinkCountsWhileItIsThere)
+{
+    write_text(kBoard, R"({"wans": [{"id": 1, "interfaces": ["ppp1", "eth2"]}]})");
+    EXPECT_EQ(rates_of(1).down, 0);
+    run("ip link add ppp1 type veth peer name bras1 && ip link set ppp1 up && ip link set bras1 "
+        "up");
+    {
+        const Blaster down{"bras1", 500000};
+        rates_of(1);
+        wait_ms(500);
+        EXPECT_NEAR(rates_of(1).down, 500000, 200000);
+        EXPECT_EQ(rates_of(2).up, -1);
+    }
+    run("ip link del ppp1");
+    EXPECT_EQ(rates_of(1).down, 0);
+}
+
+TEST_F(WanFlow, AWanWithoutAnInterface)
+{
+    write_text(kBoard, R"({"wans": [{"id": 7, "interfaces": ["none0"]}, {"id": 8}]})");
+    const double time = seconds([] {
+        EXPECT_EQ(rates_of(7).up, 0);
+        EXPECT_EQ(rates_of(8).down, 0);
+    });
+    EXPECT_LT(time, 0.1);
+}
+
+TEST_F(WanFlow, BoardFilesThatNameNoWans)
+{
+    const Json object{cJSON_CreateObject(), &cJSON_Delete};
+    EXPECT_NE(km_wan_statistic_get_wan_flow(nullptr), 0);
+    for (const char *const text : {"", "{}", "{\"wans\": 7}", "{\"wans\": {}}"}) {
+        write_text(kBoard, text);
+        EXPECT_NE(km_wan_statistic_get_wan_flow(object.get()), 0) << text;
+        EXPECT_EQ(object->child, nullptr);
+    }
+    write_text(kBoard, R"({"wans": [7, {}, {"id": "1"}, {"id": -1}, {"id": 0}]})");
+    EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(object.get(), "WanFlow")), 0);
+    test::remove_all(kBoard);
+    EXPECT_NE(km_wan_statistic_get_wan_flow(object.get()), 0);
+}
+
+TEST_F(WanFlow, AnObjectUsedTwiceHoldsOneAnswer)
+{
+    const Json object{cJSON_CreateObject(), &cJSON_Delete};
+    EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
+    EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
+    EXPECT_EQ(cJSON_GetArraySize(object.get()), 1);
+}
+
+}  // namespace
