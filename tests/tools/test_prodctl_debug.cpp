@@ -138,7 +138,6 @@ TEST_F(Debug, ATableThatAnotherProcessSpoilt)
 TEST_F(Debug, NoTable)
 {
     // The key file cannot be made, so there is no segment to attach.
-    test::remove_all("/var/run/shm.prod.debug.info");
     const test::MountedFolder nothing{"/var/run", "size=16k", true};
     for (const test::Words &call : {test::Words{"debug", "show"}, {"debug", "set", "prod", "3"}}) {
         const Outcome outcome = prodctl(call);

@@ -386,8 +386,8 @@ TEST_F(Check, DeviceAndBridge)
 {
     no({"check", "device", "br7"});
     test::run(
-        "ip link add br7 type bridge && ip link add port7 type dummy && "
-        "ip link set port7 master br7");
+        "ip link add br7 type bridge && ip link add port7 type veth peer name far7 && ip link set "
+        "port7 master br7");
     yes({"check", "device", "br7"});
     no({"check", "device", std::string(300, 'x')});
     no({"check", "bridge", "port7", "br8"});

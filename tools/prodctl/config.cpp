@@ -152,7 +152,10 @@ int finish(const Call &call, cJSON *answer, int changed, int status)
 
 Cell shown(const cJSON *value)
 {
-    return cJSON_IsString(value) ? Cell{value->valuestring} : Cell{"not set", Tone::kFaint};
+    if (!cJSON_IsString(value)) {
+        return {"not set", Tone::kFaint};
+    }
+    return *value->valuestring != '\0' ? Cell{value->valuestring} : Cell{"empty", Tone::kFaint};
 }
 
 void show_settings(const cJSON *answer, Page &page, const char *verb)
@@ -162,11 +165,11 @@ void show_settings(const cJSON *answer, Page &page, const char *verb)
     cJSON_ArrayForEach(setting, member(answer, "settings"))
     {
         ++count;
-        const Cell key{text_of(setting, "key"), Tone::kStrong};
         if (flag_of(setting, "changed")) {
-            page.line({key, shown(member(setting, "old")), "->", text_of(setting, "new")});
-        } else {
-            page.line({key, {"unchanged", Tone::kFaint}});
+            page.line({{text_of(setting, "key"), Tone::kStrong},
+                       shown(member(setting, "old")),
+                       "->",
+                       shown(member(setting, "new"))});
         }
     }
     page.line({format("%d of %d %s%s", int_of(answer, "changed"), count, verb,

@@ -46,12 +46,8 @@ void add_level(cJSON *object, const char *module, unsigned int level)
     add_text(object, "level_name", word_of(kLevels, static_cast<int>(level), "unknown"));
 }
 
-int run_show(const Call &call, cJSON *answer)
+int add_module(const Call &call, cJSON *answer, const char *wanted)
 {
-    const char *const wanted = call[0];
-    if (wanted == nullptr) {
-        return add_modules(call, answer);
-    }
     const prod_dbg_lvl_t level = get_dbg_level(wanted);
     if (level == PROD_DBG_OFF) {
         return call.no("module '%s' is not registered", wanted);
@@ -60,13 +56,21 @@ int run_show(const Call &call, cJSON *answer)
     return kYes;
 }
 
-// People get the library's own table, the one that every program of the device can print.
+int run_show(const Call &call, cJSON *answer)
+{
+    const int status =
+        call[0] != nullptr ? add_module(call, answer, call[0]) : add_modules(call, answer);
+    if (status == kYes && !call.json()) {
+        // People get the library's own table, the one that every program of the device can print.
+        cJSON_AddStringToObject(answer, "table",
+                                Console::captured(show_dbg_level, call[0]).c_str());
+    }
+    return status;
+}
+
 void show_show(const cJSON *answer, Page &page)
 {
-    const cJSON *const modules = member(answer, "modules");
-    const bool one = cJSON_GetArraySize(modules) == 1;
-    const std::string only = one ? text_of(modules->child, "name") : "";
-    const std::string table = Console::captured(show_dbg_level, only.c_str());
+    const char *const table = text_of(answer, "table");
     page.verbatim(page.colour() ? table : without_colour(table));
 }
 

@@ -71,8 +71,7 @@ void show_uptime(const cJSON *answer, Page &page)
 
 constexpr Option kTimeOptions[] = {
     {"--at", "SECONDS", "show that second of the epoch instead of now"},
-    {"--zone-from-config", nullptr,
-     "first set the zone from sys.timezone.offset; this sets the device's /etc/localtime too"},
+    {"--zone-from-config", nullptr, "first set the zone from sys.timezone.offset"},
 };
 
 int run_time(const Call &call, cJSON *answer)
@@ -189,6 +188,9 @@ constexpr Command kCommands[] = {
      .show = show_uptime},
     {.name = "time",
      .summary = "Date and time of the device",
+     .details =
+         "--zone-from-config sets the zone of the device, /etc/localtime, and not only of this\n"
+         "process.",
      .run = run_time,
      .show = show_time,
      .options = kTimeOptions},
