@@ -360,6 +360,7 @@ TEST(Completion, Arguments)
     memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
     set_dbg_level("prod", PROD_DBG_DEBUG);
     set_dbg_level("other", PROD_DBG_DEBUG);
+    set_dbg_level("line\nbreak", PROD_DBG_DEBUG);
     EXPECT_EQ(offered({"debug", "show", ""}), (Words{"prod", "other"}));
     EXPECT_EQ(offered({"debug", "set", "p"}), (Words{"prod"}));
     EXPECT_EQ(offered({"debug", "set", "prod", ""}),

@@ -405,18 +405,18 @@ TEST_F(Lan, Neighbours)
         "/etc/dhcps.leases",
         "1700000000 02:00:5E:00:53:01 192.168.0.100 laptop 01:02:00:5e:00:53:01 laptop\n"
         "1700000000 02:00:5e:00:53:02 192.168.0.101 * *\n");
-    const Json found = answer(prodctl({"lan", "neighbours", "--json"}));
-    const cJSON *const list = cJSON_GetObjectItem(found.get(), "neighbours");
-    EXPECT_EQ(cJSON_GetArraySize(list), 2) << "the provider is no neighbour on the LAN";
-    const std::string both = prodctl({"lan", "neighbours", "--json"}).out;
-    EXPECT_THAT(both, HasSubstr("{\"address\":\"192.168.0.100\",\"mac\":\"02:00:5e:00:53:01\","
-                                "\"hostname\":\"laptop\"}"));
-    EXPECT_THAT(both, HasSubstr("{\"address\":\"192.168.0.101\",\"mac\":\"02:00:5e:00:53:02\","
-                                "\"hostname\":\"\"}"));
-    const std::string page = prodctl({"lan", "neighbours"}).out;
-    EXPECT_THAT(page, HasSubstr("ADDRESS        MAC                HOST NAME\n"));
-    EXPECT_THAT(page, HasSubstr("192.168.0.100  02:00:5e:00:53:01  laptop\n"));
-    EXPECT_THAT(page, HasSubstr("192.168.0.101  02:00:5e:00:53:02  -\n"));
+    EXPECT_EQ(prodctl({"lan", "neighbours", "--json"}).out,
+              "{\"neighbours\":[{\"address\":\"192.168.0.100\",\"mac\":\"02:00:5e:00:53:01\","
+              "\"hostname\":\"laptop\"},{\"address\":\"192.168.0.101\","
+              "\"mac\":\"02:00:5e:00:53:02\",\"hostname\":\"\"}]}\n")
+        << "the provider is no neighbour on the LAN";
+    bridge.knows("192.168.0.20", "02:00:5e:00:53:03");
+    EXPECT_EQ(prodctl({"lan", "neighbours"}).out,
+              "ADDRESS        MAC                HOST NAME\n"
+              "192.168.0.20   02:00:5e:00:53:03  -\n"
+              "192.168.0.100  02:00:5e:00:53:01  laptop\n"
+              "192.168.0.101  02:00:5e:00:53:02  -\n")
+        << "in the order of the addresses";
 }
 
 TEST_F(Lan, NoNeighbours)
@@ -452,11 +452,20 @@ TEST_F(Lan, OddLeases)
     EXPECT_THAT(prodctl({"lan", "neighbours", "--json"}).out, HasSubstr(unnamed));
 }
 
+/** The neighbours beside a stand-in for /proc, which has no folder for processes that start later.
+ */
+Outcome neighbours_beside_a_fake()
+{
+    // The leak checker of an instrumented build would look for its process there and fail.
+    return prodctl({"lan", "neighbours", "--json"}, "",
+                   [] { setenv("ASAN_OPTIONS", "detect_leaks=0", 1); });
+}
+
 TEST_F(Lan, ANeighbourTableThatIsNotThere)
 {
     const test::FakeProcNet net;
     net.remove("arp");
-    EXPECT_EQ(prodctl({"lan", "neighbours", "--json"}),
+    EXPECT_EQ(neighbours_beside_a_fake(),
               (Outcome{1, "{\"neighbours\":[]}\n",
                        "prodctl lan neighbours: the neighbour table cannot be read\n"}));
 }
@@ -472,14 +481,12 @@ TEST_F(Lan, OddNeighbourTables)
           heading + "192.168.0.9 0x1 0x0 02:00:5e:00:53:09 * br0\n",
           heading + "192.168.0.9 0x1 0x2 02:00:5e:00:53:09 * vlan9\n"}) {
         net.write("arp", odd);
-        EXPECT_EQ(prodctl({"lan", "neighbours", "--json"}),
-                  (Outcome{0, "{\"neighbours\":[]}\n", ""}))
-            << odd;
+        EXPECT_EQ(neighbours_beside_a_fake(), (Outcome{0, "{\"neighbours\":[]}\n", ""})) << odd;
     }
     net.write("arp", heading +
                          "192.168.0.9 0x1 0x2 02:00:5e:00:53:09 * vlan10\n"
                          "192.168.0.9 0x1 0x2 02:00:5e:00:53:0a * br0\n");
-    EXPECT_EQ(prodctl({"lan", "neighbours", "--json"}).out,
+    EXPECT_EQ(neighbours_beside_a_fake().out,
               "{\"neighbours\":[{\"address\":\"192.168.0.9\",\"mac\":\"02:00:5e:00:53:09\","
               "\"hostname\":\"\"}]}\n")
         << "an address counts once";

@@ -129,8 +129,9 @@ void offer_modules(FILE *stream, std::string_view begun)
         return;
     }
     for (const prod_dbg_cb_t &slot : info->array) {
-        if (slot.valid) {
-            offer(stream, begun, {slot.name, strnlen(slot.name, sizeof(slot.name))});
+        const std::string_view name{slot.name, strnlen(slot.name, sizeof(slot.name))};
+        if (slot.valid && printable(name) == name) {  // any process may write the table
+            offer(stream, begun, name);
         }
     }
 }

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The LAN bridge and who is on it.
+#include <arpa/inet.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstdint>
 #include <memory>
+#include <set>
 
 #include "groups.hpp"
 #include "prod_common_ifaddrs.h"
@@ -56,20 +58,25 @@ std::vector<DHCPS_CLIENT_LIST_STRU> dhcp_clients()
     return clients;
 }
 
-/** The addresses of the neighbour table, each once. */
-std::vector<std::string> known_addresses()
+/** The addresses of the neighbour table in their order, each once. */
+std::set<std::uint32_t> known_addresses()
 {
-    std::vector<std::string> addresses;
+    std::set<std::uint32_t> addresses;
     each_line(kNeighbourTable, [&](const char *line) {
-        char address[16] = "";
-        if (addresses.size() < kNeighbourMax && sscanf(line, "%15s", address) == 1 &&
-            is_dotted_quad(address) &&
-            std::find(addresses.begin(), addresses.end(), std::string_view{address}) ==
-                addresses.end()) {
-            addresses.emplace_back(address);
+        char text[INET_ADDRSTRLEN] = "";
+        in_addr address;
+        if (addresses.size() < kNeighbourMax && sscanf(line, "%15s", text) == 1 &&
+            inet_pton(AF_INET, text, &address) == 1) {
+            addresses.insert(ntohl(address.s_addr));
         }
     });
     return addresses;
+}
+
+std::string dotted_quad(std::uint32_t address)
+{
+    return format("%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF,
+                  address & 0xFF);
 }
 
 int run_neighbours(const Call &call, cJSON *answer)
@@ -124,7 +131,8 @@ int add_neighbours(const Call &call, cJSON *answer)
 {
     std::vector<DHCPS_CLIENT_LIST_STRU> clients = dhcp_clients();
     cJSON *const neighbours = cJSON_AddArrayToObject(answer, "neighbours");
-    for (const std::string &address : known_addresses()) {
+    for (const std::uint32_t known : known_addresses()) {
+        const std::string address = dotted_quad(known);
         char mac[18] = "";
         if (lan_get_macstr_by_ip(address.c_str(), mac) == 0) {
             continue;  // not on the LAN, or the kernel is still asking for it
