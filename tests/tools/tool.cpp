@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+#include "tool.hpp"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/files.hpp"
+
+namespace test
+{
+
+namespace
+{
+
+int memory(const std::string &text = "")
+{
+    const int descriptor = memfd_create("stream", MFD_CLOEXEC);
+    EXPECT_EQ(write(descriptor, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    lseek(descriptor, 0, SEEK_SET);
+    return descriptor;
+}
+
+std::string content(int descriptor)
+{
+    std::string text(static_cast<std::size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(descriptor, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+    close(descriptor);
+    return text;
+}
+
+pid_t start(const Words &words, int in, int out, int err, const std::function<void()> &in_child)
+{
+    std::vector<char *> arguments;
+    for (const std::string &word : words) {
+        arguments.push_back(const_cast<char *>(word.c_str()));
+    }
+    arguments.push_back(nullptr);
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(in, STDIN_FILENO);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        in_child();
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    return child;
+}
+
+int wait_for(pid_t child)
+{
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+Words with_path(const Words &arguments)
+{
+    Words words = {PRODCTL};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
+}
+
+}  // namespace
+
+std::ostream &operator<<(std::ostream &stream, const Outcome &outcome)
+{
+    return stream << "status " << outcome.status << "\n--- out\n"
+                  << outcome.out << "--- err\n"
+                  << outcome.err;
+}
+
+Outcome program(const Words &words, const std::string &input, const std::function<void()> &in_child)
+{
+    const int in = memory(input);
+    const int out = memory();
+    const int err = memory();
+    const int status = wait_for(start(words, in, out, err, in_child));
+    close(in);
+    return {status, content(out), content(err)};
+}
+
+Outcome prodctl(const Words &arguments, const std::string &input,
+                const std::function<void()> &in_child)
+{
+    return program(with_path(arguments), input, in_child);
+}
+
+std::string on_a_terminal(const Words &arguments)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_GE(screen, 0);
+    const int nothing = memory();
+    const pid_t child = start(with_path(arguments), nothing, screen, nothing, [] {});
+    close(nothing);
+    close(screen);
+    std::string text;
+    char part[512];
+    ssize_t got;
+    while ((got = read(terminal, part, sizeof(part))) > 0) {  // ends with the last open screen
+        text.append(part, static_cast<std::size_t>(got));
+    }
+    close(terminal);
+    EXPECT_EQ(wait_for(child), 0);
+    std::erase(text, '\r');
+    return text;
+}
+
+void refuses(const Words &arguments, const std::string &command, const std::string &complaint)
+{
+    EXPECT_EQ(prodctl(arguments),
+              (Outcome{2, "", command + ": " + complaint + "\nTry '" + command + " --help'.\n"}));
+}
+
+Json answer(const Outcome &outcome)
+{
+    EXPECT_EQ(outcome.out.find('\n') + 1, outcome.out.size()) << outcome;
+    Json parsed{cJSON_ParseWithOpts(outcome.out.c_str(), nullptr, 0), cJSON_Delete};
+    EXPECT_NE(parsed, nullptr) << outcome;
+    return parsed;
+}
+
+FileHolds::FileHolds(std::string path, const std::string &text) : FileHolds(std::move(path))
+{
+    write_text(path_, text);
+}
+
+FileHolds::FileHolds(std::string path)
+    : path_(std::move(path)), before_(read_text(path_)), existed_(exists(path_))
+{
+    remove_all(path_);
+}
+
+FileHolds::~FileHolds()
+{
+    remove_all(path_);
+    if (existed_) {
+        write_text(path_, before_);
+    }
+}
+
+}  // namespace test

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+// Runs prodctl as a user would and looks at everything that comes out.
+#pragma once
+
+#include <cjson/cJSON.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace test
+{
+
+using Words = std::vector<std::string>;
+
+struct Outcome {
+    int status;  // the exit status, or 128 and the signal's number
+    std::string out;
+    std::string err;
+
+    bool operator==(const Outcome &) const = default;
+};
+std::ostream &operator<<(std::ostream &stream, const Outcome &outcome);
+
+/** Runs prodctl with these arguments; @p in_child is called in its process just before. */
+Outcome prodctl(
+    const Words &arguments, const std::string &input = "",
+    const std::function<void()> &in_child = [] {});
+
+/** The same for any program, with its path in front. */
+Outcome program(
+    const Words &words, const std::string &input = "",
+    const std::function<void()> &in_child = [] {});
+
+/** What prodctl shows on a terminal. */
+std::string on_a_terminal(const Words &arguments);
+
+/**
+ * A command line that is refused: status 2, nothing on standard output, the complaint of that
+ * command and where to look.
+ */
+void refuses(const Words &arguments, const std::string &command, const std::string &complaint);
+
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+/** The answer to a command with --json: one line of JSON and nothing else. */
+Json answer(const Outcome &outcome);
+
+/** Puts @p text in place of a file for as long as it lives; without a text there is no file. */
+class FileHolds
+{
+  public:
+    FileHolds(std::string path, const std::string &text);
+    explicit FileHolds(std::string path);
+    ~FileHolds();
+    FileHolds(const FileHolds &) = delete;
+    FileHolds &operator=(const FileHolds &) = delete;
+
+  private:
+    std::string path_;
+    std::string before_;
+    bool existed_;
+};
+
+}  // namespace test

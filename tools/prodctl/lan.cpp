@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+// The LAN bridge and who is on it.
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <memory>
+#include <set>
+
+#include "groups.hpp"
+#include "prod_common_ifaddrs.h"
+#include "prod_common_wan.h"
+#include "words.hpp"
+
+namespace prodctl
+{
+
+namespace
+{
+
+constexpr char kNeighbourTable[] = "/proc/net/arp";
+constexpr char kLeases[] = "/etc/dhcps.leases";
+constexpr std::size_t kLineSize = 1024;
+constexpr std::size_t kNeighbourMax = 4096;
+
+struct CloseFile {
+    void operator()(FILE *file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+/** Calls @p take with each line of a file. @return whether the file could be opened */
+template <typename Take>
+bool each_line(const char *path, Take take)
+{
+    const File file{fopen(path, "re")};
+    if (file == nullptr) {
+        return false;
+    }
+    char line[kLineSize];
+    while (fgets(line, sizeof(line), file.get()) != nullptr) {
+        take(line);
+    }
+    return true;
+}
+
+/** The DHCP server's clients: lines "EXPIRY MAC ADDRESS NAME ID HOST-NAME". */
+std::vector<DHCPS_CLIENT_LIST_STRU> dhcp_clients()
+{
+    std::vector<DHCPS_CLIENT_LIST_STRU> clients;
+    each_line(kLeases, [&](const char *line) {
+        DHCPS_CLIENT_LIST_STRU client = {};
+        if (clients.size() < kNeighbourMax &&
+            sscanf(line, "%*[^ ] %17[^ ] %15[^ ] %*[^*|:] %*[^ ] %63[^\n]", client.mac,
+                   client.ipaddr, client.hostname) >= 2) {
+            clients.push_back(client);
+        }
+    });
+    return clients;
+}
+
+/** The addresses of the neighbour table in their order, each once. */
+std::set<std::uint32_t> known_addresses()
+{
+    std::set<std::uint32_t> addresses;
+    each_line(kNeighbourTable, [&](const char *line) {
+        char text[INET_ADDRSTRLEN] = "";
+        in_addr address;
+        if (addresses.size() < kNeighbourMax && sscanf(line, "%15s", text) == 1 &&
+            inet_pton(AF_INET, text, &address) == 1) {
+            addresses.insert(ntohl(address.s_addr));
+        }
+    });
+    return addresses;
+}
+
+std::string dotted_quad(std::uint32_t address)
+{
+    return format("%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF,
+                  address & 0xFF);
+}
+
+int run_neighbours(const Call &call, cJSON *answer)
+{
+    return add_neighbours(call, answer);
+}
+
+int run_show(const Call &call, cJSON *answer)
+{
+    const char *const ifname = ifaddrs_get_lan_ifname();
+    if (ifname == nullptr) {
+        return call.no("the board has no LAN");
+    }
+    char address[16] = "";
+    // Any id but that of WAN 1, which may count as addressed without an IPv4 address.
+    system_wan_ip_get(ifname, address, WAN_ID_0);
+    char mac[18] = "";
+    get_lan_mac(mac);
+    add_text(answer, "interface", ifname);
+    add_text(answer, "address", address);
+    add_number(answer, "prefix", __builtin_popcount(ifaddrs_get_interface_mask(ifname)));
+    add_text(answer, "mac", mac);
+    add_number(answer, "mtu", get_mtu_by_ifname(ifname));
+    return kYes;
+}
+
+void show_show(const cJSON *answer, Page &page)
+{
+    page.line({{text_of(answer, "interface"), Tone::kStrong}});
+    const char *const address = text_of(answer, "address");
+    page.fields({{"address", *address != '\0' ? format("%s/%d", address, int_of(answer, "prefix"))
+                                              : std::string{}},
+                 {"MAC", text_of(answer, "mac")},
+                 {"MTU", format("%d", int_of(answer, "mtu"))}});
+}
+
+constexpr Command kCommands[] = {
+    {.name = "neighbours",
+     .summary = "The neighbours on the LAN with their MACs and host names",
+     .details = "Host names are those that DHCP clients gave.",
+     .run = run_neighbours,
+     .show = show_neighbours},
+    {.name = "show",
+     .summary = "The LAN bridge: address, MAC, MTU",
+     .run = run_show,
+     .show = show_show},
+};
+
+}  // namespace
+
+int add_neighbours(const Call &call, cJSON *answer)
+{
+    std::vector<DHCPS_CLIENT_LIST_STRU> clients = dhcp_clients();
+    cJSON *const neighbours = cJSON_AddArrayToObject(answer, "neighbours");
+    for (const std::uint32_t known : known_addresses()) {
+        const std::string address = dotted_quad(known);
+        char mac[18] = "";
+        if (lan_get_macstr_by_ip(address.c_str(), mac) == 0) {
+            continue;  // not on the LAN, or the kernel is still asking for it
+        }
+        const char *const name =
+            get_hostname_by_mac(clients.data(), static_cast<int>(clients.size()), mac);
+        cJSON *const neighbour = add_object_to(neighbours);
+        add_text(neighbour, "address", address);
+        add_text(neighbour, "mac", mac);
+        add_text(neighbour, "hostname", name != nullptr ? name : "");
+    }
+    return access(kNeighbourTable, R_OK) == 0 ? kYes
+                                              : call.no("the neighbour table cannot be read");
+}
+
+void show_neighbours(const cJSON *answer, Page &page)
+{
+    std::vector<std::vector<Cell>> rows;
+    const cJSON *neighbour;
+    cJSON_ArrayForEach(neighbour, member(answer, "neighbours"))
+    {
+        rows.push_back({text_of(neighbour, "address"), text_of(neighbour, "mac"),
+                        text_of(neighbour, "hostname")});
+    }
+    if (rows.empty()) {
+        page.line({{"No neighbour is known.", Tone::kFaint}});
+        return;
+    }
+    page.table({"ADDRESS", "MAC", "HOST NAME"}, rows);
+}
+
+constinit const Command kLanGroup = {
+    .name = "lan",
+    .summary = "The LAN and its neighbours",
+    .children = kCommands,
+};
+
+}  // namespace prodctl

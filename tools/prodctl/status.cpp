@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+// Everything about the device on one page.
+#include "groups.hpp"
+#include "words.hpp"
+
+namespace prodctl
+{
+
+namespace
+{
+
+int run_status(const Call &call, cJSON *answer)
+{
+    add_system(answer);
+    int status = add_wans(call, answer, 1, wan_count());
+    add_ports(answer);
+    status = add_neighbours(call, answer) == kYes ? status : kNo;
+    return add_modules(call, answer) == kYes ? status : kNo;
+}
+
+void show_status(const cJSON *answer, Page &page)
+{
+    struct Section {
+        const char *title;
+        void (*show)(const cJSON *answer, Page &page);
+    };
+    constexpr Section kSections[] = {{"System", show_system},
+                                     {"WANs", show_wans},
+                                     {"Ports", show_ports},
+                                     {"Neighbours on the LAN", show_neighbours},
+                                     {"Debug levels", show_modules}};
+    for (const Section &section : kSections) {
+        page.heading(section.title);
+        section.show(answer, page);
+    }
+}
+
+}  // namespace
+
+constinit const Command kStatusCommand = {
+    .name = "status",
+    .summary = "The whole device on one page: modes, WANs, ports, neighbours, debug levels",
+    .no = "a part of it cannot be had",
+    .run = run_status,
+    .show = show_status,
+};
+
+}  // namespace prodctl

@@ -1,0 +1,452 @@
+// SPDX-License-Identifier: MIT
+// WANs: state, ports, name servers, and the lease that a DHCP client reports.
+#include <arpa/inet.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "groups.hpp"
+#include "prod_common_cfm.h"
+#include "prod_common_file.h"
+#include "prod_common_hal.h"
+#include "prod_common_ifaddrs.h"
+#include "prod_common_system.h"
+#include "prod_common_wan.h"
+#include "words.hpp"
+
+namespace prodctl
+{
+
+namespace
+{
+
+constexpr char kNoAddress[] = "0.0.0.0";
+
+constexpr Word kTypes[] = {
+    {HLX_WAN_CONNECT_DHCP, "dhcp"},           {HLX_WAN_CONNECT_STATIC, "static"},
+    {HLX_WAN_CONNECT_PPPOE, "pppoe"},         {HLX_WAN_CONNECT_PPTP, "pptp"},
+    {HLX_WAN_CONNECT_L2TP, "l2tp"},           {HLX_WAN_CONNECT_PPPOE_DOUBLE, "pppoe-double"},
+    {HLX_WAN_CONNECT_IPOA_DHCP, "ipoa-dhcp"}, {HLX_WAN_CONNECT_IPOA_STATIC, "ipoa-static"},
+    {HLX_WAN_CONNECT_PPPOA, "pppoa"},
+};
+
+constexpr Word kStatuses[] = {
+    {HLX_WAN_NO_WIRE, "no wire"},
+    {HLX_WAN_NOT_CONNECTED, "not connected"},
+    {HLX_WAN_CONNECTING, "connecting"},
+    {HLX_WAN_CONNECTED, "connected"},
+    {HLX_WAN_CONNECTED_NO_WAN, "connected no wan"},
+};
+constexpr char kUnknown[] = "unknown";
+
+/** As many places of "sys.ports" as the library looks at. */
+constexpr int kPortMax = 31;
+
+Tone tone_of(const char *status)
+{
+    switch (value_of(kStatuses, status).value_or(HLX_WAN_LINK_STATUS_BUTT)) {
+        case HLX_WAN_CONNECTED:
+            return Tone::kGood;
+        case HLX_WAN_CONNECTING:
+        case HLX_WAN_CONNECTED_NO_WAN:
+            return Tone::kWarning;
+        default:
+            return Tone::kBad;
+    }
+}
+
+int wrong_wan(const Call &call, const char *text)
+{
+    return call.usage("'%s' is no WAN: 1 to %d", text, kWanMax);
+}
+
+/** Servers that are set, as texts. */
+void add_servers(cJSON *object, std::initializer_list<const char *> servers)
+{
+    cJSON *const list = cJSON_AddArrayToObject(object, "dns");
+    for (const char *const server : servers) {
+        if (*server != '\0' && strcmp(server, kNoAddress) != 0) {
+            cJSON_AddItemToArray(list, cJSON_CreateString(utf8(server).c_str()));
+        }
+    }
+}
+
+std::string joined(const cJSON *list)
+{
+    std::string result;
+    const cJSON *item;
+    cJSON_ArrayForEach(item, list)
+    {
+        result += result.empty() ? "" : ", ";
+        result += item->valuestring;
+    }
+    return result;
+}
+
+void add_addresses(cJSON *object, const WAN_IP_INFO_STRU &info)
+{
+    add_text(object, "address", info.wan_ip);
+    add_text(object, "mask", info.wan_mask);
+    add_text(object, "gateway", info.wan_gw);
+    add_servers(object, {info.wan_dns1, info.wan_dns2});
+}
+
+// ---- status -----------------------------------------------------------------------------------
+
+int add_wan(const Call &call, cJSON *wans, int id)
+{
+    const HLX_WAN_CONNECT_TYPE_ENUM type = getWanConnType(id);
+    WAN_STATUS_INFO_STRU status = {};
+    const bool known =
+        file_wan_status_info_get(HLX_L2TYPE_WIRED, type, static_cast<WAN_ID_NUM_ENUM>(id),
+                                 get_sys_mode(), &status) == HLX_OK;
+    char ifname[PROD_IFNAME_SIZE] = "";
+    prod_common_get_wanifname(static_cast<unsigned int>(id), ifname, sizeof(ifname));
+
+    cJSON *const wan = add_object_to(wans);
+    add_number(wan, "id", id);
+    add_text(wan, "type", word_of(kTypes, type, kUnknown));
+    add_text(wan, "status", known ? word_of(kStatuses, status.link_status, kUnknown) : kUnknown);
+    add_text(wan, "interface", ifname);
+    add_addresses(wan, status.ip_info);
+    add_text(wan, "up_rate", status.flow.up_flow);
+    add_text(wan, "down_rate", status.flow.down_flow);
+    add_number(wan, "connection_time", static_cast<double>(strtoll(status.conntime, nullptr, 10)));
+    if (status.double_ip_info.wan_ip[0] != '\0') {
+        add_addresses(cJSON_AddObjectToObject(wan, "second"), status.double_ip_info);
+    }
+    return known ? kYes : call.no("the state of WAN %d cannot be had", id);
+}
+
+int run_status(const Call &call, cJSON *answer)
+{
+    if (call[0] == nullptr) {
+        return add_wans(call, answer, 1, wan_count());
+    }
+    const std::optional<int> id = number(call[0], 1, kWanMax);
+    if (!id) {
+        return wrong_wan(call, call[0]);
+    }
+    if (*id > wan_count()) {
+        return call.no("WAN %d is not configured", *id);
+    }
+    return add_wans(call, answer, *id, *id);
+}
+
+std::string rate(const cJSON *wan, const char *name)
+{
+    const char *const text = text_of(wan, name);
+    return *text != '\0' ? format("%s KB/s", text) : std::string{};
+}
+
+std::string connection_time(const cJSON *wan)
+{
+    const auto seconds = static_cast<long long>(number_of(wan, "connection_time"));
+    const std::string plain = format("%lld s", seconds);
+    const std::string time = duration(seconds);
+    return time == plain ? plain : format("%s (%s)", time.c_str(), plain.c_str());
+}
+
+/** What only a connected WAN has. */
+void add_fields(std::vector<Field> &fields, const cJSON *wan)
+{
+    fields.push_back({"address", text_of(wan, "address")});
+    fields.push_back({"mask", text_of(wan, "mask")});
+    fields.push_back({"gateway", text_of(wan, "gateway")});
+    fields.push_back({"DNS", joined(member(wan, "dns"))});
+    fields.push_back({"up", rate(wan, "up_rate")});
+    fields.push_back({"down", rate(wan, "down_rate")});
+    fields.push_back({"connected for", connection_time(wan)});
+    if (const cJSON *const second = member(wan, "second")) {
+        fields.push_back({"second address", text_of(second, "address")});
+        fields.push_back({"second mask", text_of(second, "mask")});
+        fields.push_back({"second gateway", text_of(second, "gateway")});
+        fields.push_back({"second DNS", joined(member(second, "dns"))});
+    }
+}
+
+void show_wan(const cJSON *wan, Page &page)
+{
+    const char *const status = text_of(wan, "status");
+    page.line({{format("WAN %d", int_of(wan, "id")), Tone::kStrong},
+               {status, tone_of(status)},
+               {format("(%s)", text_of(wan, "type")), Tone::kFaint}});
+    std::vector<Field> fields = {{"interface", text_of(wan, "interface")}};
+    if (strcmp(status, word_of(kStatuses, HLX_WAN_CONNECTED, "")) == 0) {
+        add_fields(fields, wan);
+    }
+    page.fields(fields);
+}
+
+// ---- ports ------------------------------------------------------------------------------------
+
+int run_ports(const Call &, cJSON *answer)
+{
+    add_ports(answer);
+    return kYes;
+}
+
+// ---- name servers -----------------------------------------------------------------------------
+
+void add_resolver(cJSON *answer)
+{
+    cJSON *const servers = cJSON_AddArrayToObject(answer, "servers");
+    char server[256] = "";
+    for (int i = 0; get_dns_server_by_idx(i, server) != 0; ++i) {
+        cJSON_AddItemToArray(servers, cJSON_CreateString(utf8(server).c_str()));
+    }
+}
+
+int run_dns(const Call &, cJSON *answer)
+{
+    add_resolver(answer);
+    cJSON *const wans = cJSON_AddArrayToObject(answer, "wans");
+    for (int id = 1; id <= wan_count(); ++id) {
+        char first[32] = "";
+        char second[32] = "";
+        get_dns_by_wanid(id, first, second);
+        cJSON *const wan = add_object_to(wans);
+        add_number(wan, "id", id);
+        add_servers(wan, {first, second});
+    }
+    return kYes;
+}
+
+void show_dns(const cJSON *answer, Page &page)
+{
+    std::vector<Field> fields = {{"resolver", joined(member(answer, "servers"))}};
+    std::vector<std::string> names;
+    names.reserve(kWanMax);  // the fields point at them
+    const cJSON *wan;
+    cJSON_ArrayForEach(wan, member(answer, "wans"))
+    {
+        names.push_back(format("WAN %d", int_of(wan, "id")));
+        fields.push_back({names.back().c_str(), joined(member(wan, "dns"))});
+    }
+    page.fields(fields);
+}
+
+bool listed_server(const cJSON *answer, const char *server)
+{
+    const cJSON *item;
+    cJSON_ArrayForEach(item, member(answer, "servers"))
+    {
+        if (strcmp(item->valuestring, server) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int run_dns_add(const Call &call, cJSON *answer)
+{
+    const char *const server = call[0];
+    in6_addr address;
+    if (!is_dotted_quad(server) && inet_pton(AF_INET6, server, &address) != 1) {
+        return call.usage("'%s' is no address", server);
+    }
+    add_dns_server(server);
+    add_resolver(answer);
+    // Told by the file itself: a server whose text is part of another one's is not added.
+    return listed_server(answer, server) ? kYes : call.no("%s was not added", server);
+}
+
+int run_dns_reset(const Call &call, cJSON *answer)
+{
+    reset_dns_cfg();
+    add_resolver(answer);
+    return cJSON_GetArraySize(member(answer, "servers")) == 0
+               ? kYes
+               : call.no("the resolver file was not reset");
+}
+
+int run_dns_exchange(const Call &, cJSON *answer)
+{
+    exchange_dns_server();
+    add_resolver(answer);
+    return kYes;
+}
+
+// ---- leases -----------------------------------------------------------------------------------
+
+/** Copies one address of a lease. An empty text, what a lease without it gives, is 0.0.0.0. */
+template <std::size_t N>
+bool take(char (&field)[N], const char *text)
+{
+    const char *const address = text != nullptr && *text != '\0' ? text : kNoAddress;
+    if (!is_dotted_quad(address)) {
+        return false;
+    }
+    snprintf(field, N, "%s", address);
+    return true;
+}
+
+int run_save_lease(const Call &call, cJSON *answer)
+{
+    const std::optional<int> id = number(call[0], 1, kWanMax);
+    if (!id) {
+        return wrong_wan(call, call[0]);
+    }
+    WAN_IP_INFO_STRU info = {};
+    if (!take(info.wan_ip, call[1]) || ipv4_is_valid(info.wan_ip) == 0) {
+        return call.usage("'%s' is no address of a host", call[1]);
+    }
+    if (!take(info.wan_mask, call[2]) || !is_mask(info.wan_mask) || *call[2] == '\0') {
+        return call.usage("'%s' is no mask", call[2]);
+    }
+    if (!take(info.wan_gw, call[3])) {
+        return call.usage("'%s' is no address of a gateway", call[3]);
+    }
+    if (!take(info.wan_dns1, call[4])) {
+        return call.usage("'%s' is no address of a name server", call[4]);
+    }
+    if (!take(info.wan_dns2, call[5])) {
+        return call.usage("'%s' is no address of a name server", call[5]);
+    }
+    const char *const file = g_wan_ip_info[*id - 1];
+    if (file_wan_ip_save(file, &info) != HLX_OK) {
+        return call.no("%s was not written", file);
+    }
+    add_number(answer, "id", *id);
+    add_text(answer, "file", file);
+    add_addresses(answer, info);
+    return kYes;
+}
+
+void show_save_lease(const cJSON *answer, Page &page)
+{
+    page.line({{format("WAN %d", int_of(answer, "id")), Tone::kStrong},
+               text_of(answer, "address"),
+               "saved in",
+               text_of(answer, "file")});
+}
+
+// ---- commands ---------------------------------------------------------------------------------
+
+constexpr Command kDnsCommands[] = {
+    {.name = "add",
+     .summary = "Append a server to the resolver file unless it is there",
+     .arguments = "SERVER",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .no = "the resolver file does not list SERVER afterwards",
+     .run = run_dns_add,
+     .show = show_dns},
+    {.name = "reset",
+     .summary = "Remove all servers from the resolver file",
+     .run = run_dns_reset,
+     .show = show_dns},
+    {.name = "exchange",
+     .summary = "Move the resolver file's first server behind the others",
+     .run = run_dns_exchange,
+     .show = show_dns},
+};
+
+constexpr Command kCommands[] = {
+    {.name = "status",
+     .summary = "Link state, addresses, rates and connection time of each WAN",
+     .arguments = "[WAN]",
+     .max_arguments = 1,
+     .details = "WAN is 1 to 4; without it all configured WANs are shown. Rates are in 1024 bytes\n"
+                "a second. A WAN that is not connected is no failure: 'check wan' asks for that.",
+     .no = "WAN is not configured or its state cannot be had",
+     .run = run_status,
+     .show = show_wans,
+     .candidates = "1 2 3 4"},
+    {.name = "ports",
+     .summary = "The Ethernet ports: numbers, WAN or LAN, interface, VLAN, link",
+     .run = run_ports,
+     .show = show_ports},
+    {.name = "dns",
+     .summary = "The name servers of the resolver file and of each WAN",
+     .run = run_dns,
+     .show = show_dns,
+     .children = kDnsCommands},
+    {.name = "save-lease",
+     .summary = "Write a WAN's address file; for the script of its DHCP client",
+     .arguments = "WAN ADDRESS MASK GATEWAY [DNS1 [DNS2]]",
+     .min_arguments = 4,
+     .max_arguments = 6,
+     .details = "GATEWAY, DNS1 and DNS2 may be empty or 0.0.0.0 where the lease has none.",
+     .run = run_save_lease,
+     .show = show_save_lease,
+     .candidates = "1 2 3 4|"},
+};
+
+}  // namespace
+
+int add_wans(const Call &call, cJSON *answer, int first, int last)
+{
+    cJSON *const wans = cJSON_AddArrayToObject(answer, "wans");
+    int status = kYes;
+    for (int id = first; id <= last; ++id) {
+        status = add_wan(call, wans, id) == kYes ? status : kNo;
+    }
+    return status;
+}
+
+void show_wans(const cJSON *answer, Page &page)
+{
+    const cJSON *wan;
+    cJSON_ArrayForEach(wan, member(answer, "wans"))
+    {
+        page.gap();
+        show_wan(wan, page);
+    }
+    if (member(answer, "wans")->child == nullptr) {
+        page.line({{"No WAN is configured.", Tone::kFaint}});
+    }
+}
+
+void add_ports(cJSON *answer)
+{
+    cJSON *const ports = cJSON_AddArrayToObject(answer, "ports");
+    const std::size_t places = config_value("sys.ports").value_or("").size();
+    for (int place = 1; place <= kPortMax && place <= static_cast<int>(places); ++place) {
+        const int physical = web_portid_to_phyid(place);
+        const int wan = phyid_to_wanid(physical);
+        char ifname[PROD_IFNAME_SIZE] = "";
+        prod_common_get_port_ifname(static_cast<unsigned int>(place), ifname, sizeof(ifname));
+
+        cJSON *const port = add_object_to(ports);
+        add_number(port, "place", place);
+        add_number(port, "physical_id", physical);
+        const int lan = phyid_to_lanid(physical);
+        add_text(port, "role", wan > 0 ? "wan" : lan > 0 ? "lan" : "none");
+        add_number(port, "id", wan > 0 ? wan : lan);
+        add_text(port, "interface", ifname);
+        add_number(port, "vlan", phyid_to_vid(physical));
+        add_flag(port, "link", get_port_link_status(physical) != 0);
+    }
+}
+
+void show_ports(const cJSON *answer, Page &page)
+{
+    std::vector<std::vector<Cell>> rows;
+    const cJSON *port;
+    cJSON_ArrayForEach(port, member(answer, "ports"))
+    {
+        const std::string role = text_of(port, "role");
+        const bool link = flag_of(port, "link");
+        const int vlan = int_of(port, "vlan");
+        rows.push_back(
+            {format("%d", int_of(port, "place")), format("%d", int_of(port, "physical_id")),
+             role == "none" ? std::string{}
+                            : format("%s %d", role == "wan" ? "WAN" : "LAN", int_of(port, "id")),
+             text_of(port, "interface"), vlan > 0 ? format("%d", vlan) : std::string{},
+             Cell{link ? "up" : "down", link ? Tone::kGood : Tone::kFaint}});
+    }
+    if (rows.empty()) {
+        page.line({{"No port is configured.", Tone::kFaint}});
+        return;
+    }
+    page.table({"PLACE", "PHYSICAL", "ROLE", "INTERFACE", "VLAN", "LINK"}, rows);
+}
+
+constinit const Command kWanGroup = {
+    .name = "wan",
+    .summary = "WANs: state, ports, name servers, leases",
+    .children = kCommands,
+};
+
+}  // namespace prodctl

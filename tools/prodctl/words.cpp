@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "words.hpp"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+
+#include "prod_common_cfm.h"
+
+namespace prodctl
+{
+
+const char *word_of(std::span<const Word> words, int value, const char *otherwise)
+{
+    for (const Word &word : words) {
+        if (word.value == value) {
+            return word.name;
+        }
+    }
+    return otherwise;
+}
+
+std::optional<int> value_of(std::span<const Word> words, std::string_view name)
+{
+    for (const Word &word : words) {
+        if (word.name == name) {
+            return word.value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string listed(std::span<const Word> words)
+{
+    std::string result;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        result += i == 0 ? "" : i + 1 < words.size() ? ", " : " or ";
+        result += words[i].name;
+    }
+    return result;
+}
+
+std::optional<int> number(const char *text, int smallest, int largest)
+{
+    char *end = nullptr;
+    errno = 0;
+    const long value = strtol(text, &end, 10);
+    const bool digits = *text == '-' || (*text >= '0' && *text <= '9');
+    if (!digits || end == text || *end != '\0' || errno != 0 || value < smallest ||
+        value > largest) {
+        return std::nullopt;
+    }
+    return static_cast<int>(value);
+}
+
+bool is_dotted_quad(const char *text)
+{
+    in_addr address;
+    return inet_pton(AF_INET, text, &address) == 1;
+}
+
+bool is_mask(const char *text)
+{
+    in_addr address;
+    if (inet_pton(AF_INET, text, &address) != 1) {
+        return false;
+    }
+    const std::uint32_t host_part = ~ntohl(address.s_addr);
+    return (host_part & (host_part + 1)) == 0;
+}
+
+std::optional<std::string> config_value(const std::string &key)
+{
+    char value[CFM_VALUE_SIZE] = "";
+    if (prod_cfm_get_val(key.c_str(), value) == 0) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+const char *key_flaw(std::string_view key)
+{
+    if (key.empty()) {
+        return "the key is empty";
+    }
+    if (key.size() > CFM_KEY_MAX) {
+        return "the key is too long";
+    }
+    return key.find_first_of("=\r\n") != std::string_view::npos
+               ? "the key holds \"=\" or a line break"
+               : nullptr;
+}
+
+const char *value_flaw(std::string_view value)
+{
+    if (value.size() >= CFM_VALUE_SIZE) {
+        return "the value is too long";
+    }
+    return value.find_first_of("\r\n") != std::string_view::npos ? "the value holds a line break"
+                                                                 : nullptr;
+}
+
+int wan_count()
+{
+    return std::clamp(prod_cfm_get_int_val("wans.flag"), 0, kWanMax);
+}
+
+}  // namespace prodctl
