@@ -28,7 +28,7 @@ TEST(DebugLevels, SetByTheToolSeenByARunningProcess)
     must("prodctl debug set story 3");
     EXPECT_EQ(said_at_level_4(), "");
     EXPECT_EQ(story::Json::answer_of("prodctl debug show --json")["modules"]
-                  .where("module", "story")["level"]
+                  .where("name", "story")["level"]
                   .number(),
               3);
     must("prodctl debug set story 0");
