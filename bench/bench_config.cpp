@@ -39,14 +39,14 @@ std::string key_of(int i)
 {
     const std::string number = std::to_string(i);
     switch (i % 4) {
-    case 0:
-        return "wlan0." + number + "_bss_ssid";
-    case 1:
-        return "wan" + number + ".connecttype";
-    case 2:
-        return "dhcps.list." + number;
-    default:
-        return "security.ipbind.list" + number;
+        case 0:
+            return "wlan0." + number + "_bss_ssid";
+        case 1:
+            return "wan" + number + ".connecttype";
+        case 2:
+            return "dhcps.list." + number;
+        default:
+            return "security.ipbind.list" + number;
     }
 }
 

@@ -573,6 +573,16 @@ TEST(CheckModifyItemInRule, TheRuleStaysWithinItsBuffer)
     EXPECT_EQ(changed("a;b;c", ";", 2, std::string(5000, 'x')), "a;b;" + std::string(2303, 'x'));
 }
 
+TEST(CheckModifyItemInRule, OfALongerRuleOnly2307CharactersCount)
+{
+    char rule[4000];
+    memset(rule, 'y', sizeof(rule));  // no end anywhere
+    memcpy(rule, "aaa;", 4);
+    check_modify_item_in_rule(rule, ";", 0, "x");
+    EXPECT_EQ(std::string{rule}, "x;" + std::string(2307 - 4, 'y'));
+    EXPECT_EQ(rule[PROD_RULE_SIZE], 'y');
+}
+
 TEST(CheckModifyItemInRule, TheItemMayBePartOfTheRule)
 {
     char rule[PROD_RULE_SIZE] = "a;b;c";
