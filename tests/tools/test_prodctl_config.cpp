@@ -331,6 +331,7 @@ TEST_F(Wifi, Status)
     test::run(
         "ip link add wl0.1 type veth peer name air && ip link set air up && "
         "ip link set wl0.1 up");
+    test::link_is_up("wl0.1");
     for (const auto &[key, value] : {std::pair{"wlan0_workmode", "ap"},
                                      {"wlan1_workmode", "wisp"},
                                      {"wlan0_enable", "1"},

@@ -60,6 +60,7 @@ class Wan : public testing::Test
     {
         provider_ = std::make_unique<test::Peer>("eth1", "100.64.1.100/24", "100.64.1.1/24",
                                                  "02:00:64:00:01:01");
+        test::link_is_up("eth1");
         ASSERT_EQ(prodctl({"wan", "save-lease", "1", "100.64.1.100", "255.255.255.0", "100.64.1.1",
                            "100.64.1.1", "100.64.1.53"})
                       .status,
@@ -140,6 +141,9 @@ TEST_F(Wan, StatusWithoutAnAddress)
     // A client that is at work, under the name that the firmware looks for.
     test::run("cp /bin/busybox /tmp/dhcpcd_wan1 && ln -sf /tmp/dhcpcd_wan1 /tmp/sleep");
     test::run("(exec -a sleep /tmp/dhcpcd_wan1 100 >/dev/null 2>&1 & echo $! >/tmp/client)");
+    test::eventually("the client runs", [] {
+        return prodctl({"check", "app", "dhcpcd_wan1"}).status == 0;
+    });
     EXPECT_THAT(prodctl({"wan", "status", "1"}).out, HasSubstr("WAN 1 connecting (dhcp)\n"));
     test::run("kill $(cat /tmp/client)");
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "support/files.hpp"
+#include "support/network.hpp"
 
 namespace test
 {
@@ -89,6 +90,25 @@ Outcome prodctl(const Words &arguments, const std::string &input,
                 const std::function<void()> &in_child)
 {
     return program(with_path(arguments), input, in_child);
+}
+
+void eventually(const std::string &what, const std::function<bool()> &true_at_last)
+{
+    constexpr int kPolls = 1000;
+    for (int i = 0; i < kPolls; ++i) {
+        if (true_at_last()) {
+            return;
+        }
+        usleep(10000);
+    }
+    ADD_FAILURE() << "in vain: " << what;
+}
+
+void link_is_up(const std::string &ifname)
+{
+    eventually(ifname + " is up", [&] {
+        return output("ip link show " + ifname).find("state UP") != std::string::npos;
+    });
 }
 
 std::string on_a_terminal(const Words &arguments)

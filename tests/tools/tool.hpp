@@ -36,6 +36,12 @@ Outcome program(
     const Words &words, const std::string &input = "",
     const std::function<void()> &in_child = [] {});
 
+/** Waits until @p true_at_last, ten seconds at most; @p what explains the failure. */
+void eventually(const std::string &what, const std::function<bool()> &true_at_last);
+
+/** Waits until the kernel says that the link of an interface is up, which it may do later. */
+void link_is_up(const std::string &ifname);
+
 /** What prodctl shows on a terminal. */
 std::string on_a_terminal(const Words &arguments);
 
