@@ -69,6 +69,19 @@ build() {
     ) >&2
 }
 
+# usage: is_wanted NAME [PART]...    whether the name contains one of the parts; without parts, always
+is_wanted() {
+    local name=$1 part
+    shift
+    [ $# -gt 0 ] || return 0
+    for part in "$@"; do
+        case $name in
+        *"$part"*) return 0 ;;
+        esac
+    done
+    return 1
+}
+
 # Sets "dir" from a checking script's arguments: a build folder made earlier, or the host build,
 # brought up to date.
 use_build() {
