@@ -18,6 +18,10 @@ endif()
 # needs libstdc++ or libgcc at run time.
 add_library(prod_lib_flags INTERFACE)
 target_link_libraries(prod_lib_flags INTERFACE prod_flags)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # A file of more than 2 GiB is a file like any other on the device too.
+    target_compile_definitions(prod_lib_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 target_compile_options(prod_lib_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
     -ffunction-sections -fdata-sections)

@@ -138,7 +138,7 @@ void describe_unconnected(WAN_STATUS_INFO_STRU *status)
 constexpr mode_t kNewFileMode = 0644;
 
 // One byte more than the size is allocated, and the size itself travels in 32 bits.
-constexpr off_t kLargestFile = static_cast<off_t>(UINT32_MAX) - 1;
+constexpr long long kLargestFile = static_cast<long long>(UINT32_MAX) - 1;
 
 }  // namespace
 
