@@ -13,8 +13,7 @@
  * Every call reads the configuration afresh. "sys.ports" is not validated, and a port that occurs
  * twice counts at its first place. Where 0 means "none", a port with physical id 0 looks the same.
  *
- * All functions may be called from any thread, except wanid_to_vifname() (static buffer),
- * ifaddrs_get_wan_ifname() and prod_common_get_wanifname() (storage of get_eth_name()). The
+ * All functions may be called from any thread, except wanid_to_vifname() (static buffer). The
  * resolver file is edited without a lock: concurrent editors can lose updates.
  */
 #ifndef PROD_COMMON_WAN_H
@@ -129,8 +128,8 @@ PROD_API HLX_WAN_LINK_STATUS_ENUM system_wan_get_link_status(WAN_ID_NUM_ENUM wan
 
 /**
  * Interface that carries a WAN's traffic in a system mode with a connection type.
- * @return text of the library or of the hardware layer, not to be freed or changed; NULL when
- *         there is none, and, logged at level 3, when an argument is out of range
+ * @return text of the library or, as by get_eth_name(), of the calling thread, not to be freed or
+ *         changed; NULL when there is none, and, logged at level 3, when an argument is out of range
  */
 PROD_API char *ifaddrs_get_wan_ifname(int wanid, int sysmode, HLX_WAN_CONNECT_TYPE_ENUM wantype);
 
