@@ -169,12 +169,17 @@ TEST_F(WanPorts, NothingIsLogged)
                              lanid_to_phyid(1);
                              web_portid_to_phyid(1);
                              phyid_to_web_portid(1);
+                             phyid_to_port_index(1);
                              phyid_to_wanid(1);
                              phyid_is_wan(1);
                              phyid_to_lanid(1);
                              phyid_is_lan(1);
                              wan_name_to_id("x");
                              ifname_to_wanid("x");
+                             wanid_to_vifname(1);
+                             char text[256];
+                             get_value_by_wanid(9, "x", text);
+                             get_mac_by_wanid(2, text);
                          }),
               "");
 }

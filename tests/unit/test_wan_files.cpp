@@ -220,6 +220,14 @@ TEST(FileWanIpSave, Failures)
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
+TEST(FileWanIpSave, AFullDiskIsNotReported)
+{
+    const WAN_IP_INFO_STRU info = {"192.0.2.7", "255.255.255.0", "192.0.2.1", "9.9.9.9", "1.1.1.1"};
+    const int before = test::open_descriptors();
+    EXPECT_EQ(printed([&] { EXPECT_EQ(file_wan_ip_save("/dev/full", &info), HLX_OK); }), "");
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
 TEST(FileWanIpSave, Traces)
 {
     const WAN_IP_INFO_STRU info = {};
