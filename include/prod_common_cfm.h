@@ -10,7 +10,7 @@
  *
  * Keys built from a format are cut to 511 characters without any report. Nothing here logs, but
  * for the trace of __wrap_SetValue(). An absent key reads as the empty text, never as an error. A
- * NULL format makes an empty key, which no value is stored under.
+ * NULL format reads as an absent key, and with one the setters write nothing and return 0.
  *
  * Values are read through the store, which is given no length: a buffer that receives one must
  * have 2308 bytes (CFM_VALUE_SIZE) whatever the value is expected to be.
@@ -81,7 +81,7 @@ PROD_API int set_if_changed(const char *pMibName, const char *pNewMibValue, char
 
 /**
  * Writes a value under a formatted key unless it is stored already.
- * @return 1 when written (by prod_cfm_set_val()), 0 when stored already; 0 for a NULL value
+ * @return 1 when written (by prod_cfm_set_val()), 0 when stored already or an argument is NULL
  */
 PROD_API int set_fmt_val_if_changed(const char *fmt, const char *pNewMibValue, ...)
     PROD_PRINTF(1, 3);

@@ -57,7 +57,8 @@ PROD_API extern const char g_wan_ip_info2[5][16];
 PROD_API extern const char g_wan_cfg_file[5][16];
 
 /**
- * Writes a WAN address file, replacing what was there.
+ * Writes a WAN address file, replacing what was there. What a full disk does not take is lost
+ * without a report.
  * @return HLX_OK; HLX_ERR, logged at level 2, for a NULL argument and when the file cannot be
  *         opened
  */
@@ -93,7 +94,8 @@ PROD_API HLX_RETURN_CODE file_wan_get_extra_ip_info(WAN_ID_NUM_ENUM wan_id,
 PROD_API int get_wan_info_by_id(int wanid, WAN_IP_INFO_STRU *info);
 
 /**
- * Present rates of a WAN, from the kernel's traffic module.
+ * Present rates of a WAN, from the kernel's traffic module; waits as long as
+ * km_wan_statistic_get_wan_flow() does.
  *
  * The module's answer is printed to standard output when the level of module "kjson" is above 2.
  *
@@ -126,9 +128,10 @@ PROD_API void get_dns_by_wanid(int wanid, char *dns1, char *dns2);
  * Everything a status page shows of a WAN.
  *
  * For a connected WAN the record gets its addresses, the second set only when its file exists, the
- * rates and the connection time; a part that cannot be had is logged at level 2 and left out. In
- * any other state addresses become empty, rates and connection time "0". double_ip_info keeps what
- * the caller put there unless the second set was read.
+ * rates, which may take file_wan_flow_get() a while, and the connection time; a part that cannot be
+ * had is logged at level 2 and left out. In any other state addresses become empty, rates and
+ * connection time "0". double_ip_info keeps what the caller put there unless the second set was
+ * read.
  *
  * @param l2_type   only HLX_L2TYPE_WIRED is served
  * @param con_type  HLX_WAN_CONNECT_BUTT is accepted

@@ -5,7 +5,7 @@
  * interface's address, and commands that are tried again.
  *
  * LED_*, WLAN_RATE_* and the interface indices are those of platform/hardware.h. All functions may
- * be called from any thread except get_eth_name(), whose result is static.
+ * be called from any thread.
  */
 #ifndef PROD_COMMON_HAL_H
 #define PROD_COMMON_HAL_H
@@ -117,8 +117,9 @@ PROD_API char *prod_common_get_wan_main_ifname(unsigned int wanid, char *ifname,
  * otherwise "port.1.ifname"; WAN_2 and WAN_3: "port.2.ifname" and "port.3.ifname"; every other
  * index: what the board says.
  *
- * @return static text that the next call overwrites, for the WANs at most 9 characters; NULL when
- *         the board has no such interface
+ * @return static text of the calling thread, which its next call overwrites and which ends with it;
+ *         for WAN_1 to WAN_3 at most 9 characters. For the others text of the board, or NULL when
+ *         it has no such interface.
  */
 PROD_API char *get_eth_name(eth_idx_t if_id);
 

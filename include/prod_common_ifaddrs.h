@@ -193,8 +193,9 @@ PROD_API int get_ip_info_by_ipmac(cJSON *online_infos, const char *ip, const cha
  * "/var/ip_rule_del_tmp_13579", so one process at a time.
  *
  * @param prio   priority; nothing is done when negative
- * @param table  name or number of the table; nothing is done when NULL, empty, or with a character
- *               that no table name has (blanks, quotes and whatever else the shell interprets)
+ * @param table  name or number of the table; nothing is done when NULL, empty, too long for a
+ *               command of 255 characters, or with a character that no table name has (blanks,
+ *               quotes and whatever else the shell interprets)
  */
 PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
 

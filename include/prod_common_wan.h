@@ -10,11 +10,11 @@
  * "sys.ports" 43210 and "wans.flag" 1, port 4 is WAN 1 and web port 1, port 3 is LAN 4 and web
  * port 2, port 0 is LAN 1 and web port 5.
  *
- * Every call reads the configuration afresh. "sys.ports" is not validated, and a port that occurs
- * twice counts at its first place. Where 0 means "none", a port with physical id 0 looks the same.
+ * Every call reads the configuration afresh. "sys.ports" is not validated, 31 places of it count,
+ * and a port that occurs twice counts at its first place. Where 0 means "none", a port with
+ * physical id 0 looks the same.
  *
- * All functions may be called from any thread, except wanid_to_vifname() (static buffer),
- * ifaddrs_get_wan_ifname() and prod_common_get_wanifname() (storage of get_eth_name()). The
+ * All functions may be called from any thread, except wanid_to_vifname() (static buffer). The
  * resolver file is edited without a lock: concurrent editors can lose updates.
  */
 #ifndef PROD_COMMON_WAN_H
@@ -107,7 +107,8 @@ PROD_API int get_value_by_wanid(int wanid, const char *key, char *value);
 
 /**
  * MAC of a WAN: "wan.mac", with one added to its fifth byte and one to its sixth, carries
- * included, for each WAN before this one. Without "wan.mac" the count starts at zero.
+ * included, for each WAN before this one. Without "wan.mac" the count starts at zero. It ends where
+ * ifaddrs_mac_increase() fails, which is logged, and at the 64th WAN.
  * @param mac_str  18 bytes
  */
 PROD_API void get_mac_by_wanid(int wan_id, char *mac_str);
@@ -119,7 +120,8 @@ PROD_API void get_mac_by_wanid(int wan_id, char *mac_str);
  *
  * Gateway mode: no cable, or no interface for the connection type, is HLX_WAN_NO_WIRE; an IPv4
  * address on the interface (for WAN 1 also the file "/etc/ipv6_wan1.ini") HLX_WAN_CONNECTED; a
- * running client process HLX_WAN_CONNECTING; else HLX_WAN_NOT_CONNECTED, and always so for static
+ * running client process ("dhcpcd_wan%d" or "pppd_wan%d" by the type, for WAN 1 also "dhcp6c")
+ * HLX_WAN_CONNECTING; else HLX_WAN_NOT_CONNECTED, and always so for static
  * types. HLX_SYS_MODE_ADSL_GW is always HLX_WAN_NO_WIRE, HLX_SYS_MODE_ADSL_BR always
  * HLX_WAN_CONNECTED. Logs under "prod" at levels 2 and 3, with entry and exit traces.
  */
@@ -129,8 +131,8 @@ PROD_API HLX_WAN_LINK_STATUS_ENUM system_wan_get_link_status(WAN_ID_NUM_ENUM wan
 
 /**
  * Interface that carries a WAN's traffic in a system mode with a connection type.
- * @return text of the library or of the hardware layer, not to be freed or changed; NULL when
- *         there is none, and, logged at level 3, when an argument is out of range
+ * @return text of the library or, as by get_eth_name(), of the calling thread, not to be freed or
+ *         changed; NULL when there is none, and, logged at level 3, for an argument out of range
  */
 PROD_API char *ifaddrs_get_wan_ifname(int wanid, int sysmode, HLX_WAN_CONNECT_TYPE_ENUM wantype);
 

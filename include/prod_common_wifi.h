@@ -75,7 +75,8 @@ PROD_API char *wifi_get_radio_prefix(int rate);
 PROD_API void wifi_get_mib_radio(int wl_rate, char *radio);
 
 /**
- * The system's interface name of a BSS, as the Wi-Fi driver interface gives it.
+ * The system's interface name of a BSS, as the Wi-Fi driver interface gives it for "wlan0.3". A
+ * rate that is neither 2 nor 5, which is logged, asks it for "(null).3".
  * @param ifname  16 bytes; empty when the driver knows no such BSS
  * @return @p ifname
  */
@@ -84,7 +85,7 @@ PROD_API char *wifi_get_bss_ifname(int rate, int index, char *ifname);
 /*
  * Typed access. The keys of a rate that is neither 2 nor 5, which is logged as by
  * wifi_get_radio_prefix(), start with the text "(null)" instead of a prefix. With a NULL name
- * nothing is read or written, and the result is 0.
+ * nothing is written, and the result is 0. Of a number's text the first 20 characters count.
  */
 
 /**
@@ -126,13 +127,14 @@ PROD_API int wifi_set_bss_int_val(int rate, int index, const char *name, int val
 PROD_API int wifi_set_bss_double_val(int rate, int index, const char *name, double value);
 
 /**
- * What the radios make of the device: "apclient" when either radio's "workmode" says so, else
- * "wisp" when either does, else "ap". Constant text.
+ * What the radios make of the device: "apclient" when "wlan0_workmode" or "wlan1_workmode" says so,
+ * else "wisp" when either does, else "ap". Constant text.
  */
 PROD_API char *get_wifi_workmode(void);
 
 /**
- * Whether the first BSS of a radio is enabled.
+ * Whether the first BSS of a radio is enabled, from "wlan0.0_bss_enable" and "wlan1.0_bss_enable".
+ * Entry and exit traces, the latter only with an answer, go to module "netctrl".
  * @param name  "wlan0" or "wlan1", or "wlan" for either of the two
  * @return the number configured (for "wlan" 1 or 0); -1 when @p name is NULL, and, printed to
  *         standard output, for any other name and when a value to be read is absent or empty
@@ -140,7 +142,8 @@ PROD_API char *get_wifi_workmode(void);
 PROD_API int wifi_get_bss_enable(const char *name);
 
 /**
- * 1 when the radio is enabled and the interface of at least one of its BSSs is up, else 0.
+ * 1 when the radio is enabled ("wlan0_enable") and the interface of at least one of its BSSs is up,
+ * else 0. Looked at are as many BSSs as "wlan0_web_maxbss" says, 64 at most.
  * @param rate  2, or anything else for the 5 GHz radio
  */
 PROD_API int get_wifi_band_status(int rate);
@@ -150,7 +153,8 @@ PROD_API int get_wifi_status(void);
 
 /**
  * Lists the enabled BSSs that broadcast a network name, as "1,6": 1 to 5 stand for BSS 0 to 4 of
- * the 2.4 GHz radio, 6 to 10 for those of the 5 GHz radio.
+ * the 2.4 GHz radio, 6 to 10 for those of the 5 GHz radio. Reads "bss_enable" and "bss_ssid" of
+ * each.
  * @param band  16 bytes, passed empty; a list that needs more is cut at 15 characters. Untouched
  *              when a pointer is NULL.
  */

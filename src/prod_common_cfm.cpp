@@ -94,6 +94,9 @@ int prod_cfm_set_val(const char *key, const char *val)
 
 int prod_cfm_set_fmt_val(const char *fmt, const char *value, ...)
 {
+    if (fmt == nullptr) {
+        return 0;
+    }
     va_list args;
     va_start(args, value);
     const auto key = format_key(fmt, args);
@@ -116,11 +119,14 @@ int set_if_changed(const char *pMibName, const char *pNewMibValue, char *pOldMib
 
 int set_fmt_val_if_changed(const char *fmt, const char *pNewMibValue, ...)
 {
+    if (fmt == nullptr || pNewMibValue == nullptr) {
+        return 0;
+    }
     va_list args;
     va_start(args, pNewMibValue);
     const auto key = format_key(fmt, args);
     va_end(args);
-    if (pNewMibValue == nullptr || ConfigValue{key.c_str()} == pNewMibValue) {
+    if (ConfigValue{key.c_str()} == pNewMibValue) {
         return 0;
     }
     prod_cfm_set_val(key.c_str(), pNewMibValue);
@@ -161,6 +167,9 @@ int prod_cfm_set_int_val(const char *name, int value)
 
 int prod_cfm_set_fmt_int_val(const char *fmt, int value, ...)
 {
+    if (fmt == nullptr) {
+        return 0;
+    }
     va_list args;
     va_start(args, value);
     const auto key = format_key(fmt, args);

@@ -283,8 +283,9 @@ char *prod_common_get_wan_main_ifname(unsigned int wanid, char *ifname, unsigned
 
 char *get_eth_name(eth_idx_t if_id)
 {
-    static char vlan_name[kEthNameSize];
-    static char port_name[kEthNameSize];
+    // Of each thread, since the status of a WAN is decided with such a name and asked for by many.
+    [[gnu::tls_model("initial-exec")]] static thread_local char vlan_name[kEthNameSize];
+    [[gnu::tls_model("initial-exec")]] static thread_local char port_name[kEthNameSize];
     if (if_id < WAN_1 || if_id > WAN_3) {
         return iof_eth_name_get(if_id);
     }

@@ -354,10 +354,11 @@ TEST_F(Cfm, ANullFormatMakesNoKey)
     EXPECT_EQ(prod_cfm_get_uint_val(null), 0U);
     EXPECT_EQ(prod_cfm_get_double_val(null), 0.0);
     EXPECT_STREQ(value, "before");
-    prod_cfm_set_fmt_val(null, "1");
-    prod_cfm_set_fmt_int_val(null, 1);
-    set_fmt_val_if_changed(null, "1");
-    EXPECT_TRUE(config().empty());
+    EXPECT_EQ(prod_cfm_set_fmt_val(null, "1"), 0);
+    EXPECT_EQ(prod_cfm_set_fmt_int_val(null, 1), 0);
+    EXPECT_EQ(set_fmt_val_if_changed(null, "1"), 0);
+    EXPECT_EQ(prod_cfm_is_change(), 0);
+    EXPECT_EQ(config_calls().writes, 0);
 }
 
 #pragma GCC diagnostic pop

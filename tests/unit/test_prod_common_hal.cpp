@@ -20,6 +20,7 @@
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/capture.hpp"
@@ -584,6 +585,22 @@ TEST_F(Hal, EthernetNamesDoNotOutliveTheirKey)
     EXPECT_STREQ(get_eth_name(WAN_3), "");
     const test::EveryKeyReads any{test::longest_value()};
     EXPECT_STREQ(get_eth_name(WAN_3), "xxxxxxxxx");
+}
+
+TEST_F(Hal, EthernetNamesOfOneThreadAreNotAnothers)
+{
+    config() = {{"port.1.ifname", "eth1"}, {"port.2.ifname", "eth2"}};
+    const char *const name = get_eth_name(WAN_1);
+    std::thread{[] { EXPECT_STREQ(get_eth_name(WAN_2), "eth2"); }}.join();
+    EXPECT_STREQ(name, "eth1");
+
+    config() = {{"iptv.enable", "1"}, {"iptv.wan.vlanid", "85"}};
+    const char *const vlan = get_eth_name(WAN_1);
+    std::thread{[] {
+        config()["iptv.wan.vlanid"] = "86";
+        EXPECT_STREQ(get_eth_name(WAN_1), "vlan86");
+    }}.join();
+    EXPECT_STREQ(vlan, "vlan85");
 }
 
 TEST_F(Hal, OversizedAndHostileSettings)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "platform/debug.h"
+#include "platform/text.h"
 #include "prod_common_wan.h"
 #include "support/capture.hpp"
 #include "support/config.hpp"
@@ -18,8 +20,29 @@ using test::printed;
 using test::printed_at;
 using test::Prints;
 
+namespace
+{
+
+const char *other_value;  // in the place of what a WAN's file holds
+
+}  // namespace
+
+extern "C" {
+
 // The traces of the MAC counter are looked at where the counter is tested.
-extern "C" void log_debug_print(const char *, int, int, const char *, const char *, ...) {}
+void log_debug_print(const char *, int, int, const char *, const char *, ...) {}
+
+int file_get_value_from_ini(const char *file, const char *key, char *out)
+{
+    if (other_value != nullptr) {
+        strcpy(out, other_value);
+        return 1;
+    }
+    static const auto real = reinterpret_cast<int (*)(const char *, const char *, char *)>(
+        dlsym(RTLD_NEXT, "file_get_value_from_ini"));
+    return real(file, key, out);
+}
+}
 
 namespace
 {
@@ -169,12 +192,17 @@ TEST_F(WanPorts, NothingIsLogged)
                              lanid_to_phyid(1);
                              web_portid_to_phyid(1);
                              phyid_to_web_portid(1);
+                             phyid_to_port_index(1);
                              phyid_to_wanid(1);
                              phyid_is_wan(1);
                              phyid_to_lanid(1);
                              phyid_is_lan(1);
                              wan_name_to_id("x");
                              ifname_to_wanid("x");
+                             wanid_to_vifname(1);
+                             char text[256];
+                             get_value_by_wanid(9, "x", text);
+                             get_mac_by_wanid(2, text);
                          }),
               "");
 }
@@ -429,6 +457,18 @@ TEST(GetValueByWanid, FoundAndTrimmed)
     EXPECT_EQ(value_by_wanid(22, "ip"), "1 192.0.2.22") << "the id is not checked";
     EXPECT_EQ(value_by_wanid(2, "ip"), "0 untouched");
     EXPECT_EQ(value_by_wanid(INT_MIN, "ip"), "0 untouched");
+}
+
+TEST(GetValueByWanid, NewlinesGoFirstAndBlanksThen)
+{
+    other_value = "\n\n  a b \n\n";
+    EXPECT_EQ(value_by_wanid(1, "ip"), "1 a b");
+    other_value = " \n a \n ";
+    EXPECT_EQ(value_by_wanid(1, "ip"), "1 \n a \n") << "a newline behind a blank stays";
+    const std::string longest = "\n" + std::string(254, 'x');
+    other_value = longest.c_str();
+    EXPECT_EQ(value_by_wanid(1, "ip"), "1 " + std::string(254, 'x'));
+    other_value = nullptr;
 }
 
 TEST(GetValueByWanid, OddFiles)

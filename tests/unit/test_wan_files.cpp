@@ -220,6 +220,14 @@ TEST(FileWanIpSave, Failures)
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
+TEST(FileWanIpSave, AFullDiskIsNotReported)
+{
+    const WAN_IP_INFO_STRU info = {"192.0.2.7", "255.255.255.0", "192.0.2.1", "9.9.9.9", "1.1.1.1"};
+    const int before = test::open_descriptors();
+    EXPECT_EQ(printed([&] { EXPECT_EQ(file_wan_ip_save("/dev/full", &info), HLX_OK); }), "");
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
 TEST(FileWanIpSave, Traces)
 {
     const WAN_IP_INFO_STRU info = {};
@@ -675,6 +683,27 @@ TEST_F(WanStatusInfo, ConnectedTwice)
     EXPECT_EQ(get(), HLX_OK);
     EXPECT_EQ(shown(status_.ip_info), "192.0.2.7|255.255.255.0|192.0.2.1|9.9.9.9|1.1.1.1");
     EXPECT_EQ(shown(status_.double_ip_info), "10.64.0.3|255.192.0.0|0.0.0.0|0.0.0.0|0.0.0.0");
+}
+
+TEST_F(WanStatusInfo, EachWanHasFilesAndRatesOfItsOwn)
+{
+    config()["wans.flag"] = "4";
+    config()["port.3.ifname"] = "wan_a";
+    answer = R"({"WanFlow":[{"WanId":1,"WanRate":{"UpRate":1024,"DownRate":1024}},
+                            {"WanId":3,"WanRate":{"UpRate":3072,"DownRate":4096}}]})";
+    write_text("/etc/wan3.ini", "ip=10.3.0.1\n");
+    write_text("/etc/wan32.ini", "ip=10.3.0.2\n");
+    write_text("/etc/conntime3", "300\n");
+    EXPECT_EQ(get(HLX_L2TYPE_WIRED, HLX_WAN_CONNECT_DHCP, WAN_ID_3), HLX_OK);
+    EXPECT_EQ(status_.link_status, HLX_WAN_CONNECTED);
+    EXPECT_STREQ(status_.ip_info.wan_ip, "10.3.0.1");
+    EXPECT_STREQ(status_.double_ip_info.wan_ip, "10.3.0.2");
+    EXPECT_STREQ(status_.flow.up_flow, "3.00");
+    EXPECT_STREQ(status_.flow.down_flow, "4.00");
+    EXPECT_STREQ(status_.conntime, "700");
+    for (const char *const file : {"/etc/wan3.ini", "/etc/wan32.ini", "/etc/conntime3"}) {
+        remove_all(file);
+    }
 }
 
 TEST_F(WanStatusInfo, ConnectedWithoutItsFiles)

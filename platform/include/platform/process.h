@@ -49,7 +49,7 @@ PLATFORM_API int monitor_check_exist(const char *process_name);
  * waited for at most a second at a time; one that closes early raises no SIGPIPE.
  * @return 0 on success, a negative value on failure: errno is ENOENT or ECONNREFUSED when nobody
  *         listens, EAGAIN after the wait, EPIPE or ECONNRESET, EINVAL for a NULL argument, a
- * negative Length or a path of 108 characters or more
+ *         negative Length or a path of 108 characters or more
  */
 PLATFORM_API int hlx_proc_send_msg(HLX_MSG *frame, const char *socket_path);
 
