@@ -137,8 +137,7 @@ void describe_unconnected(WAN_STATUS_INFO_STRU *status)
 
 constexpr mode_t kNewFileMode = 0644;
 
-/** Whether a size plus a NUL fits 32 bits, in which it travels; the device's own off_t has no more.
- */
+/** Whether a size and a NUL fit the 32 bits that sizes travel in; off_t may have no more. */
 constexpr bool size_fits(off_t size)
 {
     return static_cast<u64>(size) < UINT32_MAX;

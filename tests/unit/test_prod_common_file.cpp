@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_file.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -20,6 +23,25 @@ using test::printed_at;
 using test::Prints;
 using test::read_text;
 using test::write_text;
+
+namespace
+{
+
+bool file_shrinks;  // between the look at its size and the reading
+
+}  // namespace
+
+extern "C" std::size_t fread(void *out, std::size_t size, std::size_t count, FILE *stream)
+{
+    static const auto real =
+        reinterpret_cast<std::size_t (*)(void *, std::size_t, std::size_t, FILE *)>(
+            dlsym(RTLD_NEXT, "fread"));
+    if (file_shrinks) {
+        real(out, 1, 2, stream);
+        return 0;
+    }
+    return real(out, size, count, stream);
+}
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define OWN_HEAP  // a sanitizer brings an allocator of its own
@@ -172,6 +194,24 @@ TEST(GetFileContent, AFileThatCannotBeOpened)
                                       "Failed(24) to fopen /tmp/file, Too many open files.")));
     EXPECT_EQ(len, 5U) << "known before the file is opened";
     EXPECT_EQ(data, &data);
+}
+
+TEST(GetFileContent, OfAFileThatShrinksTheRestIsZero)
+{
+    const std::string text(5000, 'x');
+    write_text(kFile, text);
+    // What the heap gives out next has been written to before.
+    void *const used = malloc(text.size() + 1);
+    memset(used, '#', text.size() + 1);
+    free(used);
+    file_shrinks = true;
+    std::optional<Content> read;
+    EXPECT_THAT(printed_at(PROD_DBG_DEBUG, [&] { read = content(kFile); }),
+                Prints(log_line(PROD_DBG_DEBUG, "get_file_content", "fread /tmp/file 0!=1")));
+    file_shrinks = false;
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->len, 5000U);
+    EXPECT_EQ(read->text, "xx" + std::string(4999, '\0'));
 }
 
 #ifdef OWN_HEAP
