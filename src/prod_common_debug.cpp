@@ -458,7 +458,7 @@ int set_dbg_level(const char *name, prod_dbg_lvl_t level)
             --info->num;
         }
         // The column never shrinks again, so that it stays put while modules come and go.
-        const std::size_t length = strlen(slot->name);
+        const std::size_t length = strnlen(name, PROD_DBG_NAME_SIZE - 1);
         if (match == nullptr && length > info->max_name_len) {
             info->max_name_len = static_cast<unsigned short>(length);
         }
