@@ -37,7 +37,7 @@ PROD_API int prod_check_app_exist(const char *name);
  * @param text  looked for anywhere in the output of "/bin/mount" (device, mount point, options),
  *              as a basic regular expression
  * @return 1 when it is found; 0 when not, and for a text that is NULL, holds a single quote or is
- *         longer than 107 characters
+ *         longer than 107 characters, or 105 when it starts with "-"
  */
 PROD_API int prod_check_mount_exist(const char *text);
 

@@ -4,9 +4,9 @@
  * Debug levels and log lines.
  *
  * Every program of the device logs through prod_debug(). Whether a line is written depends on the
- * level of its module, kept in one System V shared-memory table of the whole device: a level that
- * an operator sets is seen by every running process at its next log call. Error lines (level 2)
- * are always written and are also kept in "/var/debug.<module>.log".
+ * level of its module, kept in one System V shared-memory table of the whole device, named
+ * "prod.debug.info": a level that an operator sets is seen by every running process at its next log
+ * call. Error lines (level 2) are always written and are also kept in "/var/debug.<module>.log".
  *
  * Programs log through the PROD_LOG_* macros below, which test the level before any argument is
  * evaluated and record the calling function and line.
@@ -78,13 +78,15 @@ PROD_API prod_dbg_lvl_t get_dbg_level(const char *name);
  * @param name   module name; its first 31 characters count
  * @param level  the new level; PROD_DBG_OFF removes the module
  * @return 1 when the table was changed (also for an unknown module at level 0, which leaves no
- *         trace but may widen the module column); 0 when @p name is NULL, the table cannot be
- *         had, or 100 modules are registered already
+ *         trace but may widen the module column); 0 when @p name is NULL or the table cannot be
+ *         had (both said on standard output), or 100 modules are registered already. A failure to
+ *         detach the table again is said there too and changes nothing about the result.
  */
 PROD_API int set_dbg_level(const char *name, prod_dbg_lvl_t level);
 
 /**
- * Prints the table to standard output.
+ * Prints the table to standard output; without a table nothing but the complaint of
+ * get_dbg_info().
  * @param name  the one module to print; NULL or empty prints all with a heading
  */
 PROD_API void show_dbg_level(const char *name);
@@ -102,7 +104,8 @@ PROD_API void show_dbg_level(const char *name);
  * @param level   a prod_dbg_lvl_t; 2 is always written, others when the module's level is at
  *                least that
  * @param name    module; NULL writes nothing but the complaint of get_dbg_level()
- * @param format  printf format; trailing newlines are replaced by exactly one
+ * @param format  printf format; trailing newlines are replaced by exactly one, and a NUL among the
+ *                arguments ends the message
  */
 PROD_API void prod_debug(const char *func, int line, int level, const char *name,
                          const char *format, ...) PROD_PRINTF(5, 6);

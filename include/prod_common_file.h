@@ -162,7 +162,10 @@ PROD_API int get_file_size(const char *filename, u32 *len);
  *
  * @param data  receives a malloc'ed buffer of size + 1 bytes, the last a NUL; the caller frees it
  * @param len   receives the size, before the file is opened; may be NULL
- * @return 1 when the file was read; 0 otherwise, @p data then untouched or NULL
+ * @return 1 when the file was read, also when less came than its size (logged at level 3); 0 for a
+ *         NULL name or @p data (silently), for a path that cannot be looked up or is not a regular
+ *         file (logged at level 3), and, logged at level 2, for a file that cannot be opened or
+ *         that memory does not hold. @p data is then untouched, or NULL for want of memory.
  */
 PROD_API int get_file_content(const char *filename, void **data, u32 *len);
 
@@ -176,7 +179,7 @@ PROD_API int write_file(const char *filename, const void *data, unsigned int len
 
 /**
  * Creates an empty file (0644) when none exists; leaves an existing one as it is. A failure is
- * logged at level 2.
+ * logged at level 2; NULL does nothing.
  */
 PROD_API void touch_file(const char *filename);
 

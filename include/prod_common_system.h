@@ -3,6 +3,9 @@
  * @file
  * Services of the system as a whole: working mode, brand and language, factory restore, host
  * names, the request/response exchange with other daemons, commands, and a soft watchdog.
+ *
+ * All functions may be called from any thread, except system_qx_gethostbyname() and, one owner a
+ * process, the soft watchdog.
  */
 #ifndef PROD_COMMON_SYSTEM_H
 #define PROD_COMMON_SYSTEM_H
@@ -30,8 +33,8 @@ PROD_BEGIN
 PROD_API QX_SYSMODE get_systerm_mode(char *out);
 
 /**
- * The number stored under "sys.mode", which need not be one of the enumeration's;
- * HLX_SYS_MODE_BUTT when the key is absent.
+ * The number stored under "sys.mode", of which 7 characters count and which need not be one of the
+ * enumeration's; HLX_SYS_MODE_BUTT when the key is absent.
  */
 PROD_API HLX_SYS_WORK_MODE_ENUM get_sys_mode(void);
 
@@ -54,9 +57,10 @@ PROD_API void systool_restore_db(void);
 PROD_API void systool_restore_pic(void);
 
 /**
- * Factory restore: databases, images and configuration, with all LEDs on meanwhile. The restart
- * that must follow is the caller's. A configuration that cannot be restored is logged at level 2,
- * module "prod", as "restore value is fail.".
+ * Factory restore: databases, images and configuration, with all LEDs on meanwhile
+ * (hal_set_all_led() and "/usr/bin/led_ctrl.sh"). The restart that must follow is the caller's. A
+ * configuration that cannot be restored is logged at level 2, module "prod", as "restore value is
+ * fail.".
  * @return 1
  */
 PROD_API int systool_restore(void);

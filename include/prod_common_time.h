@@ -44,7 +44,9 @@ PROD_API char *get_datetime_str_by_sec(int sec);
 PROD_API void set_timezone_env(void);
 
 /**
- * Points "/etc/localtime" at the zone file under "/usr/bin/zoneinfo" for an offset.
+ * Points "/etc/localtime" at the zone file under "/usr/bin/zoneinfo" for an offset. What stood
+ * there is removed first, but not a link to a file that is missing: that one stays, and nothing
+ * changes.
  * @param offset  seconds east of UTC, one of the 26 that have a zone; any other is logged at level
  *                2, module "prod", and changes nothing
  */

@@ -137,14 +137,22 @@ int prod_check_mount_exist(const char *text)
 {
     constexpr std::string_view kBefore = "/bin/mount | grep '";
     constexpr std::string_view kAfter = "'";
+    constexpr std::string_view kDash = "[-]";  // grep takes a text that starts with one for options
     Text<128> command;
     // A quote would end the text early, and a cut command would not end it at all.
-    if (text == nullptr || strchr(text, '\'') != nullptr ||
-        strlen(text) >= command.capacity() - kBefore.size() - kAfter.size()) {
+    if (text == nullptr || strchr(text, '\'') != nullptr) {
         return 0;
     }
+    std::string_view rest{text};
     command.append(kBefore);
-    command.append(std::string_view{text});
+    if (rest.starts_with('-')) {
+        command.append(kDash);
+        rest.remove_prefix(1);
+    }
+    if (command.size() + rest.size() + kAfter.size() >= command.capacity()) {
+        return 0;
+    }
+    command.append(rest);
     command.append(kAfter);
     const Pipe mounts{popen(command.c_str(), "re")};
     if (mounts == nullptr) {

@@ -33,7 +33,8 @@ constexpr mode_t kLogFileMode = 0644;
 std::atomic<prod_dbg_info_t *> table;
 
 // Attaching the table creates its key file and names this process, and both of those log when they
-// fail. While this is set such a line is dropped, or the two would call each other for ever.
+// fail. Before the first attachment such a line is dropped while this is set, or the two would call
+// each other for ever.
 [[gnu::tls_model("initial-exec")]] thread_local bool attaching;
 
 // Levels are taken as plain numbers inside, since the table and callers may hold any.
@@ -253,8 +254,7 @@ class LineBuilder
         const auto room = static_cast<std::size_t>(end_ - at_);
         const int wanted = vsnprintf(at_, room, text, args);
         if (wanted > 0) {
-            at_ += static_cast<std::size_t>(wanted) < room ? static_cast<std::size_t>(wanted)
-                                                           : room - 1;
+            at_ += strnlen(at_, room - 1);  // a NUL among the arguments ends the message
         }
     }
     /** Exactly one newline, whatever the message ended with. */
@@ -458,7 +458,7 @@ int set_dbg_level(const char *name, prod_dbg_lvl_t level)
             --info->num;
         }
         // The column never shrinks again, so that it stays put while modules come and go.
-        const std::size_t length = strlen(slot->name);
+        const std::size_t length = strnlen(name, PROD_DBG_NAME_SIZE - 1);
         if (match == nullptr && length > info->max_name_len) {
             info->max_name_len = static_cast<unsigned short>(length);
         }
@@ -511,7 +511,7 @@ void show_dbg_level(const char *name)
 
 void prod_debug(const char *func, int line, int level, const char *name, const char *format, ...)
 {
-    if (attaching) {
+    if (attaching && table.load(std::memory_order_relaxed) == nullptr) {
         return;
     }
     const ErrnoKeeper keep;

@@ -137,8 +137,12 @@ void describe_unconnected(WAN_STATUS_INFO_STRU *status)
 
 constexpr mode_t kNewFileMode = 0644;
 
-// One byte more than the size is allocated, and the size itself travels in 32 bits.
-constexpr long long kLargestFile = static_cast<long long>(UINT32_MAX) - 1;
+/** Whether a size and a NUL fit the 32 bits that sizes travel in; off_t may have no more. */
+constexpr bool size_fits(off_t size)
+{
+    return static_cast<u64>(size) < UINT32_MAX;
+}
+static_assert(size_fits(0) && size_fits(INT32_MAX));
 
 }  // namespace
 
@@ -346,7 +350,7 @@ int get_file_size(const char *filename, u32 *len)
         PROD_LOG_ERROR(kProd, "'%s' is not a file.", filename);
         return 0;
     }
-    if (status.st_size > kLargestFile) {
+    if (!size_fits(status.st_size)) {
         PROD_LOG_ERROR(kProd, "Failed(%d) to stat file '%s', %s.", EFBIG, filename,
                        strerror(EFBIG));
         return 0;
@@ -372,7 +376,7 @@ int get_file_content(const char *filename, void **data, u32 *len)
         PROD_LOG_DEBUG(kProd, "%s is not a file.", filename);
         return 0;
     }
-    if (status.st_size > kLargestFile) {
+    if (!size_fits(status.st_size)) {
         PROD_LOG_ERROR(kProd, "Out of memory.");
         return 0;
     }

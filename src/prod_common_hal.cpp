@@ -172,7 +172,9 @@ void set_5g_wifi_led(led_pattern_t wl_led_sta)
 
 void set_all_wifi_led(led_pattern_t wl_led_sta)
 {
-    const bool both_off = led_state(LED_24G) == LED_OFF && led_state(LED_5G) == LED_OFF;
+    const unsigned int state_24g = led_state(LED_24G);
+    const unsigned int state_5g = led_state(LED_5G);
+    const bool both_off = state_24g == LED_OFF && state_5g == LED_OFF;
     // With one on and the other off a request for both on is left alone, on purpose.
     if ((wl_led_sta == LED_ON && both_off) || (wl_led_sta == LED_OFF && !both_off)) {
         iof_gpio_set(LED_24G, wl_led_sta);

@@ -191,10 +191,10 @@ char *str_replace(const char *str, const char *old_text, const char *new_text)
     std::size_t size = length + 1;
     if (old_length < new_length) {
         // Room for a text made of nothing but occurrences.
-        if (__builtin_mul_overflow(length, new_length, &size)) {
+        if (__builtin_mul_overflow(length, new_length, &size) ||
+            __builtin_add_overflow(size / old_length, 2, &size)) {
             return nullptr;
         }
-        size = size / old_length + 2;
     }
     auto *const result = static_cast<char *>(malloc(size));
     if (result == nullptr) {

@@ -290,7 +290,7 @@ int exec_sys_cmd(const char *func, int line, const char *cmd, ...)
 
 void feed_soft_watchdog(int timeout)
 {
-    if (get_dbg_level(kWatchdog) > PROD_DBG_DEBUG) {
+    if (dbg_enabled(kWatchdog, PROD_DBG_INFO)) {
         console_line(PROD_SITE, kCyan, "feed dog (timeout=%d):", timeout);
         show_backtrace();
     }

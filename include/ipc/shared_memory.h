@@ -18,12 +18,15 @@ PROD_BEGIN
  * "/var/run/id.shm": key, id, process id, process name, key file. Segments stay until the device
  * restarts. Each call adds an attachment, which the caller releases with shmdt().
  *
- * Messages go straight to standard output, since the log lines depend on a segment themselves.
+ * Messages go straight to standard output, since the log lines depend on a segment themselves; only
+ * a key file that cannot be made is logged as well, by touch_file(). Any thread of any process may
+ * call: of several that ask for a new name at once one creates it.
  *
  * @param name  at most 114 characters are used; one with "/" names a key file in a folder that
  *              must exist
  * @param size  bytes; a segment that exists and is smaller is not attached
- * @return the address, or NULL on any failure, which is printed
+ * @return the address, or NULL on any failure, which is printed; a segment that was created and
+ *         cannot be attached stays, unregistered
  */
 PROD_API void *get_shared_memory(const char *name, unsigned int size);
 

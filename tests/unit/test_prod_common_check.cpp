@@ -255,6 +255,17 @@ TEST(ProdCheckMountExist, NothingInTheTextRuns)
     EXPECT_FALSE(test::exists("/tmp/ran"));
 }
 
+TEST(ProdCheckMountExist, ATextIsNeverAnOption)
+{
+    for (const char *const text : {"-v", "-c", "--help", "-e/", "-f/proc/mounts"}) {
+        EXPECT_EQ(prod_check_mount_exist(text), 0) << text;
+    }
+    const test::MountedFolder disk{"/tmp/my-v"};
+    EXPECT_EQ(prod_check_mount_exist("-v"), 1);
+    EXPECT_EQ(prod_check_mount_exist("-"), 1);
+    EXPECT_EQ(prod_check_mount_exist(("-" + std::string(2307, 'd')).c_str()), 0);
+}
+
 TEST(ProdCheckMountExist, ATextThatDoesNotFitIsNotFound)
 {
     const std::string longest(107, 'd');

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_debug.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -28,6 +29,24 @@ namespace
 
 constexpr int kRed = 31;
 constexpr int kShortColumn = 15;
+
+bool shmdt_fails;
+
+}  // namespace
+
+extern "C" int shmdt(const void *address) noexcept
+{
+    static const auto real = reinterpret_cast<int (*)(const void *)>(dlsym(RTLD_NEXT, "shmdt"));
+    const int result = real(address);
+    if (shmdt_fails) {
+        errno = EINVAL;
+        return -1;
+    }
+    return result;
+}
+
+namespace
+{
 
 std::string diagnostic(const std::string &function, const std::string &message)
 {
@@ -241,6 +260,33 @@ TEST_F(Debug, SettingDetachesWhatItAttached)
     EXPECT_EQ(status.shm_segsz, 3604U);
 }
 
+TEST_F(Debug, AFailureToDetachIsReportedAndTheChangeStands)
+{
+    shmdt_fails = true;
+    EXPECT_THAT(printed([] { EXPECT_EQ(set_dbg_level("prod", PROD_DBG_DEBUG), 1); }),
+                Prints("\033\\[1;40;31m\\[PROD\\] [0-9]{4} set_dbg_level  : "
+                       "Failed\\(22\\) to shmdt\\(0x[0-9a-f]+\\), Invalid argument\\.\n\033\\[0m"));
+    shmdt_fails = false;
+    EXPECT_EQ(get_dbg_level("prod"), PROD_DBG_DEBUG);
+}
+
+TEST_F(Debug, AnAttachedProcessLogsWhySettingFails)
+{
+    const std::string text = printed([] {
+        rename("/var/run", "/var/run.away");
+        EXPECT_EQ(set_dbg_level("prod", PROD_DBG_DEBUG), 0);
+        rename("/var/run.away", "/var/run");
+    });
+    EXPECT_THAT(text,
+                Prints(log_line(PROD_DBG_ERROR, "touch_file",
+                                "Failed(2) to open /var/run/shm.prod.debug.info, No such file or "
+                                "directory.") +
+                       test::console_line(kRed, "get_shared_memory",
+                                          "Failed(2) to call ftok(/var/run/shm.prod.debug.info, No "
+                                          "such file or directory.") +
+                       diagnostic("set_dbg_level", "Failed to get shared memory!")));
+}
+
 // ---- letters and colours ---------------------------------------------------------------------
 
 TEST_F(Debug, LettersAndColours)
@@ -334,6 +380,14 @@ TEST_F(Debug, ExactlyOneNewlineEndsTheLine)
     }
     EXPECT_THAT(printed([] { prod_debug("f", 1, PROD_DBG_ERROR, "prod", "two\nlines\n"); }),
                 Prints(log_line(PROD_DBG_ERROR, "f", "two\nlines")));
+}
+
+TEST_F(Debug, ANulInTheMessageEndsIt)
+{
+    EXPECT_THAT(printed([] { prod_debug("f", 1, PROD_DBG_ERROR, "prod", "a\n%cb\n", '\0'); }),
+                Prints(log_line(PROD_DBG_ERROR, "f", "a")));
+    const std::string kept = test::read_text("/var/debug.prod.log");
+    EXPECT_EQ(kept.substr(kept.size() - 4), ": a\n");
 }
 
 TEST_F(Debug, ALongMessageIsCutAt10239Characters)
@@ -528,6 +582,7 @@ TEST_P(WithoutTable, LoggingStaysAliveAndSilentInside)
     const std::string log = printed_before_attaching("--log-once");
     const std::string level = printed_before_attaching("--level-once");
     const std::string set = printed_before_attaching("--set-once");
+    const std::string show = printed_before_attaching("--show-once");
     cover.reset();
     if (!GetParam()) {
         rename("/var/run.away", "/var/run");
@@ -536,6 +591,7 @@ TEST_P(WithoutTable, LoggingStaysAliveAndSilentInside)
                 Prints(no_table + no_table + diagnostic("get_dbg_level", "invalid parameters")));
     EXPECT_THAT(level, Prints(no_table + diagnostic("get_dbg_level", "invalid parameters")));
     EXPECT_THAT(set, Prints(failed + diagnostic("set_dbg_level", "Failed to get shared memory!")));
+    EXPECT_THAT(show, Prints(no_table));
 }
 
 INSTANTIATE_TEST_SUITE_P(VarRun, WithoutTable, testing::Bool(),
@@ -556,6 +612,8 @@ const bool ran_once = [] {
         log_from_threads();
     } else if (what == "--set-once") {
         set_dbg_level("prod", PROD_DBG_DEBUG);
+    } else if (what == "--show-once") {
+        show_dbg_level(nullptr);
     } else {
         return false;
     }

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_file.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -18,6 +23,46 @@ using test::printed_at;
 using test::Prints;
 using test::read_text;
 using test::write_text;
+
+namespace
+{
+
+bool file_shrinks;  // between the look at its size and the reading
+
+}  // namespace
+
+extern "C" std::size_t fread(void *out, std::size_t size, std::size_t count, FILE *stream)
+{
+    static const auto real =
+        reinterpret_cast<std::size_t (*)(void *, std::size_t, std::size_t, FILE *)>(
+            dlsym(RTLD_NEXT, "fread"));
+    if (file_shrinks) {
+        real(out, 1, 2, stream);
+        return 0;
+    }
+    return real(out, size, count, stream);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define OWN_HEAP  // a sanitizer brings an allocator of its own
+
+namespace
+{
+
+constexpr std::size_t kNone = SIZE_MAX;
+std::size_t refused_size = kNone;  // an allocation of so many zeroed bytes fails
+
+}  // namespace
+
+extern "C" {
+void *__libc_calloc(std::size_t count, std::size_t size);
+
+void *calloc(std::size_t count, std::size_t size)
+{
+    return count * size == refused_size ? nullptr : __libc_calloc(count, size);
+}
+}
+#endif
 
 namespace
 {
@@ -130,6 +175,61 @@ TEST(GetFileContent, Failures)
     EXPECT_EQ(data, &data);
     EXPECT_EQ(len, 4711U);
 }
+
+TEST(GetFileContent, AFileThatCannotBeOpened)
+{
+    write_text(kFile, "12345");
+    get_dbg_info();
+    void *data = &data;
+    u32 len = 0;
+    const std::string text = printed([&] {
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        const rlimit none{0, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        EXPECT_EQ(get_file_content(kFile, &data, &len), 0);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    });
+    EXPECT_THAT(text, Prints(log_line(PROD_DBG_ERROR, "get_file_content",
+                                      "Failed(24) to fopen /tmp/file, Too many open files.")));
+    EXPECT_EQ(len, 5U) << "known before the file is opened";
+    EXPECT_EQ(data, &data);
+}
+
+TEST(GetFileContent, OfAFileThatShrinksTheRestIsZero)
+{
+    const std::string text(5000, 'x');
+    write_text(kFile, text);
+    // What the heap gives out next has been written to before.
+    void *const used = malloc(text.size() + 1);
+    memset(used, '#', text.size() + 1);
+    free(used);
+    file_shrinks = true;
+    std::optional<Content> read;
+    EXPECT_THAT(printed_at(PROD_DBG_DEBUG, [&] { read = content(kFile); }),
+                Prints(log_line(PROD_DBG_DEBUG, "get_file_content", "fread /tmp/file 0!=1")));
+    file_shrinks = false;
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->len, 5000U);
+    EXPECT_EQ(read->text, "xx" + std::string(4999, '\0'));
+}
+
+#ifdef OWN_HEAP
+TEST(GetFileContent, WithoutMemory)
+{
+    write_text(kFile, std::string(70000, 'x'));
+    void *data = &data;
+    u32 len = 0;
+    const int before = test::open_descriptors();
+    refused_size = 70001;
+    EXPECT_THAT(printed([&] { EXPECT_EQ(get_file_content(kFile, &data, &len), 0); }),
+                Prints(log_line(PROD_DBG_ERROR, "get_file_content", "Out of memory.")));
+    refused_size = kNone;
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(len, 70000U);
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+#endif
 
 TEST(WriteFile, KeepsTheTailOfALongerFile)
 {

@@ -3,13 +3,42 @@
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
 #include "support/capture.hpp"
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define OWN_HEAP  // a sanitizer brings an allocator of its own
+
+namespace
+{
+
+constexpr std::size_t kNone = SIZE_MAX;
+std::size_t refused_size = kNone;  // an allocation of so many bytes fails
+
+}  // namespace
+
+extern "C" {
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+
+void *malloc(std::size_t size)
+{
+    return size == refused_size ? nullptr : __libc_malloc(size);
+}
+
+void *calloc(std::size_t count, std::size_t size)
+{
+    return count * size == refused_size ? nullptr : __libc_calloc(count, size);
+}
+}
+#endif
 
 namespace
 {
@@ -285,6 +314,25 @@ TEST(GetSelfPname, IsReadOnceFromTheKernel)
               "dhcpcd_wan1,dhcpcd_wan1");
 }
 
+TEST(GetSelfPname, AFileThatCannotBeOpenedIsTriedAgain)
+{
+    // The one that creates the table asks for its name on the way.
+    printed_in_child([] { get_dbg_info(); });
+    const std::string text = printed_in_child([] {
+        prctl(PR_SET_NAME, "late");
+        get_dbg_info();
+        rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        const rlimit none{0, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        const char *const first = get_self_pname();
+        setrlimit(RLIMIT_NOFILE, &limit);
+        printf("%s,%s", first, get_self_pname());
+    });
+    EXPECT_THAT(text, test::Prints(".* get_self_pname           : Failed\\(24\\) to open file "
+                                   "'/proc/[0-9]+/stat', Too many open files\\.\n.*<null>,late"));
+}
+
 TEST(GetSelfPname, ANameWithAParenthesisEndsThere)
 {
     EXPECT_EQ(printed_in_child([] {
@@ -303,6 +351,27 @@ TEST(GetSelfPname, AnEmptyNameDoesNotMatch)
     EXPECT_THAT(text,
                 test::Prints(".*Failed to get pname from file `/proc/[0-9]+/stat`\n.*<null>"));
 }
+
+#ifdef OWN_HEAP
+TEST(WithoutMemory, NewTexts)
+{
+    const std::string text(70000, 'a');
+    const auto with_refused = [&](std::size_t size, const std::function<char *()> &code) {
+        return test::printed([&] {
+            refused_size = size;
+            char *const result = code();
+            refused_size = kNone;
+            EXPECT_EQ(result, nullptr);
+            free(result);
+        });
+    };
+    EXPECT_THAT(with_refused(3 * 70000 + 1, [&] { return str_join(text.c_str(), "::"); }),
+                test::Prints(test::log_line(PROD_DBG_ERROR, "str_join", "Out of memory.")));
+    // The room: as long as the text, or what nothing but occurrences would come to.
+    EXPECT_EQ(with_refused(70000 + 1, [&] { return str_replace(text.c_str(), "aa", "b"); }), "");
+    EXPECT_EQ(with_refused(105000 + 2, [&] { return str_replace(text.c_str(), "aa", "bbb"); }), "");
+}
+#endif
 
 TEST(ProdHexdump, PrintsRowsOfSixteen)
 {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "ipc/shared_memory.h"
@@ -18,6 +20,24 @@ namespace
 {
 
 constexpr int kRed = 31;
+
+bool shmat_fails;
+
+}  // namespace
+
+extern "C" void *shmat(int id, const void *address, int flags) noexcept
+{
+    if (shmat_fails) {
+        errno = ENOMEM;
+        return reinterpret_cast<void *>(-1);
+    }
+    static const auto real =
+        reinterpret_cast<void *(*)(int, const void *, int)>(dlsym(RTLD_NEXT, "shmat"));
+    return real(id, address, flags);
+}
+
+namespace
+{
 
 std::string message(const std::string &text)
 {
@@ -107,6 +127,21 @@ TEST(GetSharedMemory, ASegmentThatCannotBeCreated)
     EXPECT_THAT(printed([] { EXPECT_EQ(get_shared_memory("empty", 0), nullptr); }),
                 Prints(message("Failed(22) to create shared memory empty, Invalid argument.")));
     EXPECT_EQ(lines_about("/var/run/shm.empty"), 0);
+}
+
+TEST(GetSharedMemory, ASegmentThatCannotBeAttachedStaysUnregistered)
+{
+    shmat_fails = true;
+    const std::string text = printed([] { EXPECT_EQ(get_shared_memory("detached", 16), nullptr); });
+    shmat_fails = false;
+    const int id = shmget(ftok("/var/run/shm.detached", 1), 16, 0);
+    ASSERT_GE(id, 0) << "created all the same";
+    EXPECT_THAT(text, Prints(message("Failed(12) to attach shared memory detached(" +
+                                     std::to_string(id) + "), Cannot allocate memory.")));
+    void *const address = get_shared_memory("detached", 16);
+    EXPECT_NE(address, nullptr);
+    EXPECT_EQ(lines_about("/var/run/shm.detached"), 0) << "only its creator registers it";
+    shmdt(address);
 }
 
 TEST(GetSharedMemory, OfManyAtOnceOneRegisters)
