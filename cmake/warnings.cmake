@@ -26,9 +26,10 @@ target_compile_options(prod_lib_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
     -ffunction-sections -fdata-sections)
 target_link_options(prod_lib_flags INTERFACE
-    -static-libstdc++ -static-libgcc -Wl,--exclude-libs,ALL -Wl,--as-needed -Wl,--gc-sections
+    -static-libstdc++ -static-libgcc -Wl,--as-needed -Wl,--gc-sections
     -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 if(NOT PROD_SANITIZE)
-    # A sanitizer's own symbols stay open until the program that links its run-time is loaded.
-    target_link_options(prod_lib_flags INTERFACE -Wl,--no-undefined)
+    # A sanitizer's own symbols stay open until the program that links its run-time is loaded, and
+    # that program must not hide them.
+    target_link_options(prod_lib_flags INTERFACE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
 endif()

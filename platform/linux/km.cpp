@@ -138,7 +138,7 @@ bool parse_sample(std::string_view line, Sample &sample)
     Sample parsed;
     const bool sound = take_number(line, parsed.wan) && parsed.wan > 0 && take_blank(line) &&
                        take_name(line, parsed.ifname) && take_blank(line) &&
-                       take_number(line, parsed.at) && take_blank(line) &&
+                       take_number(line, parsed.at) && parsed.at > 0 && take_blank(line) &&
                        take_number(line, parsed.received) && take_blank(line) &&
                        take_number(line, parsed.sent) && line == "\n";
     if (sound) {

@@ -335,6 +335,17 @@ TEST_F(WanFlow, AWanWithoutAnInterface)
     EXPECT_LT(time, 0.1);
 }
 
+TEST_F(WanFlow, ARememberedLookOfAnImpossibleTimeIsNone)
+{
+    write_text(kBoard, R"({"wans": [{"id": 1, "interfaces": ["lo"]}]})");
+    for (const char *const time : {"-9223372036854775808", "-1", "0"}) {
+        const std::string line = std::string{"1 lo "} + time + " 0 0\n";
+        write_text(kSamples, line + line);
+        EXPECT_GE(seconds([] { EXPECT_GE(rates_of(1).down, 0); }), 0.1) << time;
+        EXPECT_EQ(read_text(kSamples).find(std::string{"1 lo "} + time + " "), std::string::npos);
+    }
+}
+
 TEST_F(WanFlow, BoardFilesThatNameNoWans)
 {
     const Json object{cJSON_CreateObject(), &cJSON_Delete};
