@@ -447,7 +447,8 @@ int set_dbg_level(const char *name, prod_dbg_lvl_t level)
 
     prod_dbg_cb_t *const slot = match != nullptr ? match : vacant;
     if (slot != nullptr) {
-        if (match == nullptr) {
+        // A count that another program spoiled must not wrap to none.
+        if (match == nullptr && info->num < PROD_DBG_MODULE_MAX) {
             ++info->num;
         }
         memset(slot, 0, sizeof(*slot));

@@ -208,6 +208,15 @@ TEST_F(Debug, ATableThatAnotherProgramSpoiled)
     EXPECT_EQ(set_dbg_level("prod", PROD_DBG_DEBUG), 0) << "no slot is free";
 }
 
+TEST_F(Debug, ASpoiledCountDoesNotWrapToNone)
+{
+    set_dbg_level("a", PROD_DBG_DEBUG);
+    get_dbg_info()->num = 65535;
+    EXPECT_EQ(set_dbg_level("b", PROD_DBG_TRACE), 1);
+    EXPECT_EQ(get_dbg_level("a"), PROD_DBG_DEBUG);
+    EXPECT_EQ(get_dbg_level("b"), PROD_DBG_TRACE);
+}
+
 TEST_F(Debug, ALevelIsSeenByOtherProcessesAtOnce)
 {
     int go[2];
