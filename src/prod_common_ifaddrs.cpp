@@ -63,6 +63,17 @@ int find_mac(Site site, const char *ip, unsigned char *mac)
     return fields;
 }
 
+/** Reports a table that could not be opened; tells whether it was. */
+bool opened(Site site, const NeighbourTable &table)
+{
+    if (!table.is_open()) {
+        const int err = errno;
+        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+        return false;
+    }
+    return true;
+}
+
 bool is_lan_device(const char *device)
 {
     constexpr long long kLastWanVlan = 9;
@@ -210,9 +221,7 @@ int lan_get_macstr_by_ip(const char *ip, char *mac_str)
         return 0;
     }
     NeighbourTable table;
-    if (!table.is_open()) {
-        const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+    if (!opened(PROD_SITE, table)) {
         return 0;
     }
     while (const Neighbour *const entry = table.next()) {
@@ -230,9 +239,7 @@ int ifaddrs_get_ip_by_macstr(char *ip, const char *mac_str)
         return 0;
     }
     NeighbourTable table;
-    if (!table.is_open()) {
-        const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+    if (!opened(PROD_SITE, table)) {
         return 0;
     }
     while (const Neighbour *const entry = table.next()) {
