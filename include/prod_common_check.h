@@ -15,6 +15,12 @@
 
 PROD_BEGIN
 
+/* ---- address ranges that clash ------------------------------------------------------------- */
+
+/* ---- the LAN moves ------------------------------------------------------------------------- */
+
+/* ---- presence ------------------------------------------------------------------------------ */
+
 /** 1 when @p path can be looked up, links followed; else 0, also for NULL. */
 PROD_API int prod_check_file_exist(const char *path);
 

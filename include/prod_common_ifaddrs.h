@@ -199,6 +199,10 @@ PROD_API int get_ip_info_by_ipmac(cJSON *online_infos, const char *ip, const cha
  */
 PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
 
+/* ---- IPv6 ---------------------------------------------------------------------------------- */
+
+/* ---- MACs of the WANs ---------------------------------------------------------------------- */
+
 /**
  * Adds one to a MAC, counted at byte @p c with carries towards byte 1; byte 0, the vendor's, never
  * changes.
@@ -209,6 +213,8 @@ PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
  *         the carry leaves byte 1 (bytes 1 to @p c are then 0)
  */
 PROD_API int ifaddrs_mac_increase(unsigned char *mac, int c);
+
+/* ---- DNS servers for the relay ------------------------------------------------------------- */
 
 PROD_END
 

@@ -202,6 +202,12 @@ PROD_API void wisp_set_webpage_status(int status);
  */
 PROD_API char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int ifname_len);
 
+/* ---- kind of access ------------------------------------------------------------------------ */
+
+/* ---- name resolution ----------------------------------------------------------------------- */
+
+/* ---- bridge and switch --------------------------------------------------------------------- */
+
 PROD_END
 
 #endif

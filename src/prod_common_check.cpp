@@ -29,6 +29,12 @@ using namespace prod;
 namespace
 {
 
+// ---- address ranges that clash --------------------------------------------------------------
+
+// ---- the LAN moves --------------------------------------------------------------------------
+
+// ---- presence -------------------------------------------------------------------------------
+
 constexpr const char *kDiskNameFile = "/tmp/UDiskname";
 constexpr int kBridgePorts = 32;
 constexpr std::size_t kMountLine = 255;
@@ -100,6 +106,12 @@ char *find_item(char *text, const char *delimiters, int index)
 }
 
 }  // namespace
+
+// ---- address ranges that clash --------------------------------------------------------------
+
+// ---- the LAN moves --------------------------------------------------------------------------
+
+// ---- presence -------------------------------------------------------------------------------
 
 int prod_check_file_exist(const char *path)
 {

@@ -12,7 +12,7 @@
 #include <memory>
 
 #include "internal/handle.hpp"
-#include "internal/json_trace.hpp"
+#include "internal/trace.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"

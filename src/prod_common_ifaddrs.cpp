@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/json_trace.hpp"
+#include "internal/trace.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/neighbours.hpp"
@@ -150,6 +150,12 @@ bool is_table_name(const char *table)
     return *table != '\0' && *table != '-' &&
            strpbrk(table, ";&|`$()<>'\"\\*?[]~# \t\r\n\v\f") == nullptr;
 }
+
+// ---- IPv6 -----------------------------------------------------------------------------------
+
+// ---- MACs of the WANs -----------------------------------------------------------------------
+
+// ---- DNS servers for the relay --------------------------------------------------------------
 
 }  // namespace
 
@@ -366,6 +372,10 @@ void iprule_del_by_prio_and_table(int prio, const char *table)
     unlink(kRuleList);
 }
 
+// ---- IPv6 -----------------------------------------------------------------------------------
+
+// ---- MACs of the WANs -----------------------------------------------------------------------
+
 int ifaddrs_mac_increase(unsigned char *mac, int c)
 {
     constexpr const char *kModule = "common_so";
@@ -383,3 +393,5 @@ int ifaddrs_mac_increase(unsigned char *mac, int c)
     PROD_LOG_ERROR(kProd, "mac increase is fail.");
     return -1;
 }
+
+// ---- DNS servers for the relay --------------------------------------------------------------

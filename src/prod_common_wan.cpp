@@ -245,6 +245,12 @@ bool read_server(const char *line, char (&server)[kServerSize])
     return sscanf(line, "nameserver %255s", server) == 1;
 }
 
+// ---- kind of access -------------------------------------------------------------------------
+
+// ---- name resolution ------------------------------------------------------------------------
+
+// ---- bridge and switch ----------------------------------------------------------------------
+
 }  // namespace
 
 int wanid_to_phyid(int wan_id)
@@ -574,3 +580,9 @@ char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int i
     }
     return name;
 }
+
+// ---- kind of access -------------------------------------------------------------------------
+
+// ---- name resolution ------------------------------------------------------------------------
+
+// ---- bridge and switch ----------------------------------------------------------------------

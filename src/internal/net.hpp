@@ -25,6 +25,16 @@ inline constexpr const char *kNoAddress = "0.0.0.0";
 using Mac = std::array<unsigned char, 6>;
 
 /**
+ * Whether a name fits an interface at all, as the kernel sees it: at most 15 characters, no slash,
+ * no blank. What a shell would make of the rest is ShellWord's business. The empty name fits.
+ */
+inline bool can_name_interface(std::string_view name)
+{
+    return name.size() < IFNAMSIZ &&
+           name.find_first_of("/ \t\n\v\f\r") == std::string_view::npos;
+}
+
+/**
  * A dotted quad in host byte order. Text that is no address, and no text at all, is
  * 255.255.255.255.
  */
