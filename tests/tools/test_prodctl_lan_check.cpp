@@ -110,8 +110,8 @@ TEST_F(LanCheck, ARangeWithoutAMaskIsASingleAddress)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out,
               "192.168.0.2/24 clashes.\n"
-              "RANGE  ADDRESS       PROPOSED\n"
-              "lan    192.168.0.1/  -\n");
+              "RANGE  ADDRESS      PROPOSED\n"
+              "lan    192.168.0.1  -\n");
     for (const char *const key : kKeys) {
         UnSetValue(key);
     }

@@ -835,8 +835,8 @@ TEST_F(Conflicts, RangesThatCannotBeAskedAbout)
     char address[16] = "as before";
     const std::string complaint =
         log_line(PROD_DBG_ERROR, "check_ip_conflict_change_itself", "param error.");
-    for (const PROD_CONFLICT_IP_ENUM type : {PROD_CONFLICT_IP_QVLAN, kind(9), kind(-1)}) {
-        EXPECT_THAT(printed([&] { check_ip_conflict_change_itself(type, address); }),
+    for (const int type : {static_cast<int>(PROD_CONFLICT_IP_QVLAN), 9, -1}) {
+        EXPECT_THAT(printed([&] { check_ip_conflict_change_itself(kind(type), address); }),
                     Prints(complaint));
     }
     EXPECT_THAT(printed([] { check_ip_conflict_change_itself(PROD_CONFLICT_IP_LAN, nullptr); }),

@@ -55,8 +55,8 @@ class Ranges
         char address[sizeof(range.ip)] = "";
         get_ip_conflict_new_ip(&range, set_, count_ + 1, address);
         memcpy(range.ip, address, sizeof(address));
-        return prod_check_conflict_with_ip_set(range.ip, range.mask, set_, count_ + 1, range.type) >
-               count_;
+        const int all = count_ + 1;
+        return prod_check_conflict_with_ip_set(range.ip, range.mask, set_, all, range.type) == all;
     }
 
   private:
@@ -66,6 +66,9 @@ class Ranges
 
 std::string with_prefix(const char *address, const char *mask)
 {
+    if (*mask == '\0') {
+        return address;
+    }
     return is_mask(mask) ? format("%s/%d", address, prefix_of(mask))
                          : format("%s/%s", address, mask);
 }
