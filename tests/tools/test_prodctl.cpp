@@ -118,7 +118,8 @@ TEST(Help, AtEachLevel)
                                      "check device",    "check bridge",     "check wan",
                                      "check usb",       "check partition",  "check host",
                                      "str hex",         "str unhex",        "str mac",
-                                     "str hash"}) {
+                                     "str hash",        "lan check",        "check address",
+                                     "check param"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }

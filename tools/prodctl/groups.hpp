@@ -20,10 +20,12 @@ extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
 
-// Commands of the group wan that have a source of their own.
+// Commands that have a source file of their own.
 int run_wan_macs(const Call &call, cJSON *answer);
 void show_wan_macs(const cJSON *answer, Page &page);
 extern const Option kWanMacsOptions[1];
+int run_lan_check(const Call &call, cJSON *answer);
+void show_lan_check(const cJSON *answer, Page &page);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
