@@ -20,5 +20,6 @@
 #include "prod_common_types.h"
 #include "prod_common_wan.h"
 #include "prod_common_wifi.h"
+#include "rbtree.h"
 
 #endif
