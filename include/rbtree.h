@@ -32,13 +32,10 @@
 
 PROD_BEGIN
 
-#define RB_RED 0
-#define RB_BLACK 1
-
 /** A node; it does not move while it is in a tree. */
 typedef struct rb_node {
     /**
-     * The parent's address, with the colour in bit 0; bit 1 is 0. Below 4 there is no parent: the
+     * The parent's address, with the colour in bit 0 (0 red, 1 black); bit 1 is 0. Below 4 there is no parent: the
      * root. A node that is its own parent is in no tree.
      */
     unsigned long rb_parent_color;
@@ -60,7 +57,7 @@ static inline void rb_set_parent(rb_node *rb, rb_node *p)
     rb->rb_parent_color = (rb->rb_parent_color & 3UL) | (unsigned long)p;
 }
 
-/** Makes @p rb RB_RED or RB_BLACK; its parent stays. */
+/** Makes @p rb red (0) or black (1); its parent stays. */
 static inline void rb_set_color(rb_node *rb, int color)
 {
     rb->rb_parent_color = (rb->rb_parent_color & ~1UL) | ((unsigned long)color & 1UL);

@@ -23,6 +23,8 @@ using Side = rb_node *rb_node::*;
 constexpr Side kLeft = &rb_node::rb_left;
 constexpr Side kRight = &rb_node::rb_right;
 
+enum Colour : unsigned char { kRed = 0, kBlack = 1 };
+
 rb_node *parent_of(const rb_node *node)
 {
     return reinterpret_cast<rb_node *>(node->rb_parent_color & ~3UL);
@@ -30,7 +32,7 @@ rb_node *parent_of(const rb_node *node)
 
 bool is_red(const rb_node *node)
 {
-    return (node->rb_parent_color & RB_BLACK) == RB_RED;
+    return (node->rb_parent_color & kBlack) == kRed;
 }
 
 bool is_black_or_none(const rb_node *node)
@@ -40,12 +42,12 @@ bool is_black_or_none(const rb_node *node)
 
 void set_black(rb_node *node)
 {
-    node->rb_parent_color |= RB_BLACK;
+    node->rb_parent_color |= kBlack;
 }
 
 void set_red(rb_node *node)
 {
-    node->rb_parent_color &= ~static_cast<unsigned long>(RB_BLACK);
+    node->rb_parent_color &= ~static_cast<unsigned long>(kBlack);
 }
 
 /** Lets what led from @p parent to @p child lead to @p other. */
@@ -126,7 +128,7 @@ rb_node *make_up_for_black(rb_node *parent, rb_root *root)
         rotate<Far, Near>(sibling, root);
         sibling = parent->*Far;
     }
-    rb_set_color(sibling, is_red(parent) ? RB_RED : RB_BLACK);
+    rb_set_color(sibling, is_red(parent) ? kRed : kBlack);
     set_black(parent);
     set_black(sibling->*Far);
     rotate<Near, Far>(parent, root);
