@@ -2,7 +2,6 @@
 // The red-black tree beside Boost's intrusive set, std::set and libbsd's tree macros. The search is
 // the same loop for all but the standard's, which brings its own: what differs is the tree's work.
 #include <benchmark/benchmark.h>
-#include <bsd/sys/cdefs.h>
 #include <bsd/sys/tree.h>
 
 #include <algorithm>
@@ -70,17 +69,21 @@ struct Library {
     rb_root root = {};
 };
 
+struct BsdNode {
+    RB_ENTRY(BsdNode) link;
+    Key key;
+};
+RB_HEAD(BsdTree, BsdNode);
+
+int compare(const BsdNode *a, const BsdNode *b)
+{
+    return a->key < b->key ? -1 : a->key > b->key ? 1 : 0;
+}
+
+RB_GENERATE_INTERNAL(BsdTree, BsdNode, link, compare, [[maybe_unused]] static)
+
 struct Bsd {
-    struct Node {
-        RB_ENTRY(Node) link;
-        Key key;
-    };
-    RB_HEAD(Tree, Node);
-    static int compare(const Node *a, const Node *b)
-    {
-        return a->key < b->key ? -1 : a->key > b->key ? 1 : 0;
-    }
-    RB_GENERATE_STATIC(Tree, Node, link, compare)
+    using Node = BsdNode;
 
     void insert(Node &node)
     {
@@ -92,7 +95,7 @@ struct Bsd {
         }
         RB_SET(&node, parent, link);
         *link = &node;
-        Tree_RB_INSERT_COLOR(&root, &node);
+        BsdTree_RB_INSERT_COLOR(&root, &node);
     }
     const Node *find(Key key) const
     {
@@ -104,18 +107,18 @@ struct Bsd {
         }
         return nullptr;
     }
-    void erase(Node &node) { Tree_RB_REMOVE(&root, &node); }
+    void erase(Node &node) { BsdTree_RB_REMOVE(&root, &node); }
     Key sum()
     {
         Key total = 0;
         Node *at;
-        RB_FOREACH (at, Tree, &root) {
+        RB_FOREACH (at, BsdTree, &root) {
             total += at->key;
         }
         return total;
     }
 
-    Tree root = RB_INITIALIZER(&root);
+    BsdTree root = RB_INITIALIZER(&root);
 };
 
 struct Boost {

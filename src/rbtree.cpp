@@ -40,14 +40,29 @@ bool is_black_or_none(const rb_node *node)
     return node == nullptr || !is_red(node);
 }
 
-void set_black(rb_node *node)
+void set_parent_and_colour(rb_node *node, const rb_node *parent, Colour colour)
 {
-    node->rb_parent_color |= kBlack;
+    node->rb_parent_color = reinterpret_cast<unsigned long>(parent) | colour;
 }
 
-void set_red(rb_node *node)
+/** Makes a subtree, which may be empty, the child at side Where of a node; its colour stays. */
+template <Side Where>
+void attach(rb_node *node, rb_node *child)
 {
-    node->rb_parent_color &= ~static_cast<unsigned long>(kBlack);
+    node->*Where = child;
+    if (child != nullptr) {
+        rb_set_parent(child, node);
+    }
+}
+
+/** The same with its colour, where that is known. */
+template <Side Where>
+void attach(rb_node *node, rb_node *child, Colour colour)
+{
+    node->*Where = child;
+    if (child != nullptr) {
+        set_parent_and_colour(child, node, colour);
+    }
 }
 
 /** Lets what led from @p parent to @p child lead to @p other. */
@@ -67,40 +82,38 @@ template <Side Down, Side Up>
 void rotate(rb_node *node, rb_root *root)
 {
     rb_node *const up = node->*Up;
-    rb_node *const middle = up->*Down;
-    rb_node *const parent = parent_of(node);
-
-    node->*Up = middle;
-    if (middle != nullptr) {
-        rb_set_parent(middle, node);
-    }
-    up->*Down = node;
-    rb_set_parent(up, parent);
-    rb_set_parent(node, up);
-    replace_child(parent, node, up, root);
+    rb_node *const above = parent_of(node);
+    attach<Up>(node, up->*Down);
+    attach<Down>(up, node);
+    rb_set_parent(up, above);
+    replace_child(above, node, up, root);
 }
 
 /**
- * A red node whose parent, red as well, is the child at side Near of its grandparent.
+ * A red node whose parent, red as well, is the child at side Near of its grandparent. The colours of
+ * all that moves are known, so a rotation sets them with the links.
  * @return the node where two reds may now meet further up; nullptr when all is well
  */
 template <Side Near, Side Far>
 rb_node *part_two_reds(rb_node *node, rb_node *parent, rb_node *grandparent, rb_root *root)
 {
     rb_node *const uncle = grandparent->*Far;
+    rb_node *const above = parent_of(grandparent);
     if (!is_black_or_none(uncle)) {
-        set_black(parent);
-        set_black(uncle);
-        set_red(grandparent);
+        set_parent_and_colour(parent, grandparent, kBlack);
+        set_parent_and_colour(uncle, grandparent, kBlack);
+        set_parent_and_colour(grandparent, above, kRed);
         return grandparent;
     }
     if (node == parent->*Far) {
-        rotate<Near, Far>(parent, root);
+        attach<Far>(parent, node->*Near, kBlack);
+        attach<Near>(node, parent, kRed);
         parent = node;
     }
-    set_black(parent);
-    set_red(grandparent);
-    rotate<Far, Near>(grandparent, root);
+    attach<Near>(grandparent, parent->*Far, kBlack);
+    attach<Far>(parent, grandparent, kRed);
+    set_parent_and_colour(parent, above, kBlack);
+    replace_child(above, grandparent, parent, root);
     return nullptr;
 }
 
@@ -113,25 +126,35 @@ rb_node *make_up_for_black(rb_node *parent, rb_root *root)
 {
     rb_node *sibling = parent->*Far;  // there is one, or the other paths would be shorter
     if (is_red(sibling)) {
-        set_black(sibling);
-        set_red(parent);
-        rotate<Near, Far>(parent, root);
-        sibling = parent->*Far;
+        rb_node *const above = parent_of(parent);
+        rb_node *const inner = sibling->*Near;
+        attach<Far>(parent, inner, kBlack);
+        attach<Near>(sibling, parent, kRed);
+        set_parent_and_colour(sibling, above, kBlack);
+        replace_child(above, parent, sibling, root);
+        sibling = inner;
     }
-    if (is_black_or_none(sibling->*Near) && is_black_or_none(sibling->*Far)) {
-        set_red(sibling);
-        return parent;
+    rb_node *const outer = sibling->*Far;
+    rb_node *up = sibling;  // what comes into the parent's place
+    if (!is_black_or_none(outer)) {
+        set_parent_and_colour(outer, sibling, kBlack);
+    } else if (is_black_or_none(sibling->*Near)) {
+        set_parent_and_colour(sibling, parent, kRed);
+        if (!is_red(parent)) {
+            return parent;
+        }
+        rb_set_color(parent, kBlack);
+        return nullptr;
+    } else {
+        up = sibling->*Near;
+        attach<Near>(sibling, up->*Far, kBlack);
+        attach<Far>(up, sibling, kBlack);
     }
-    if (is_black_or_none(sibling->*Far)) {
-        set_black(sibling->*Near);
-        set_red(sibling);
-        rotate<Far, Near>(sibling, root);
-        sibling = parent->*Far;
-    }
-    rb_set_color(sibling, is_red(parent) ? kRed : kBlack);
-    set_black(parent);
-    set_black(sibling->*Far);
-    rotate<Near, Far>(parent, root);
+    const unsigned long place = parent->rb_parent_color;
+    replace_child(parent_of(parent), parent, up, root);
+    attach<Far>(parent, up->*Near);
+    attach<Near>(up, parent, kBlack);
+    up->rb_parent_color = place;
     return nullptr;
 }
 
@@ -158,8 +181,12 @@ rb_node *step(const rb_node *node)
     if (node == nullptr || parent_of(node) == node) {
         return nullptr;
     }
-    if (node->*Towards != nullptr) {
-        return outermost<Back>(node->*Towards);
+    if (rb_node *below = node->*Towards; below != nullptr) {
+        while (below->*Back != nullptr) {
+            __builtin_prefetch(below->*Towards);  // where a walk over the tree goes after this
+            below = below->*Back;
+        }
+        return below;
     }
     rb_node *parent = parent_of(node);
     while (parent != nullptr && parent->*Towards == node) {
@@ -212,7 +239,7 @@ void __rb_erase_color(rb_node *node, rb_node *parent, rb_root *root)
         parent = parent_of(node);
     }
     if (node != nullptr) {
-        set_black(node);
+        rb_set_color(node, kBlack);
     }
 }
 
@@ -224,7 +251,7 @@ void rb_insert_color(rb_node *node, rb_root *root)
     while (node != nullptr) {
         rb_node *const parent = parent_of(node);
         if (parent == nullptr) {
-            set_black(node);
+            set_parent_and_colour(node, nullptr, kBlack);
             return;
         }
         if (!is_red(parent)) {
@@ -268,10 +295,10 @@ void rb_erase(rb_node *node, rb_root *root)
         replace_child(parent, node, child, root);
     }
     if (child != nullptr) {
-        rb_set_parent(child, parent);
-    }
-    if (lost_black) {
-        __rb_erase_color(child, parent, root);
+        // An only child is red, its parent was black: the child becomes what was lost.
+        set_parent_and_colour(child, parent, kBlack);
+    } else if (lost_black) {
+        __rb_erase_color(nullptr, parent, root);
     }
 }
 
