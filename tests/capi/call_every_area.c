@@ -50,6 +50,54 @@ static void strings(void)
     EXPECT(strcmp(get_self_pname(), "<null>") != 0);
 }
 
+static void encodings(void)
+{
+    char text[8];
+    char *converted = encode_chinese("utf8", "abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    converted = encode_str_to_utf8("abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    EXPECT(get_gb2312("abc") == 0);
+    prod_encode64(text, "abc", sizeof(text));
+    EXPECT(strcmp(text, "YWJj") == 0);
+    EXPECT(prod_decode64(text, "YWJj", sizeof(text)) == 0 && strcmp(text, "abc") == 0);
+}
+
+static void count_call(rb_node *node, void *calls)
+{
+    (void)node;
+    ++*(int *)calls;
+}
+
+static void tree(void)
+{
+    rb_root root = {NULL};
+    rb_node low = {0, NULL, NULL};
+    rb_node high = {0, NULL, NULL};
+    rb_node other;
+    rb_node *deepest;
+    int calls = 0;
+    root.rb_node = &low;
+    rb_insert_color(&low, &root);
+    rb_set_parent(&high, &low);
+    rb_set_color(&high, 0);
+    low.rb_right = &high;
+    rb_insert_color(&high, &root);
+    rb_augment_insert(&high, count_call, &calls);
+    rb_augment_path(&high, count_call, &calls);
+    EXPECT(calls == 4);
+    EXPECT(rb_first(&root) == &low && rb_last(&root) == &high);
+    EXPECT(rb_next(&low) == &high && rb_prev(&high) == &low);
+    rb_replace_node(&high, &other, &root);
+    EXPECT(rb_last(&root) == &other);
+    deepest = rb_augment_erase_begin(&other);
+    rb_erase(&other, &root);
+    rb_augment_erase_end(deepest, count_call, &calls);
+    EXPECT(deepest == &low && calls == 5 && rb_next(&low) == NULL);
+}
+
 static void files(void)
 {
     void *data = NULL;
@@ -172,6 +220,8 @@ int main(void)
     debug_levels();
     shared_memory();
     strings();
+    encodings();
+    tree();
     files();
     configuration();
     json();

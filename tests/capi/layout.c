@@ -106,5 +106,11 @@ int main(void)
 
     RECORD(HLX_MSG);
     FIELD(HLX_MSG, Length);
+    RECORD(rb_node);
+    FIELD(rb_node, rb_parent_color);
+    FIELD(rb_node, rb_right);
+    FIELD(rb_node, rb_left);
+    RECORD(rb_root);
+    FIELD(rb_root, rb_node);
     return 0;
 }

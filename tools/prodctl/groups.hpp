@@ -19,6 +19,8 @@ extern const Command kPortCommand;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kEncodeCommand;
+extern const Command kDecodeCommand;
 
 // Commands that have a source file of their own.
 int run_wan_macs(const Call &call, cJSON *answer);
