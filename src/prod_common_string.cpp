@@ -143,10 +143,14 @@ void encode_two_groups(const char *bytes, char *digits)
     std::uint64_t bits;
     memcpy(&bits, bytes, sizeof(bits));
     bits = be64toh(bits);
-    memcpy(digits, kBase64Pairs[bits >> 52].data(), 2);
-    memcpy(digits + 2, kBase64Pairs[bits >> 40 & 0xFFF].data(), 2);
-    memcpy(digits + 4, kBase64Pairs[bits >> 28 & 0xFFF].data(), 2);
-    memcpy(digits + 6, kBase64Pairs[bits >> 16 & 0xFFF].data(), 2);
+    const auto put_pair = [bits, digits](std::size_t pair) {
+        const auto value = static_cast<std::size_t>(bits >> (52 - 12 * pair) & 0xFFF);
+        memcpy(digits + 2 * pair, kBase64Pairs[value].data(), 2);
+    };
+    put_pair(0);
+    put_pair(1);
+    put_pair(2);
+    put_pair(3);
 }
 
 /** Four digits as three bytes and a NUL. */
