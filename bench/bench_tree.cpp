@@ -97,8 +97,8 @@ struct Bsd {
         Node **link = &RB_ROOT(&root);
         while (*link != nullptr) {
             parent = *link;
-            link = is_less(node.key, parent->key) ? &RB_LEFT(parent, link)
-                                                  : &RB_RIGHT(parent, link);
+            link =
+                is_less(node.key, parent->key) ? &RB_LEFT(parent, link) : &RB_RIGHT(parent, link);
         }
         RB_SET(&node, parent, link);
         *link = &node;
@@ -119,7 +119,8 @@ struct Bsd {
     {
         Key total = 0;
         Node *at;
-        RB_FOREACH (at, BsdTree, &root) {
+        RB_FOREACH(at, BsdTree, &root)
+        {
             total += at->key;
         }
         return total;
@@ -303,10 +304,10 @@ void iterate_list(benchmark::State &state)
 }
 
 #define SIZES ->Arg(1000)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMicrosecond)
-#define EACH_ORDER(what, tree, name)                               \
+#define EACH_ORDER(what, tree, name)                                   \
     BENCHMARK(what<tree, kRandom>)->Name(#what "/random/" name) SIZES; \
     BENCHMARK(what<tree, kAscending>)->Name(#what "/ascending/" name) SIZES
-#define EACH_TREE(what)                \
+#define EACH_TREE(what)                   \
     EACH_ORDER(what, Library, "library"); \
     EACH_ORDER(what, Bsd, "libbsd");      \
     EACH_ORDER(what, Boost, "Boost");     \

@@ -2,7 +2,8 @@
 /**
  * @file
  * An intrusive red-black tree: the caller's record embeds an rb_node, and the tree, which knows no
- * keys and allocates nothing, keeps it balanced. The caller searches, and links a new node as a leaf:
+ * keys and allocates nothing, keeps it balanced. The caller searches, and links a new node as a
+ * leaf:
  *
  * @code
  * struct lease { rb_node node; u32 ip; };
@@ -35,8 +36,8 @@ PROD_BEGIN
 /** A node; it does not move while it is in a tree. */
 typedef struct rb_node {
     /**
-     * The parent's address, with the colour in bit 0 (0 red, 1 black); bit 1 is 0. Below 4 there is no parent: the
-     * root. A node that is its own parent is in no tree.
+     * The parent's address, with the colour in bit 0 (0 red, 1 black); bit 1 is 0. Below 4 there is
+     * no parent: the root. A node that is its own parent is in no tree.
      */
     unsigned long rb_parent_color;
     struct rb_node *rb_right; /**< child or NULL */

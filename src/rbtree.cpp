@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Insertion and removal after Cormen, Leiserson, Rivest and Stein, "Introduction to Algorithms", with
-// NULL for the sentinel: where the book gives the sentinel a parent, the parent is handed on beside
-// the node. Each of the book's mirrored halves is one template over the two sides.
+// Insertion and removal after Cormen, Leiserson, Rivest and Stein, "Introduction to Algorithms",
+// with NULL for the sentinel: where the book gives the sentinel a parent, the parent is handed on
+// beside the node. Each of the book's mirrored halves is one template over the two sides.
 #include "rbtree.h"
 
 #include <initializer_list>
 
-static_assert(sizeof(unsigned long) >= sizeof(void *), "a parent's address must fit beside a colour");
+static_assert(sizeof(unsigned long) >= sizeof(void *),
+              "a parent's address must fit beside a colour");
 
 extern "C" {
 // For the rest of the library only, as the version script has it.
@@ -90,8 +91,8 @@ void rotate(rb_node *node, rb_root *root)
 }
 
 /**
- * A red node whose parent, red as well, is the child at side Near of its grandparent. The colours of
- * all that moves are known, so a rotation sets them with the links.
+ * A red node whose parent, red as well, is the child at side Near of its grandparent. The colours
+ * of all that moves are known, so a rotation sets them with the links.
  * @return the node where two reds may now meet further up; nullptr when all is well
  */
 template <Side Near, Side Far>
@@ -197,8 +198,8 @@ rb_node *step(const rb_node *node)
 }
 
 /**
- * Refreshes a node and its ancestors. A rotation can leave a changed node beside the way up, so each
- * node's sibling is refreshed before their parent.
+ * Refreshes a node and its ancestors. A rotation can leave a changed node beside the way up, so
+ * each node's sibling is refreshed before their parent.
  */
 void refresh_upwards(rb_node *node, rb_augment_f func, void *data)
 {
@@ -227,7 +228,8 @@ void __rb_rotate_right(rb_node *node, rb_root *root)
     rotate<kRight, kLeft>(node, root);
 }
 
-/** @param node  the child of @p parent whose paths lack a black node; may be NULL, as may @p parent */
+/** @param node  the child of @p parent whose paths lack a black node; may be NULL, as may @p parent
+ */
 void __rb_erase_color(rb_node *node, rb_node *parent, rb_root *root)
 {
     while (parent != nullptr && is_black_or_none(node)) {
@@ -269,9 +271,9 @@ void rb_erase(rb_node *node, rb_root *root)
     if (node == nullptr || root == nullptr) {
         return;
     }
-    rb_node *child;       // what comes into the place of the node that leaves its place
-    rb_node *parent;      // of that place
-    bool lost_black;      // whether a black node left it
+    rb_node *child;   // what comes into the place of the node that leaves its place
+    rb_node *parent;  // of that place
+    bool lost_black;  // whether a black node left it
     if (node->rb_left != nullptr && node->rb_right != nullptr) {
         rb_node *const successor = outermost<kLeft>(node->rb_right);
         lost_black = !is_red(successor);

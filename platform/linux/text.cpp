@@ -85,14 +85,10 @@ struct Utf8Form {
     unsigned char second_from, second_to;
 };
 constexpr Utf8Form kUtf8Forms[] = {
-    {0xC2, 0xDF, 2, 0x80, 0xBF},
-    {0xE0, 0xE0, 3, 0xA0, 0xBF},  // less would fit in two bytes
-    {0xE1, 0xEC, 3, 0x80, 0xBF},
-    {0xED, 0xED, 3, 0x80, 0x9F},  // more would be a surrogate
-    {0xEE, 0xEF, 3, 0x80, 0xBF},
-    {0xF0, 0xF0, 4, 0x90, 0xBF},  // less would fit in three bytes
-    {0xF1, 0xF3, 4, 0x80, 0xBF},
-    {0xF4, 0xF4, 4, 0x80, 0x8F},  // more would lie beyond U+10FFFF
+    {0xC2, 0xDF, 2, 0x80, 0xBF}, {0xE0, 0xE0, 3, 0xA0, 0xBF},  // less would fit in two bytes
+    {0xE1, 0xEC, 3, 0x80, 0xBF}, {0xED, 0xED, 3, 0x80, 0x9F},  // more would be a surrogate
+    {0xEE, 0xEF, 3, 0x80, 0xBF}, {0xF0, 0xF0, 4, 0x90, 0xBF},  // less would fit in three bytes
+    {0xF1, 0xF3, 4, 0x80, 0xBF}, {0xF4, 0xF4, 4, 0x80, 0x8F},  // more would lie beyond U+10FFFF
 };
 
 /** Length of the UTF-8 character beyond ASCII at the front of a text; 0 when there is none. */
@@ -125,7 +121,7 @@ std::size_t gbk_character(std::string_view text)
     const auto first = static_cast<unsigned char>(text[0]);
     const auto second = static_cast<unsigned char>(text[1]);
     return is_between(first, 0x81, 0xFE) && is_between(second, 0x40, 0xFE) && second != 0x7F ? 2
-                                                                                            : 0;
+                                                                                             : 0;
 }
 
 /** Whether a text is made of ASCII and of the characters that @p character_at knows. */
@@ -272,9 +268,8 @@ int system_convert_code_format(const char *target, const char *src, char *dst)
             const std::size_t plain = ascii_length(text);
             memcpy(dst, src, plain);
             dst[plain] = '\0';
-            return plain == text.size() || convert(conversion, after(text, plain), dst + plain)
-                       ? 1
-                       : 0;
+            return plain == text.size() || convert(conversion, after(text, plain), dst + plain) ? 1
+                                                                                                : 0;
         }
     }
     return 0;

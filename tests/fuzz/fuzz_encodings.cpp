@@ -71,7 +71,8 @@ void check_base64(const std::string &text, int room)
     FUZZ_CHECK(digits.substr(0, static_cast<std::size_t>(room) - 1) == out.get());
     if (digits.find_first_of("+/") == std::string::npos) {
         const Block back = block(text.size() + 1);
-        FUZZ_CHECK(prod_decode64(back.get(), digits.c_str(), static_cast<int>(text.size() + 1)) == 0);
+        FUZZ_CHECK(prod_decode64(back.get(), digits.c_str(), static_cast<int>(text.size() + 1)) ==
+                   0);
         FUZZ_CHECK(text == back.get());
     }
 }
@@ -79,7 +80,8 @@ void check_base64(const std::string &text, int room)
 void check_conversion(const std::string &text)
 {
     const int format = system_get_code_format(text.c_str());
-    FUZZ_CHECK(format == CODE_FORMAT_PLAIN || format == CODE_FORMAT_GBK || format == CODE_FORMAT_UTF8);
+    FUZZ_CHECK(format == CODE_FORMAT_PLAIN || format == CODE_FORMAT_GBK ||
+               format == CODE_FORMAT_UTF8);
     for (const char *const target : {"utf-8", "gb2312"}) {
         const bool to_utf8 = strcmp(target, "utf-8") == 0;
         const Block out = block(4 * text.size() + 1);
@@ -112,7 +114,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
         return 0;
     }
     // The first byte is the room; the text behind it ends at its first NUL.
-    const std::string text = std::string(reinterpret_cast<const char *>(data) + 1, size - 1).c_str();
+    const std::string text =
+        std::string(reinterpret_cast<const char *>(data) + 1, size - 1).c_str();
     check_base64(text, data[0] + 1);
     check_conversion(text);
     return 0;

@@ -88,7 +88,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     rb_root root = {};
     std::size_t inside = 0;
     constexpr std::size_t kMost = 500;
-    // Two bytes an operation: the item, with "replace" in the top bit, and its key or the other item.
+    // Two bytes an operation: the item, with "replace" in the top bit, and its key or the other
+    // item.
     for (std::size_t at = 0; at + 1 < size && at < 2 * kMost; at += 2) {
         Item &item = items[data[at] % kItems];
         Item &other = items[data[at + 1] % kItems];

@@ -173,14 +173,14 @@ TEST(CodeFormat, EveryBoundaryOfUtf8)
         std::size_t length;
         bool valid;
     } const cases[] = {
-        {0x80, 2, true},       {0x7FF, 2, true},      {0x7F, 2, false},     {0x00, 2, false},
-        {0x800, 3, true},      {0xFFFF, 3, true},     {0x7FF, 3, false},    {0xD7FF, 3, true},
-        {0xD800, 3, false},    {0xDBFF, 3, false},    {0xDC00, 3, false},   {0xDFFF, 3, false},
-        {0xE000, 3, true},     {0xFFFD, 3, true},     {0xFFFE, 3, true},    {0x10000, 4, true},
-        {0x10FFFF, 4, true},   {0x110000, 4, false},  {0xFFFF, 4, false},   {0x1FFFFF, 4, false},
-        {0x3FFFF, 4, true},    {0x40000, 4, true},    {0xFFFFF, 4, true},   {0x100000, 4, true},
-        {0x200000, 5, false},  {0x4000000, 6, false}, {0xFFF, 3, true},     {0x1000, 3, true},
-        {0xCFFF, 3, true},     {0xD000, 3, true},
+        {0x80, 2, true},      {0x7FF, 2, true},      {0x7F, 2, false},   {0x00, 2, false},
+        {0x800, 3, true},     {0xFFFF, 3, true},     {0x7FF, 3, false},  {0xD7FF, 3, true},
+        {0xD800, 3, false},   {0xDBFF, 3, false},    {0xDC00, 3, false}, {0xDFFF, 3, false},
+        {0xE000, 3, true},    {0xFFFD, 3, true},     {0xFFFE, 3, true},  {0x10000, 4, true},
+        {0x10FFFF, 4, true},  {0x110000, 4, false},  {0xFFFF, 4, false}, {0x1FFFFF, 4, false},
+        {0x3FFFF, 4, true},   {0x40000, 4, true},    {0xFFFFF, 4, true}, {0x100000, 4, true},
+        {0x200000, 5, false}, {0x4000000, 6, false}, {0xFFF, 3, true},   {0x1000, 3, true},
+        {0xCFFF, 3, true},    {0xD000, 3, true},
     };
     for (const auto &one : cases) {
         const std::string text = utf8_of(one.code, one.length);

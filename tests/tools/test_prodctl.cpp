@@ -119,7 +119,7 @@ TEST(Help, AtEachLevel)
                                      "check usb",       "check partition",  "check host",
                                      "str hex",         "str unhex",        "str mac",
                                      "str hash",        "lan check",        "check address",
-                                     "check param",       "encode",           "decode"}) {
+                                     "check param",     "encode",           "decode"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }

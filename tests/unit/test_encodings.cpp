@@ -157,8 +157,8 @@ TEST_F(Chinese, FromLevel4BothTextsAreDumped)
     EXPECT_THAT(out, HasSubstr("00000000 | 61 62 00 00 00 00"));
     EXPECT_LT(out.find("Failed to encode"), out.find("`src`"));
     EXPECT_LT(out.find("`src`"), out.find("`dst`"));
-    const std::string gbk = printed_at(
-        PROD_DBG_TRACE, [] { EXPECT_EQ(encode_chinese("gbk", "ab\xe4\xb8"), nullptr); });
+    const std::string gbk =
+        printed_at(PROD_DBG_TRACE, [] { EXPECT_EQ(encode_chinese("gbk", "ab\xe4\xb8"), nullptr); });
     EXPECT_THAT(gbk, HasSubstr("HEXDUMP `src`(length=5):"));
     EXPECT_THAT(gbk, HasSubstr("HEXDUMP `dst`(length=5):"));
 }
@@ -273,7 +273,8 @@ TEST_F(Chinese, TheGb2312Test)
     for (int first = 1; first < 256; ++first) {
         for (const int second : {0x00, 0x40, 0xA0, 0xA1, 0xD0, 0xFE, 0xFF}) {
             const char text[] = {static_cast<char>(first), static_cast<char>(second), '\0'};
-            EXPECT_EQ(answer(text), first >= 0xA1 && first <= 0xF7 && second >= 0xA1 && second <= 0xFE)
+            EXPECT_EQ(answer(text),
+                      first >= 0xA1 && first <= 0xF7 && second >= 0xA1 && second <= 0xFE)
                 << first << " " << second;
         }
     }
@@ -454,7 +455,8 @@ TEST(Base64, DecodedByTheTable)
     EXPECT_EQ(prod_decode64(out, "\x1b\x1f\x1f\x1b", sizeof(out)), 0);
     EXPECT_STREQ(out, "\xfb\xff\xfe");
     EXPECT_EQ(prod_decode64(out, "A+AA", sizeof(out)), 0);
-    EXPECT_EQ(std::string(out, 3), std::string("\x0f\xf0\x00", 3)) << "two bits of the digit in front";
+    EXPECT_EQ(std::string(out, 3), std::string("\x0f\xf0\x00", 3))
+        << "two bits of the digit in front";
     EXPECT_EQ(prod_decode64(out, "AA/A", sizeof(out)), 0);
     EXPECT_EQ(std::string(out, 3), std::string("\x00\x3f\xc0", 3));
 }

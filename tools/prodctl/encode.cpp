@@ -206,8 +206,9 @@ constinit const Command kDecodeCommand = {
     .summary = "The text that base64, hexadecimal digits or GBK stand for",
     .arguments = "[TEXT]",
     .max_arguments = 1,
-    .details = "Without TEXT standard input is taken. Blanks and line ends among digits do not count; "
-               "the text\nends at a zero byte.",
+    .details =
+        "Without TEXT standard input is taken. Blanks and line ends among digits do not count; "
+        "the text\nends at a zero byte.",
     .no = "the text is not in that encoding",
     .run = run_decode,
     .show = show_encoded,

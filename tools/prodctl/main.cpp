@@ -7,10 +7,9 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,    kLanGroup,
-                           kIpv6Group,     kWifiGroup,   kPortCommand, kLedGroup,
-                           kConfigGroup,   kDebugGroup,  kCheckGroup,  kStrGroup,
-                           kEncodeCommand, kDecodeCommand};
+const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,      kLanGroup,     kIpv6Group,
+                           kWifiGroup,     kPortCommand, kLedGroup,      kConfigGroup,  kDebugGroup,
+                           kCheckGroup,    kStrGroup,    kEncodeCommand, kDecodeCommand};
 
 const Command kRoot = {
     .name = "prodctl",
