@@ -72,6 +72,16 @@ static void configuration(void)
     EXPECT(prod_cfm_unset_val("capi.key") == 1);
 }
 
+static void policies(void)
+{
+    char values[PROD_POLICY_TEXT_SIZE] = "";
+    EXPECT(write_file("/etc/reboot_policy.cfg", "reboot_policy:enable=1\tname=Bob's", 34) == 1);
+    assem_policy_data("/etc/reboot_policy.cfg", "reboot_policy:", values);
+    EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
+    EXPECT(upload_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+}
+
 static void json(void)
 {
     cJSON *object = cJSON_CreateObject();
@@ -140,6 +150,7 @@ int main(void)
     strings();
     files();
     configuration();
+    policies();
     json();
     wireless();
     hardware_and_system();
