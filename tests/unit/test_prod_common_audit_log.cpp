@@ -355,7 +355,7 @@ TEST_F(Storage, TheFirstPartitionByName)
     const test::MountedFolder a{"/etc/upan/sda2"};
     std::filesystem::create_directories("/etc/upan/sda1");  // not mounted
     EXPECT_THAT(printed_at(PROD_DBG_DEBUG, [] { EXPECT_EQ(audit_log_set_new_usb_dir(), 1); }),
-                Prints(log_line(PROD_DBG_DEBUG, "audit_log_set_new_usb_dir", "name: sda2\n")));
+                Prints(log_line(PROD_DBG_DEBUG, "audit_log_set_new_usb_dir", "name: sda2")));
     EXPECT_EQ(config()[kKey], "sda2");
     EXPECT_EQ(test::committed_config()[kKey], "sda2");
     EXPECT_EQ(test::config_calls().writes, 1);
@@ -405,7 +405,7 @@ TEST_F(Storage, AFolderThatIsNotThere)
     test::remove_all("/etc/upan");
     EXPECT_THAT(printed([] { EXPECT_EQ(audit_log_set_new_usb_dir(), 0); }),
                 Prints(log_line(PROD_DBG_ERROR, "audit_log_set_new_usb_dir",
-                                "scandir return -1 \n")));
+                                "scandir return -1 ")));
 }
 
 TEST_F(Storage, NothingIsLeftOpen)
