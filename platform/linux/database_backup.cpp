@@ -27,6 +27,7 @@
 #include <cstring>
 #include <optional>
 
+#include "database.hpp"
 #include "file.hpp"
 #include "handle.hpp"
 #include "platform/database.h"
@@ -36,26 +37,19 @@ namespace platform
 namespace
 {
 
-constexpr const char *kFolder = "/cfg/database";
-constexpr mode_t kPrivateFolder = 0700;
 constexpr mode_t kPrivateFile = 0600;
-constexpr std::size_t kNameSize = 64;  // of a database
-constexpr int kBusyMs = 5000;
 
 using Connection = std::unique_ptr<sqlite3, Closer<sqlite3_close>>;
 using Statement = std::unique_ptr<sqlite3_stmt, Closer<sqlite3_finalize>>;
 using Sql = std::unique_ptr<char, Closer<sqlite3_free>>;
 
-bool can_name_database(const char *name)
-{
-    const std::size_t length = name != nullptr ? strnlen(name, kNameSize) : 0;
-    return length > 0 && length < kNameSize && name[0] != '.' && strchr(name, '/') == nullptr;
-}
-
 /** The file of a database. */
 struct Path {
-    explicit Path(const char *name) { snprintf(text, sizeof(text), "%s/%s.db", kFolder, name); }
-    char text[sizeof("/cfg/database/.db") + kNameSize];
+    explicit Path(const char *name)
+    {
+        snprintf(text, sizeof(text), "%s/%s.db", kDatabaseFolder, name);
+    }
+    char text[sizeof("/cfg/database/.db") + kDatabaseNameSize];
 };
 
 /** A connection for one backup, beside the one that table handles work through. */
@@ -199,8 +193,8 @@ struct Frame {
                  static_cast<unsigned long long>(check_of(body)));
     }
 
-    char begin[kNameSize + sizeof("\n##the  database begin##\n")];
-    char end[kNameSize + sizeof("##the  database end##\n")];
+    char begin[kDatabaseNameSize + sizeof("\n##the  database begin##\n")];
+    char end[kDatabaseNameSize + sizeof("##the  database end##\n")];
     char measures[64];
 };
 
@@ -527,11 +521,7 @@ bool load_database(const char *name, std::string_view body)
     if (body.empty() && access(path.text, F_OK) != 0 && errno == ENOENT) {
         return true;  // it was missing when it was saved, too
     }
-    // The engine's own way would let everybody read it.
-    mkdir(kFolder, kPrivateFolder);
-    {
-        const Fd made{open(path.text, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFile)};
-    }
+    make_database_file(path.text);
     const Connection connection = connect(path.text);
     if (connection == nullptr || !exec(connection.get(), "BEGIN IMMEDIATE")) {
         return false;
@@ -547,9 +537,10 @@ using namespace platform;
 
 int db_backup_save(const char *table, const char *file)
 {
+    const Inside alone;
     Buffer body;
     Buffer section;
-    if (!can_name_database(table) || file == nullptr || !body.reserve(1) ||
+    if (!watch_forks() || !can_name_database(table) || file == nullptr || !body.reserve(1) ||
         !save_database(table, body)) {
         return 0;
     }
@@ -564,7 +555,8 @@ int db_backup_save(const char *table, const char *file)
 
 int db_backup_load(const char *table, const char *buffer)
 {
-    if (!can_name_database(table) || buffer == nullptr) {
+    const Inside alone;
+    if (!watch_forks() || !can_name_database(table) || buffer == nullptr) {
         return 0;
     }
     const std::optional<std::string_view> body = find_body(table, buffer);

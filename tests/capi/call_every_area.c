@@ -130,6 +130,20 @@ static void networks(void)
     EXPECT(phyid_to_lanid(0) == 1);
 }
 
+static void address_ranges(void)
+{
+    PROD_IP_CONFLICT_STRU lan;
+    char address[16] = "";
+    prod_cfm_set_val("lan.ip", "192.168.0.1");
+    prod_cfm_set_val("lan.mask", "255.255.255.0");
+    EXPECT(prod_check_ip_conflict("192.168.0.10", "255.255.255.0", &lan, address) == 1);
+    EXPECT(lan.type == PROD_CONFLICT_IP_LAN && strcmp(lan.ip, "192.168.0.1") == 0);
+    EXPECT(prod_check_ip_conflict(address, lan.mask, &lan, address) == 0);
+    EXPECT(check_get_new_ipaddr_by_hostid("192.168.5.77", lan.mask, 1, address) == 0);
+    EXPECT(strcmp(address, "192.168.5.1") == 0);
+    EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
+}
+
 static void wan_status(void)
 {
     WAN_IP_INFO_STRU saved = {"100.64.1.7", "255.255.255.0", "100.64.1.1", "9.9.9.9", "1.1.1.1"};
@@ -155,6 +169,7 @@ int main(void)
     wireless();
     hardware_and_system();
     networks();
+    address_ranges();
     wan_status();
     return failures != 0;
 }

@@ -94,6 +94,12 @@ int main(void)
     FIELD(port_status, duplex);
     FIELD(port_status, nway);
 
+    RECORD(PROD_IP_CONFLICE);
+    FIELD(PROD_IP_CONFLICE, type);
+    FIELD(PROD_IP_CONFLICE, id);
+    FIELD(PROD_IP_CONFLICE, ip);
+    FIELD(PROD_IP_CONFLICE, mask);
+
     RECORD(HLX_MSG);
     FIELD(HLX_MSG, Length);
     return 0;

@@ -19,6 +19,10 @@ extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
 
+// Commands of a group that have a source file of their own.
+int run_lan_check(const Call &call, cJSON *answer);
+void show_lan_check(const cJSON *answer, Page &page);
+
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
 void show_modules(const cJSON *answer, Page &page);
