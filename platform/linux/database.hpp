@@ -9,7 +9,6 @@ namespace platform
 
 inline constexpr const char *kDatabaseFolder = "/cfg/database";
 inline constexpr std::size_t kDatabaseNameSize = 64;
-inline constexpr int kBusyMs = 5000;  // how long another process's writing is waited for
 
 bool can_name_database(const char *name);
 

@@ -39,6 +39,8 @@ namespace
 
 constexpr mode_t kPrivateFile = 0600;
 
+constexpr int kBusyMs = 5000;  // how long another process's writing is waited for
+
 using Connection = std::unique_ptr<sqlite3, Closer<sqlite3_close>>;
 using Statement = std::unique_ptr<sqlite3_stmt, Closer<sqlite3_finalize>>;
 using Sql = std::unique_ptr<char, Closer<sqlite3_free>>;
