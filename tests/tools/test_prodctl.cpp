@@ -113,7 +113,8 @@ TEST(Help, AtEachLevel)
           "system resolve", "system request", "check file",     "check app",     "check mount",
           "check device",   "check bridge",   "check wan",      "check usb",     "check partition",
           "check host",     "check address",  "check param",    "str hex",       "str unhex",
-          "str mac",        "str hash"}) {
+          "str mac",        "str hash",       "backup save",    "backup load",   "backup verify",
+          "policy list",    "policy export",  "policy import"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }

@@ -21,6 +21,8 @@ extern const Command kStrGroup;
 extern const Command kAuditGroup;
 extern const Command kUsbGroup;
 extern const Command kDnsRedirectGroup;
+extern const Command kPolicyGroup;
+extern const Command kBackupGroup;
 
 // Commands of the group system.
 int run_memory(const Call &call, cJSON *answer);
