@@ -387,7 +387,7 @@ class Loader
         Buffer name;
         if (!append_unescaped(name, word) || name.view().empty() ||
             memchr(name.view().data(), '\0', name.view().size()) != nullptr ||
-            !name.append({"", 1})) {
+            !name.append({"\0", 1})) {
             return nullptr;
         }
         return Allocated<char>{name.release()};

@@ -7,10 +7,10 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,    kLanGroup,
-                           kWifiGroup,     kPortCommand, kLedGroup,    kDnsRedirectGroup,
-                           kUsbGroup,      kAuditGroup,  kConfigGroup, kBackupGroup,
-                           kPolicyGroup,   kDebugGroup,  kCheckGroup,  kStrGroup};
+const Command kGroups[] = {
+    kStatusCommand, kSystemGroup, kWanGroup,         kLanGroup,   kIpv6Group,  kWifiGroup,
+    kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup,   kAuditGroup, kConfigGroup,
+    kBackupGroup,   kPolicyGroup, kDebugGroup,       kCheckGroup, kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",
