@@ -80,6 +80,8 @@ static void policies(void)
     EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
     EXPECT(upload_ac_policy() == PAV_RET_OK);
     EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_backup_file_handle(FILE_OPERATE_BUTT, values, 0) == -1);
+    EXPECT(prod_systool_cfg_upload("no backup", 9) == CFG_FILE_INVALID);
 }
 
 static void json(void)

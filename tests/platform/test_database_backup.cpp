@@ -225,6 +225,10 @@ TEST_F(DatabaseBackup, ItIsFoundInAWholeFile)
         "##the default database end##\n";
     EXPECT_EQ(db_backup_load("default", (forged + section + other + "crc=1\n").c_str()), 1);
     EXPECT_EQ(contents(), before);
+    run_sql("delete from servers");
+    EXPECT_EQ(db_backup_load("default", ("crc=1\n" + section).c_str()), 0) << "behind the trailer";
+    EXPECT_EQ(db_backup_load("default", (section + "crc=1\n" + forged).c_str()), 1);
+    EXPECT_EQ(contents(), before);
 }
 
 TEST_F(DatabaseBackup, AnEmptyDatabase)

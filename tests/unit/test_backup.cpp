@@ -498,10 +498,23 @@ TEST_F(Backup, AFullMediumLoadsNothing)
         sections[0] += "key" + std::to_string(i) + "=value\n";
     }
     const std::string file = with_trailer(body_of(sections));
-    const test::MountedFolder full{"/webroot"};
+    for (const char *const folder : {"/webroot", "/etc"}) {
+        const test::MountedFolder full{folder};
+        full.fill();
+        const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_UPLOAD_ERR) << folder; });
+        EXPECT_THAT(all, Not(Contains("cfm Upload")));
+    }
+}
+
+TEST_F(Backup, WhatAFullMediumHoldsIsNoBackup)
+{
+    const test::MountedFolder full{"/etc"};
     full.fill();
-    const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_UPLOAD_ERR); });
-    EXPECT_THAT(all, Not(Contains("cfm Upload")));
+    char name[PROD_BACKUP_NAME_SIZE];
+    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
+    const std::string file = read_text(name);
+    const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_FILE_INVALID); });
+    EXPECT_THAT(all, IsEmpty());
 }
 
 TEST_F(Backup, WhatWasMadeIsTaken)
