@@ -455,8 +455,11 @@ TEST_F(Backup, MarkersBehindTheTrailerAreNone)
 TEST_F(Backup, TheFirstOfTwoEqualMarkersCounts)
 {
     Events sections = kSections;
-    sections[6] += "\n##the wl configure end##\n";
+    sections[0] += "a.value=" + kMarkers[2] + "\n";  // in front of its place it is none
+    sections[6] += "\n" + kMarkers[2] + "\n";
     events_of([&] { EXPECT_EQ(upload(with_trailer(body_of(sections))), CFG_UPGRADE_OK); });
+    EXPECT_EQ(read_text(kConfig), sections[0] + "\nwans.wanwebaddr=\n");
+    EXPECT_EQ(read_text(kPolicyFiles[0]), kMarkers[1] + "\n\n" + sections[2] + "\n");
     EXPECT_EQ(read_text(kPolicyFiles[4]), kMarkers[5] + "\n\n" + sections[6] + "\n");
 }
 
