@@ -209,7 +209,10 @@ int check_fw_valid(int type, const char *path)
         return REFUSE(FW_CHECK_READ, "%s", path != nullptr ? strerror(errno) : "no path");
     }
     char start[sizeof(Header)];
-    const ssize_t got = pread(fd.get(), start, sizeof(start), 0);
+    ssize_t got = 0;
+    do {
+        got = pread(fd.get(), start, sizeof(start), 0);
+    } while (got < 0 && errno == EINTR);
     if (got < 0) {
         return REFUSE(FW_CHECK_READ, "%s", strerror(errno));
     }
