@@ -211,6 +211,14 @@ bool accept(Image &image)
 
 // ---- the partition -----------------------------------------------------------------------------
 
+/** Makes sure of the room in a partition that is a file, which keeps its length for now. */
+bool has_room(const File &partition, std::size_t size)
+{
+    return !is_regular(partition) ||
+           fallocate(partition.fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0 ||
+           errno == EOPNOTSUPP;
+}
+
 /** Opens the partition for this process alone; false, and said why, when it cannot be had. */
 bool take_partition(File &partition, std::size_t size)
 {
@@ -223,10 +231,8 @@ bool take_partition(File &partition, std::size_t size)
         complain(kRefused, "%s: another upgrade is writing it", partition.path);
         return false;
     }
-    const int err =
-        is_regular(partition) ? posix_fallocate(partition.fd, 0, static_cast<off_t>(size)) : 0;
-    if (err != 0) {
-        complain(kRefused, "%s: %s", partition.path, strerror(err));
+    if (!has_room(partition, size)) {
+        complain(kRefused, "%s: %s", partition.path, strerror(errno));
         return false;
     }
     return true;

@@ -122,9 +122,9 @@ EXPORTED int ftruncate(int fd, off_t size) noexcept
     return step() ? -1 : real<int(int, off_t)>("ftruncate")(fd, size);
 }
 
-EXPORTED int posix_fallocate(int fd, off_t at, off_t size)
+EXPORTED int fallocate(int fd, int mode, off_t at, off_t size)
 {
-    return step() ? EIO : real<int(int, off_t, off_t)>("posix_fallocate")(fd, at, size);
+    return step() ? -1 : real<int(int, int, off_t, off_t)>("fallocate")(fd, mode, at, size);
 }
 
 EXPORTED void sync(void) noexcept

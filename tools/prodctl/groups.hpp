@@ -15,6 +15,7 @@ extern const Command kLanGroup;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
+extern const Command kFirmwareGroup;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
