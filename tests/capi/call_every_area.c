@@ -93,6 +93,19 @@ static void wireless(void)
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
 }
 
+static void firmware(void)
+{
+    static char text[] = "no image";
+    int type = 0;
+    EXPECT(flash_check_fw_type_and_crc(text, &type, sizeof(text)) == FW_VALID_IMAGE && type < 0);
+    EXPECT(flash_check_fw_type_and_crc(NULL, &type, 0) == FW_UPLOAD_ERROR);
+    EXPECT(flash_check_fw("/tmp/no_such_image", type) == FW_INVALID_FORMAT);
+    EXPECT(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, text, sizeof(text)) == -1);
+    EXPECT(g_fw_type == type);
+    EXPECT(prod_upgrade_image_to_flash() == -1);
+    kill_other_upgrade_process(UPGRADE_BUTT);
+}
+
 static void hardware_and_system(void)
 {
     char mode[16] = "";
@@ -142,6 +155,7 @@ int main(void)
     configuration();
     json();
     wireless();
+    firmware();
     hardware_and_system();
     networks();
     wan_status();
