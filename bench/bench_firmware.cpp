@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The check of a firmware image of 64 MiB: mapped, as the upgrade does it, beside what it cannot do
-// without: reading the file, and zlib's checksum over it. Memory is what the process has at its
-// peak that is its own, a mapped file aside.
+// without: reading the file, and zlib's checksum over it. own_memory is what the process has beside
+// the mapped file.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -146,24 +146,6 @@ BENCHMARK_CAPTURE(image_of_64_mib, check_uncached, check_mapped, false)
 BENCHMARK_CAPTURE(image_of_64_mib, read_and_zlib_uncached, read_and_checksum, false)
     ->Unit(benchmark::kMillisecond);
 
-/** How much of its own memory a process takes for one check: a child, since peaks only grow. */
-int check_memory()
-{
-    const double before = status_number("RssAnon:");
-    const int fd = open_image(true);
-    if (!check_mapped(fd)) {
-        fprintf(stderr, "The image is refused.\n");
-        return 1;
-    }
-    close(fd);
-    const double grown = status_number("RssAnon:") - before;
-    printf(
-        "own memory before one check %.0f KiB, after %.0f KiB more; peak with the mapping "
-        "%.0f KiB\n",
-        before, grown, status_number("VmHWM:"));
-    return grown < 256 ? 0 : 1;
-}
-
 }  // namespace
 
 int main(int argc, char **argv)
@@ -180,9 +162,6 @@ int main(int argc, char **argv)
     fprintf(board, R"({"model": "virtual-router", "firmware": {"partition": "/x", "size": %zu}})",
             kSize);
     fclose(board);
-    if (argc > 1 && strcmp(argv[1], "memory") == 0) {
-        return check_memory();
-    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     remove(kImage);

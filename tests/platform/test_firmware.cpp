@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "platform/firmware.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -306,6 +311,37 @@ TEST_F(Firmware, EachFailureHasALineOfItsOwn)
     EXPECT_EQ(words.count("it is not valid"), 0U);
     EXPECT_STREQ(fw_failure_text(-100), "it is not valid");
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(Firmware, TheLargestImageTakesNoMemory)
+{
+    constexpr std::size_t kSize = std::size_t{64} * 1024 * 1024;
+    std::string header = image_.substr(0, test::kImageHeaderSize);
+    put_number(header, test::kImageDataSize, kSize - test::kImageHeaderSize);
+    put_number(header, test::kImageDataCrc,
+               crc32_z(0, reinterpret_cast<const Bytef *>(std::string(kSize - 64, '\0').data()),
+                       kSize - test::kImageHeaderSize));
+    write_text(kFile, sealed(header));
+    ASSERT_EQ(truncate(kFile, kSize), 0);
+    write_text("/etc/board.json",
+               R"({"model": "virtual-router", "firmware": {"partition": "/f", "size": 67108864}})");
+    const pid_t child = fork();
+    if (child == 0) {
+        const int fd = open(kFile, O_RDONLY | O_CLOEXEC);
+        auto *const image =
+            static_cast<const char *>(mmap(nullptr, kSize, PROT_READ, MAP_SHARED, fd, 0));
+        const rlimit little{1 << 20, 1 << 20};  // less than the process has: no more is to be had
+        const bool good = setrlimit(RLIMIT_DATA, &little) == 0 &&
+                          malloc(std::size_t{16} << 20) == nullptr &&
+                          check_fw_type(image, kSize) == 2 && check_fw_crc(2, image, kSize) == 0 &&
+                          check_fw_valid(2, kFile) == 0 && check_mtd_size(2, kFile) == 0;
+        _exit(good ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+#endif
 
 // ---- the partition ----------------------------------------------------------------------------
 
