@@ -88,9 +88,11 @@ PROD_API int prod_systool_simple_upload(char *pbuf, long size);
 /**
  * One of the file operations of the web interface.
  *
- * @param type  FILE_OPERATE_SIMPLE_UPGRADE: prod_systool_simple_upload()
- * @param buf   what that function takes
- * @param size  bytes of @p buf
+ * @param type  FILE_OPERATE_SIMPLE_UPGRADE: prod_systool_simple_upload();
+ *              FILE_OPERATE_UPLOAD: prod_systool_cfg_upload();
+ *              FILE_OPERATE_DOWNLOAD: prod_systool_sys_cfg_download()
+ * @param buf   what that function takes; for a download it receives the file's name
+ * @param size  bytes of @p buf; not used for a download
  * @return what that function returns; -1 for any other type (logged at level 2, module "prod")
  */
 PROD_API int systool_file_handle(FILE_OPERATE_ENUM type, char *buf, long size);

@@ -24,6 +24,7 @@
 #include "prod_common_cfm.h"
 #include "prod_common_string.h"
 #include "prod_common_system.h"
+#include "prod_common_systool.h"
 
 using namespace prod;
 
@@ -185,6 +186,10 @@ int systool_file_handle(FILE_OPERATE_ENUM type, char *buf, long size)
     switch (type) {
         case FILE_OPERATE_SIMPLE_UPGRADE:
             return prod_systool_simple_upload(buf, size);
+        case FILE_OPERATE_UPLOAD:
+            return prod_systool_cfg_upload(buf, size);
+        case FILE_OPERATE_DOWNLOAD:
+            return prod_systool_sys_cfg_download(buf);
         default:
             PROD_LOG_ERROR(kProd, "invalid type:%d", static_cast<int>(type));
             return -1;

@@ -72,6 +72,16 @@ static void configuration(void)
     EXPECT(prod_cfm_unset_val("capi.key") == 1);
 }
 
+static void policies(void)
+{
+    char values[PROD_POLICY_TEXT_SIZE] = "";
+    EXPECT(write_file("/etc/reboot_policy.cfg", "reboot_policy:enable=1\tname=Bob's", 34) == 1);
+    assem_policy_data("/etc/reboot_policy.cfg", "reboot_policy:", values);
+    EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
+    EXPECT(upload_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+}
+
 static void json(void)
 {
     cJSON *object = cJSON_CreateObject();
@@ -133,6 +143,20 @@ static void networks(void)
     EXPECT(phyid_to_lanid(0) == 1);
 }
 
+static void address_ranges(void)
+{
+    PROD_IP_CONFLICT_STRU lan;
+    char address[16] = "";
+    prod_cfm_set_val("lan.ip", "192.168.0.1");
+    prod_cfm_set_val("lan.mask", "255.255.255.0");
+    EXPECT(prod_check_ip_conflict("192.168.0.10", "255.255.255.0", &lan, address) == 1);
+    EXPECT(lan.type == PROD_CONFLICT_IP_LAN && strcmp(lan.ip, "192.168.0.1") == 0);
+    EXPECT(prod_check_ip_conflict(address, lan.mask, &lan, address) == 0);
+    EXPECT(check_get_new_ipaddr_by_hostid("192.168.5.77", lan.mask, 1, address) == 0);
+    EXPECT(strcmp(address, "192.168.5.1") == 0);
+    EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
+}
+
 static void wan_status(void)
 {
     WAN_IP_INFO_STRU saved = {"100.64.1.7", "255.255.255.0", "100.64.1.1", "9.9.9.9", "1.1.1.1"};
@@ -146,6 +170,32 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
+static void figures_and_storage(void)
+{
+    int memory = -1;
+    char now[PROD_CURTIME_SIZE];
+    char version[PROD_POLICY_VERSION_SIZE];
+    char disks[128];
+    char record[PROD_USB_RECORD_SIZE];
+    char message[PROD_AUDIT_MSG_SIZE] = "anna";
+    audit_save_log_info info;
+    EXPECT(systool_get_memInfo(&memory) == HLX_OK && memory > 0 && memory <= 100);
+    EXPECT(systool_get_memfree() > 0);
+    systool_get_curtime(now);
+    EXPECT(strlen(now) == 19);
+    EXPECT(get_prod_version(version, sizeof(version)) == 1 && get_svn_version() == 1);
+    EXPECT(get_hard_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0.0") == 0);
+    EXPECT(get_policy_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0") == 0);
+    add_dns_redirect_rule("capi.example", "192.0.2.1");
+    del_dns_redirect_rule("capi.example");
+    EXPECT(fill_audit_log_info(&info, "00:11:22:AA:BB:CC", "192.0.2.1", 4, message,
+                               sizeof(message)) == 1);
+    EXPECT(strncmp(info.msg, "user anna time:", 15) == 0 && info.appid == 4);
+    EXPECT(audit_log_set_new_usb_dir() == 0);
+    prod_common_usb_get_diskname(disks, sizeof(disks));
+    EXPECT(prod_common_write_usb_volume_to_file("sdz9", record, 0) == (int)strlen(record));
+}
+
 int main(void)
 {
     debug_levels();
@@ -153,11 +203,14 @@ int main(void)
     strings();
     files();
     configuration();
+    policies();
     json();
     wireless();
     firmware();
     hardware_and_system();
     networks();
+    address_ranges();
     wan_status();
+    figures_and_storage();
     return failures != 0;
 }

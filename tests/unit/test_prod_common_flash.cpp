@@ -20,6 +20,7 @@
 #include "platform/debug.h"
 #include "platform/firmware.h"
 #include "platform/process.h"
+#include "prod_common_systool.h"
 #include "support/capture.hpp"
 #include "support/commands.hpp"
 #include "support/config.hpp"
@@ -50,6 +51,7 @@ struct Checks {
 };
 Checks checks;
 
+std::vector<std::string> backups;  // what was asked of the configuration's backup
 std::vector<std::string> platform_log;
 int failing_mmap;  // errno
 std::vector<std::string> unmapped;
@@ -87,6 +89,19 @@ int check_mtd_size(int type, const char *path)
 {
     checks.asked.push_back("mtd " + std::to_string(type) + " " + path);
     return checks.mtd;
+}
+
+int prod_systool_cfg_upload(const char *pbuf, long size)
+{
+    backups.push_back("upload " + std::string(pbuf, static_cast<std::size_t>(size)));
+    return 17;
+}
+
+int prod_systool_sys_cfg_download(char *filename)
+{
+    backups.emplace_back("download");
+    strcpy(filename, "the name");
+    return 18;
 }
 
 /** Goes through the recorded commands, so that the order of stops and commands shows. */
@@ -409,6 +424,11 @@ TEST_F(Flash, FileOperations)
     EXPECT_THAT(checks.asked, testing::Contains("type buffer"));
     checks.crc = -1;
     EXPECT_EQ(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, image, 6), -2);
+    char name[64] = "";
+    EXPECT_EQ(systool_file_handle(FILE_OPERATE_UPLOAD, image, 6), 17);
+    EXPECT_EQ(systool_file_handle(FILE_OPERATE_DOWNLOAD, name, 6), 18);
+    EXPECT_STREQ(name, "the name");
+    EXPECT_THAT(backups, ElementsAre("upload buffer", "download"));
     for (const int type : {3, 4, -1, 99}) {
         EXPECT_THAT(
             printed([&] {

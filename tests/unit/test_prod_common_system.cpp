@@ -884,6 +884,7 @@ TEST_F(Versions, OfPoliciesInLongLines)
 TEST_F(Versions, OfPoliciesWithoutAFileOrABuffer)
 {
     char text[PROD_POLICY_VERSION_SIZE] = "before";
+    test::remove_all(kPolicyFile);
     EXPECT_EQ(get_policy_version(text, sizeof(text)), 1);
     write_text(kPolicyFile, "ver;1\n");
     EXPECT_EQ(get_policy_version(nullptr, 8), 1);

@@ -19,6 +19,23 @@ extern const Command kFirmwareGroup;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kAuditGroup;
+extern const Command kUsbGroup;
+extern const Command kDnsRedirectGroup;
+
+// Commands of the group system.
+int run_memory(const Call &call, cJSON *answer);
+void show_memory(const cJSON *answer, Page &page);
+int run_cpu(const Call &call, cJSON *answer);
+void show_cpu(const cJSON *answer, Page &page);
+int run_versions(const Call &call, cJSON *answer);
+void show_versions(const cJSON *answer, Page &page);
+int run_reboot(const Call &call, cJSON *answer);
+int run_restore(const Call &call, cJSON *answer);
+
+// Commands of a group that have a source file of their own.
+int run_lan_check(const Call &call, cJSON *answer);
+void show_lan_check(const cJSON *answer, Page &page);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
