@@ -294,8 +294,7 @@ bool write_until_it_holds(const Image &image, const File &partition)
     return false;
 }
 
-/** Without this, a message could end in the flash: the partition would be what "standard output"
- * is. */
+/** Without these, the partition could be what "standard output" is, and take the messages. */
 void fill_standard_descriptors()
 {
     int fd = 0;

@@ -217,9 +217,16 @@ TEST(Firmware, AnUpgradeByTheTool)
         write_text("/cfg/new.img", firmware_image(noise(1000000)));
         EXPECT_EQ(must("prodctl firmware check /cfg/new.img --json"),
                   "{\"file\":\"/cfg/new.img\",\"size\":1000064,\"type\":2,\"valid\":true}\n");
+        // Telnet takes the terminal with it.
+        must(
+            "ln -s /bin/busybox /tmp/telnetd; (exec -a sh /tmp/telnetd -c 'trap \"killall -HUP "
+            "prodctl; killall -INT prodctl; killall -TERM prodctl; killall -PIPE prodctl; "
+            "touch /cfg/hung_up; exit\" TERM; sleep 1000 & wait' </dev/null >/dev/null 2>&1 &)");
+        story::eventually("telnet is up", [] { return monitor_check_exist("telnetd") != 0; });
         must("(prodctl firmware write /cfg/new.img >/cfg/console 2>&1 &)");
         wait_for_the_restart();
     }
+    EXPECT_TRUE(exists("/cfg/hung_up"));
     EXPECT_EQ(read_text(kFlash), read_text("/cfg/new.img"));
     EXPECT_THAT(read_text("/cfg/console"), HasSubstr("asked for by prodctl\n"));
     EXPECT_EQ(must("prodctl firmware check /cfg/flash/firmware"),

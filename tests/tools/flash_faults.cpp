@@ -4,6 +4,7 @@
 //   kill N    the process is killed in front of step N
 //   fail N    step N fails with EIO
 //   short     every other transfer is interrupted, the others move at most 1000 bytes
+//   ignore    writes change nothing, and say that all went well
 //   spoil N   the first N writes of contents change a byte
 //
 // A step is a call that changes a file, or asks for its change to be kept.
@@ -91,6 +92,9 @@ EXPORTED ssize_t pwrite(int fd, const void *bytes, size_t size, off_t at)
     }
     if (interrupt(size)) {
         return -1;
+    }
+    if (fault().is("ignore")) {
+        return static_cast<ssize_t>(size);
     }
     std::string copy{static_cast<const char *>(bytes), size};
     if (at > 0 && fault().is("spoil") && fault().number > 0) {

@@ -245,6 +245,17 @@ TEST_F(Upgrade, FlashThatKeepsForgettingDoesNotRestart)
     EXPECT_TRUE(restarted_with(image_));
 }
 
+TEST_F(Upgrade, FlashThatIsWriteProtected)
+{
+    const std::string old = firmware_image(noise(200001).substr(1));
+    write_text(kFlash, old);
+    const Outcome outcome = upgrade(kOrdinary, "ignore");
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.err, HasSubstr("what is read back differs (attempt 3 of 3)\n"));
+    EXPECT_EQ(read_text(kFlash), old);
+    EXPECT_FALSE(test::exists(kRebooted));
+}
+
 TEST_F(Upgrade, EveryStepThatFails)
 {
     // The first is the room in the partition, before which nothing is written.

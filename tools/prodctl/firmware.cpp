@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
 
 #include "groups.hpp"
@@ -224,6 +225,17 @@ int store_image(const Image &image)
     return err;
 }
 
+/**
+ * The terminal may be one of telnet, which is stopped as well: from here on, nothing that goes away
+ * must leave a device whose daemons are stopped for no upgrade.
+ */
+void ignore_signals()
+{
+    for (const int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
+        signal(signo, SIG_IGN);
+    }
+}
+
 constexpr Option kWriteOptions[] = {
     {"--wait", "SECONDS", "longest wait for the restart behind the writing (default: 30)"}};
 
@@ -247,6 +259,7 @@ int run_write(const Call &call, cJSON *answer)
             return call.no("%s: %s", PROD_FW_IMAGE, strerror(err));
         }
     }
+    ignore_signals();
     fprintf(stderr, "prodctl: stopping the daemons\n");
     prod_systool_write_image(nullptr);
     sleep(static_cast<unsigned int>(*wait));
