@@ -217,7 +217,7 @@ int check_fw_valid(int type, const char *path)
         return REFUSE(FW_CHECK_READ, "%s", strerror(errno));
     }
     Header header;
-    if (!S_ISREG(status.st_mode) || !read_header(start, got, header)) {
+    if (!read_header(start, got, header)) {
         return REFUSE(FW_CHECK_FORMAT, "%s", path);
     }
     const int result = check_header(header, type, static_cast<u64>(status.st_size));

@@ -791,7 +791,7 @@ TEST_F(Flash, TheOtherInitiators)
 
 TEST_F(Flash, AnInitiatorThatIsNone)
 {
-    for (const int type : {4, 5, 99, -1}) {
+    for (const int type : {4, 5, 7}) {
         const RecordedCommands commands;
         const auto initiator = static_cast<SYSTEM_UPGRADE_TYPE_ENUM>(type);
         const std::string said =
