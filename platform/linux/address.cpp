@@ -94,3 +94,21 @@ int ifaddrs_ipmask_to_numeric(const char *mask)
     }
     return length;
 }
+
+int ifaddrs_get_ifip(const char *ifname, char *addr)
+{
+    if (addr == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    platform::Interface interface {
+        ifname
+    };
+    if (!interface.ask(SIOCGIFADDR)) {
+        return -1;
+    }
+    sockaddr_in address;
+    memcpy(&address, &interface.answer().ifr_addr, sizeof(address));
+    inet_ntop(AF_INET, &address.sin_addr, addr, INET_ADDRSTRLEN);
+    return 0;
+}

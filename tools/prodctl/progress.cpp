@@ -28,9 +28,7 @@ bool passed(int descriptor, int milliseconds)
 }  // namespace
 
 Progress::Progress(std::string what)
-    : what_(printable(what)),
-      terminal_(isatty(STDERR_FILENO) == 1),
-      stop_(eventfd(0, EFD_CLOEXEC))
+    : what_(printable(what)), terminal_(isatty(STDERR_FILENO) == 1), stop_(eventfd(0, EFD_CLOEXEC))
 {
     clock_gettime(CLOCK_MONOTONIC, &start_);
     running_ = stop_ >= 0 && pthread_create(&thread_, nullptr, run, this) == 0;

@@ -33,6 +33,15 @@ PLATFORM_API int ifaddrs_get_if_netmac(const char *ifname, unsigned char *mac);
  */
 PLATFORM_API int ifaddrs_ipmask_to_numeric(const char *mask);
 
+/**
+ * Reads the IPv4 address of an interface, the first one when there are several.
+ * @param addr  16 bytes; receives a dotted quad; untouched on failure
+ * @return 0 on success, -1 on failure: errno is ENODEV for an interface that does not exist,
+ *         EADDRNOTAVAIL for one without an IPv4 address, EINVAL for a name that cannot be one or a
+ *         NULL @p addr
+ */
+PLATFORM_API int ifaddrs_get_ifip(const char *ifname, char *addr);
+
 PLATFORM_END
 
 #endif
