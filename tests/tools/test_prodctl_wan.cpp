@@ -536,11 +536,15 @@ TEST_F(Status, EverythingOnOnePage)
     const Bridge bridge;
     bridge.knows("192.168.0.100", "02:00:5e:00:53:01");
     set_dbg_level("prod", PROD_DBG_ERROR);
+    test::write_text("/etc/resolv.conf", "nameserver 9.9.9.9\nnameserver 1.1.1.1\n");
+    const FileHolds relay{"/etc/dns.conf", " -s 100.64.1.1  -s 2001:db8::53 "};
     const Outcome outcome = prodctl({"status"});
     EXPECT_EQ(outcome.status, 0);
     for (const char *const part :
          {"System\n------\n  system mode  gateway (3)\n",
           "\n\nWANs\n----\nWAN 1 connected (dhcp)\n", "\n\nWAN 2 no wire (static)\n",
+          "\n\nName servers\n------------\n  resolver  9.9.9.9, 1.1.1.1\n"
+          "  relay     100.64.1.1, 2001:db8::53\n",
           "\n\nPorts\n-----\nPLACE  PHYSICAL",
           "\n\nNeighbours on the LAN\n---------------------\nADDRESS", "192.168.0.100",
           "\n\nDebug levels\n------------\nMODULE  LEVEL\nprod    error\n"}) {
@@ -571,7 +575,7 @@ TEST_F(Status, OfABareDevice)
     ASSERT_EQ(SetValue("sys.ports", ""), 1);
     const std::string page = prodctl({"status"}).out;
     for (const char *const part :
-         {"No WAN is configured.\n", "No port is configured.\n", "No neighbour is known.\n",
+         {"No WAN is configured.\n", "  resolver  -\n  relay     -\n", "No port is configured.\n", "No neighbour is known.\n",
           "No module is registered: only errors are written.\n"}) {
         EXPECT_THAT(page, HasSubstr(part));
     }
