@@ -77,9 +77,8 @@ std::string answer(std::size_t aliases, std::size_t addresses)
         owner = target;
     }
     for (std::size_t i = 0; i < addresses; ++i) {
-        text += record(1, pointer_to(owner), {"\xC6\x33\x64", 3});
-        text[text.size() - 4] = 4;
-        text += static_cast<char>(i + 1);
+        const std::string address = {'\xC6', '\x33', '\x64', static_cast<char>(i + 1)};
+        text += record(1, pointer_to(owner), address);
     }
     return text;
 }
@@ -132,7 +131,8 @@ std::size_t with_libc(const std::string &text, Addresses &out)
 
 using Reader = std::size_t(const std::string &, Addresses &);
 
-void read(benchmark::State &state, Reader *reader, std::size_t aliases, std::size_t addresses)
+void read_answer(benchmark::State &state, Reader *reader, std::size_t aliases,
+                 std::size_t addresses)
 {
     const std::string text = answer(aliases, addresses);
     Addresses out;
@@ -187,8 +187,8 @@ int main(int argc, char **argv)
             return 1;
         }
         for (const auto &[name, reader] : kReaders) {
-            benchmark::RegisterBenchmark((std::string{shape.name} + "/" + name).c_str(), read,
-                                         reader, shape.aliases, shape.addresses);
+            benchmark::RegisterBenchmark((std::string{shape.name} + "/" + name).c_str(),
+                                         read_answer, reader, shape.aliases, shape.addresses);
         }
     }
     benchmark::Initialize(&argc, argv);

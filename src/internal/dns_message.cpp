@@ -42,16 +42,47 @@ void append_u16(DnsQuestion &question, std::size_t &length, unsigned int value)
     question[length++] = static_cast<unsigned char>(value);
 }
 
-void append(DnsName &name, std::size_t &length, const void *text, std::size_t size)
+/** A name on its way into a text; what has no room is left out. */
+class NameText
 {
-    const std::size_t room = name.size() - 1 - length;
-    const std::size_t taken = std::min(size, room);
-    memcpy(name.data() + length, text, taken);
-    length += taken;
-}
+  public:
+    NameText(DnsName &text, std::size_t length) : text_(text.data()), length_(length) {}
 
-/** parse_dns_name() without the NUL. */
-bool append_name(Message message, std::size_t at, DnsName &out, std::size_t &length)
+    /** Appends @p size bytes, with a dot in front unless they are the first. */
+    void append_label(Message message, std::size_t at, std::size_t size, bool first)
+    {
+        if (!first && length_ < kMost) {
+            text_[length_++] = '.';
+        }
+        // Most labels are short: a block of fixed size costs less than the exact bytes. What stands
+        // in it behind the label is written over.
+        constexpr std::size_t kBlock = 16;
+        if (size <= kBlock && message.size() - at >= kBlock && kMost - length_ >= kBlock) {
+            memcpy(text_ + length_, &message[at], kBlock);
+            length_ += size;
+            return;
+        }
+        const std::size_t taken = std::min(size, kMost - length_);
+        memcpy(text_ + length_, &message[at], taken);
+        length_ += taken;
+    }
+
+    /** @return the length of the text */
+    std::size_t end()
+    {
+        text_[length_] = '\0';
+        return length_;
+    }
+
+  private:
+    static constexpr std::size_t kMost = std::tuple_size_v<DnsName> - 1;
+
+    char *text_;
+    std::size_t length_;
+};
+
+/** Walks over the labels of a name; true when it is whole. */
+bool append_name(Message message, std::size_t at, NameText &text)
 {
     bool elsewhere = false;  // a pointer lost its upper bits, so what is met proves nothing
     int jumps = 0;
@@ -73,13 +104,18 @@ bool append_name(Message message, std::size_t at, DnsName &out, std::size_t &len
         if (lead > message.size() - at || ++labels > kMostLabels) {
             break;
         }
-        if (labels > 1) {
-            append(out, length, ".", 1);
-        }
-        append(out, length, &message[at], lead);
+        text.append_label(message, at, lead, labels == 1);
         at += lead;
     }
     return elsewhere;
+}
+
+/** Whether a name can be decoded. */
+bool is_name(Message message, std::size_t at)
+{
+    DnsName name;
+    std::size_t length = 0;
+    return parse_dns_name(message, at, name, length);
 }
 
 /** Moves on behind a question; names in questions are not compressed. */
@@ -129,9 +165,9 @@ bool generate_question(const char *dns_name, DnsQuestion &buf, std::size_t &len)
 bool parse_dns_name(std::span<const unsigned char> chunk, std::size_t ptr, DnsName &out,
                     std::size_t &len)
 {
-    len = std::min(len, out.size() - 1);
-    const bool whole = append_name(chunk, ptr, out, len);
-    out[len] = '\0';
+    NameText text{out, std::min(len, out.size() - 1)};
+    const bool whole = append_name(chunk, ptr, text);
+    len = text.end();
     return whole;
 }
 
@@ -166,13 +202,17 @@ std::size_t parse_dns_answer(std::span<const unsigned char> chunk, std::span<in_
         }
     }
     std::size_t found = 0;
+    std::size_t known = 0;  // a pointer to a name that was read already: most owners are that
     for (unsigned int i = read_u16(chunk, kAnswerCount); i > 0 && found < addresses.size(); --i) {
-        // Nobody needs the names, but an answer whose names lead nowhere is no answer.
-        DnsName name;
-        std::size_t name_length = 0;
-        if (chunk.size() - at < kRecordData || !parse_dns_name(chunk, at, name, name_length)) {
+        if (chunk.size() - at < kRecordData) {
             break;
         }
+        // Nobody needs the names, but an answer whose names lead nowhere is no answer.
+        const std::size_t owner = read_u16(chunk, at);
+        if (owner != known && !is_name(chunk, at)) {
+            break;
+        }
+        known = is_pointer(chunk[at]) != 0 ? owner : 0;
         const unsigned int type = read_u16(chunk, at + kRecordType);
         const unsigned int length = read_u16(chunk, at + kRecordLength);
         at += kRecordData;
@@ -180,10 +220,10 @@ std::size_t parse_dns_answer(std::span<const unsigned char> chunk, std::span<in_
             break;
         }
         if (type == kTypeCname) {
-            name_length = 0;
-            if (!parse_dns_name(chunk, at, name, name_length)) {
+            if (!is_name(chunk, at)) {
                 break;
             }
+            known = kPointerBits << 8 | at;
         } else if (type == kTypeA && length == sizeof(in_addr)) {
             memcpy(&addresses[found++], &chunk[at], sizeof(in_addr));
         }
