@@ -27,7 +27,7 @@ bool passed(int descriptor, int milliseconds)
 
 }  // namespace
 
-Progress::Progress(std::string what)
+Progress::Progress(const std::string &what)
     : what_(printable(what)), terminal_(isatty(STDERR_FILENO) == 1), stop_(eventfd(0, EFD_CLOEXEC))
 {
     clock_gettime(CLOCK_MONOTONIC, &start_);

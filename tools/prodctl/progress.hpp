@@ -19,7 +19,7 @@ class Progress
 {
   public:
     /** @param what  what is being done: "asking 100.64.1.53 for www.example.net" */
-    explicit Progress(std::string what);
+    explicit Progress(const std::string &what);
     ~Progress();
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
