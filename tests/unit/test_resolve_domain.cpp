@@ -553,6 +553,11 @@ TEST_F(ResolveDomain, NamesThatLeadNowhereEndTheReading)
     EXPECT_EQ(resolved(message({record(5, at(start + 12)), address(1)})), "0") << "an alias";
     EXPECT_EQ(resolved(message({record(5, at(start + 14) + at(start + 12)), address(1)})), "0")
         << "two pointers to each other";
+    const std::string alias = record(5, label("web") + "\xC0\x10"s);
+    EXPECT_EQ(resolved(message({alias, record(1, "\x0A\x00\x00\x01"s, at(start + 12))})),
+              "1 10.0.0.1");
+    EXPECT_EQ(resolved(message({alias, record(1, "\x0A\x00\x00\x01"s, at(start + 13))})), "0")
+        << "into the middle of a label";
     EXPECT_EQ(resolved(message({address(1)}) + "\xC0"), "1 198.51.100.1");
     std::string half = header(1, 2) + kQuestion + address(1) + record(5, "\xC0"s);
     EXPECT_EQ(resolved(half), "1 198.51.100.1");
