@@ -206,6 +206,42 @@ PROD_API char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsig
 
 /* ---- name resolution ----------------------------------------------------------------------- */
 
+/**
+ * Asks one DNS server over one interface for the IPv4 addresses of a name, past the system's
+ * resolver and its cache: whether a line and a server work is what the caller wants to know.
+ *
+ * One query, no repetition, and the first datagram that arrives is taken for the answer, whoever
+ * sent it: its id and flags are not looked at. An answer is read as far as it can be.
+ *
+ * @param domain          the name, at most 122 characters; a dot at its end asks for an empty last
+ *                        label, and "" for an empty name
+ * @param interface_name  interface to send from, its first 15 characters count; NULL or "" leaves
+ *                        it to the routes. Needs the right to bind to a device (CAP_NET_RAW).
+ * @param dnsserver       dotted quad
+ * @param ipaddr1         16 bytes
+ * @param ipaddr2         16 bytes, or NULL: one address is enough
+ * @param ipaddr3         16 bytes, or NULL: two are enough; not used when @p ipaddr2 is NULL
+ * @return how many addresses were stored, 0 to 3, in the answer's order; the other texts are
+ *         untouched. -1 on failure, after perror() with the step that failed: "create socket",
+ *         "socket set send time", "socket set recv time", "bind interface", "send request" (also
+ *         for a server that is no address), "recv response". -1 without a message, and nothing
+ *         sent, for a NULL @p domain, @p dnsserver or @p ipaddr1, for the servers "" and "0.0.0.0",
+ *         and for a longer name.
+ *
+ * Blocks for at most 2 seconds each for sending and for the answer.
+ */
+PROD_API int prod_resolve_domain(const char *domain, const char *interface_name,
+                                 const char *dnsserver, char *ipaddr1, char *ipaddr2,
+                                 char *ipaddr3);
+
+/**
+ * The name that the network check resolves: "netcheck.hostname" or, when that is not set,
+ * "netcheck.hostname.cn" on a device that speaks Chinese and "netcheck.hostname.en" on any other.
+ * @param domain  256 bytes, a longer name is cut; empty when no key is set
+ * @return @p domain
+ */
+PROD_API char *get_netcheck_hostname(char *domain);
+
 /* ---- bridge and switch --------------------------------------------------------------------- */
 
 PROD_END

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_wan.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "internal/config.hpp"
+#include "internal/dns_message.hpp"
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
@@ -248,6 +252,69 @@ bool read_server(const char *line, char (&server)[kServerSize])
 // ---- kind of access -------------------------------------------------------------------------
 
 // ---- name resolution ------------------------------------------------------------------------
+
+constexpr timeval kDnsPatience = {.tv_sec = 2, .tv_usec = 0};
+constexpr uint16_t kDnsPort = 53;
+
+/** A datagram: a query on its way out, then the answer to it. */
+struct DnsMessage {
+    unsigned char bytes[kDnsMessageSize];
+    std::size_t size;
+};
+
+bool set_option(const Fd &fd, int option, const void *value, std::size_t size)
+{
+    return setsockopt(fd.get(), SOL_SOCKET, option, value, static_cast<socklen_t>(size)) == 0;
+}
+
+/** Sends the datagram, whole. */
+bool send_to(const Fd &fd, const char *server, const DnsMessage &message)
+{
+    sockaddr_in destination = {};
+    destination.sin_family = AF_INET;
+    destination.sin_port = htons(kDnsPort);
+    // A text that is no address becomes the broadcast one, where a socket may not send just so.
+    destination.sin_addr.s_addr = inet_addr(server);
+    errno = 0;  // a part that was sent leaves none
+    return sendto(fd.get(), message.bytes, message.size, 0,
+                  reinterpret_cast<const sockaddr *>(&destination),
+                  sizeof(destination)) == static_cast<ssize_t>(message.size);
+}
+
+/** Puts what arrives in place of the query; nothing of that stays behind it. */
+bool receive(const Fd &fd, DnsMessage &message)
+{
+    const ssize_t got = recv(fd.get(), message.bytes, sizeof(message.bytes), 0);
+    message.size = got > 0 ? static_cast<std::size_t>(got) : 0;
+    memset(message.bytes + message.size, 0, sizeof(message.bytes) - message.size);
+    return got >= 0;
+}
+
+/** Asks a server. @return nullptr, or the step that failed, with errno as it left it */
+const char *exchange(DnsMessage &message, const char *server, const char *ifname)
+{
+    const Fd fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    if (!fd) {
+        return "create socket";
+    }
+    if (!set_option(fd, SO_SNDTIMEO, &kDnsPatience, sizeof(kDnsPatience))) {
+        return "socket set send time";
+    }
+    if (!set_option(fd, SO_RCVTIMEO, &kDnsPatience, sizeof(kDnsPatience))) {
+        return "socket set recv time";
+    }
+    if (ifname != nullptr && *ifname != '\0') {
+        char device[32] = {};
+        memcpy(device, ifname, strnlen(ifname, IFNAMSIZ));
+        if (!set_option(fd, SO_BINDTODEVICE, device, sizeof(device))) {
+            return "bind interface";
+        }
+    }
+    if (!send_to(fd, server, message)) {
+        return "send request";
+    }
+    return receive(fd, message) ? nullptr : "recv response";
+}
 
 // ---- bridge and switch ----------------------------------------------------------------------
 
@@ -584,5 +651,47 @@ char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int i
 // ---- kind of access -------------------------------------------------------------------------
 
 // ---- name resolution ------------------------------------------------------------------------
+
+int prod_resolve_domain(const char *domain, const char *interface_name, const char *dnsserver,
+                        char *ipaddr1, char *ipaddr2, char *ipaddr3)
+{
+    if (domain == nullptr || dnsserver == nullptr || ipaddr1 == nullptr || *dnsserver == '\0' ||
+        strcmp(dnsserver, kNoAddress) == 0) {
+        return -1;
+    }
+    DnsMessage message;
+    message.size = make_dns_query(domain, message.bytes);
+    if (message.size == 0) {
+        return -1;
+    }
+    if (const char *const failed_step = exchange(message, dnsserver, interface_name)) {
+        perror(failed_step);
+        return -1;
+    }
+    // A third address has no place without a second one.
+    char *const texts[] = {ipaddr1, ipaddr2, ipaddr3};
+    const auto wanted =
+        static_cast<std::size_t>(std::find(texts, std::end(texts), nullptr) - texts);
+    in_addr addresses[std::size(texts)];
+    const std::size_t found = parse_dns_answer({message.bytes, message.size}, {addresses, wanted});
+    for (std::size_t i = 0; i < found; ++i) {
+        inet_ntop(AF_INET, &addresses[i], texts[i], kIpv4TextSize);
+    }
+    return static_cast<int>(found);
+}
+
+char *get_netcheck_hostname(char *domain)
+{
+    constexpr std::size_t kSize = 256;
+    if (domain == nullptr) {
+        return nullptr;
+    }
+    copy_text(domain, kSize, ConfigValue{"netcheck.hostname"}.c_str());
+    if (*domain == '\0') {
+        const char *const key = lang_is_cn() != 0 ? "netcheck.hostname.cn" : "netcheck.hostname.en";
+        copy_text(domain, kSize, ConfigValue{key}.c_str());
+    }
+    return domain;
+}
 
 // ---- bridge and switch ----------------------------------------------------------------------

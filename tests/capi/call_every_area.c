@@ -154,6 +154,19 @@ static void address_ranges(void)
     EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
 }
 
+static void name_servers(void)
+{
+    char text[256] = "";
+    char name[256];
+    add_dns_to_buf(text, sizeof(text), "9.9.9.9");
+    EXPECT(strcmp(text, " -s 9.9.9.9 ") == 0);
+    getAllWanDns(text, sizeof(text));
+    EXPECT(text[0] == '\0');
+    prod_cfm_set_val("netcheck.hostname", "www.example.net");
+    EXPECT(strcmp(get_netcheck_hostname(name), "www.example.net") == 0);
+    EXPECT(prod_resolve_domain(name, "", "0.0.0.0", text, NULL, NULL) == -1);
+}
+
 static void wan_status(void)
 {
     WAN_IP_INFO_STRU saved = {"100.64.1.7", "255.255.255.0", "100.64.1.1", "9.9.9.9", "1.1.1.1"};
@@ -181,5 +194,6 @@ int main(void)
     ipv6();
     address_ranges();
     wan_status();
+    name_servers();
     return failures != 0;
 }

@@ -119,7 +119,7 @@ TEST(Help, AtEachLevel)
                                      "check usb",       "check partition",  "check host",
                                      "str hex",         "str unhex",        "str mac",
                                      "str hash",        "lan check",        "check address",
-                                     "check param"}) {
+                                     "check param",     "wan dns collect",  "wan resolve"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }
@@ -342,7 +342,7 @@ TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
     EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi"}));
-    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "macs", "save-lease"}));
+    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "resolve", "macs", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));
     EXPECT_EQ(offered({"--json", "wan", "st"}), (Words{"status"}));
     EXPECT_THAT(offered({"nonesuch", ""}), IsEmpty());

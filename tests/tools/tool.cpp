@@ -60,6 +60,26 @@ int wait_for(pid_t child)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+/** What appears on the terminal of a program, without carriage returns, and how it ends. */
+std::pair<int, std::string> run_on_a_terminal(const std::function<pid_t(int screen)> &start_there)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_GE(screen, 0);
+    const pid_t child = start_there(screen);
+    close(screen);
+    std::string text;
+    char part[512];
+    ssize_t got;
+    while ((got = read(terminal, part, sizeof(part))) > 0) {  // ends with the last open screen
+        text.append(part, static_cast<std::size_t>(got));
+    }
+    close(terminal);
+    std::erase(text, '\r');
+    return {wait_for(child), text};
+}
+
 Words with_path(const Words &arguments)
 {
     Words words = {PRODCTL};
@@ -113,24 +133,22 @@ void link_is_up(const std::string &ifname)
 
 std::string on_a_terminal(const Words &arguments)
 {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
-    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_GE(screen, 0);
     const int nothing = memory();
-    const pid_t child = start(with_path(arguments), nothing, screen, nothing, [] {});
+    const auto [status, text] = run_on_a_terminal(
+        [&](int screen) { return start(with_path(arguments), nothing, screen, nothing, [] {}); });
     close(nothing);
-    close(screen);
-    std::string text;
-    char part[512];
-    ssize_t got;
-    while ((got = read(terminal, part, sizeof(part))) > 0) {  // ends with the last open screen
-        text.append(part, static_cast<std::size_t>(got));
-    }
-    close(terminal);
-    EXPECT_EQ(wait_for(child), 0);
-    std::erase(text, '\r');
+    EXPECT_EQ(status, 0);
     return text;
+}
+
+Outcome with_errors_on_a_terminal(const Words &arguments)
+{
+    const int in = memory();
+    const int out = memory();
+    const auto [status, text] = run_on_a_terminal(
+        [&](int screen) { return start(with_path(arguments), in, out, screen, [] {}); });
+    close(in);
+    return {status, content(out), text};
 }
 
 void refuses(const Words &arguments, const std::string &command, const std::string &complaint)

@@ -45,6 +45,9 @@ void link_is_up(const std::string &ifname);
 /** What prodctl shows on a terminal. */
 std::string on_a_terminal(const Words &arguments);
 
+/** The same, with a terminal for standard error only. */
+Outcome with_errors_on_a_terminal(const Words &arguments);
+
 /**
  * A command line that is refused: status 2, nothing on standard output, the complaint of that
  * command and where to look.

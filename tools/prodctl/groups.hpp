@@ -34,6 +34,8 @@ int add_wans(const Call &call, cJSON *answer, int first, int last);
 void show_wans(const cJSON *answer, Page &page);
 void add_ipv6(cJSON *answer);
 void show_ipv6(const cJSON *answer, Page &page);
+void add_name_servers(cJSON *answer);
+void show_name_servers(const cJSON *answer, Page &page);
 void add_ports(cJSON *answer);
 void show_ports(const cJSON *answer, Page &page);
 int add_neighbours(const Call &call, cJSON *answer);
