@@ -12,12 +12,17 @@ extern const Command kDebugGroup;
 extern const Command kConfigGroup;
 extern const Command kWanGroup;
 extern const Command kLanGroup;
+extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+
+// Commands of the group wan that have a source of their own.
+int run_wan_detect(const Call &call, cJSON *answer);
+void show_wan_detect(const cJSON *answer, Page &page);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
