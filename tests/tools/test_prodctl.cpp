@@ -340,7 +340,7 @@ TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
     EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi"}));
-    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "save-lease"}));
+    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "detect", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));
     EXPECT_EQ(offered({"--json", "wan", "st"}), (Words{"status"}));
     EXPECT_THAT(offered({"nonesuch", ""}), IsEmpty());
