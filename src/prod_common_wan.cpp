@@ -266,9 +266,9 @@ struct Probe {
     bool (*is_answer)(std::string_view line);  // whether what it prints means success
 };
 
-constexpr Probe kPppoeProbe = {
-    "discovery-pppoe -I ", " -t 2 -a 1 2>&1",
-    [](std::string_view line) { return line.starts_with("AC-Ethernet-Address: "); }};
+constexpr Probe kPppoeProbe = {"discovery-pppoe -I ", " -t 2 -a 1 2>&1", [](std::string_view line) {
+                                   return line.starts_with("AC-Ethernet-Address: ");
+                               }};
 
 constexpr Probe kDhcpProbe = {"discovery-dhcp -i ", " -t 2 -p 2>&1", [](std::string_view line) {
                                   return line.find("servermac=\"") != std::string_view::npos;

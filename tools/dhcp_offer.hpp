@@ -26,7 +26,7 @@ constexpr std::uint16_t kServerPort = 67;
 constexpr std::uint16_t kClientPort = 68;
 constexpr std::size_t kIpHeader = 20;
 constexpr std::size_t kUdpHeader = 8;
-constexpr std::size_t kBootp = 236;        // in front of the options
+constexpr std::size_t kBootp = 236;         // in front of the options
 constexpr std::size_t kSmallestBody = 300;  // what relays let through
 constexpr std::uint8_t kUdp = 17;
 constexpr std::array<std::uint8_t, 4> kCookie = {99, 130, 83, 99};
@@ -107,8 +107,7 @@ inline std::uint16_t checksum(std::uint32_t sum)
 /** The sum over the addresses and the UDP datagram of an IPv4 packet. */
 inline std::uint32_t udp_sum(Bytes addresses, Bytes datagram)
 {
-    return sum_of(datagram,
-                  sum_of(addresses, kUdp + static_cast<std::uint32_t>(datagram.size())));
+    return sum_of(datagram, sum_of(addresses, kUdp + static_cast<std::uint32_t>(datagram.size())));
 }
 
 // ---- the question -----------------------------------------------------------------------------
@@ -149,8 +148,7 @@ inline std::vector<std::uint8_t> discover(std::uint32_t xid, const Mac &mac, boo
     };
     const Bytes whole{packet};
     store(10, checksum(sum_of(whole.first(kIpHeader))));
-    const std::uint16_t udp =
-        checksum(udp_sum(whole.subspan(12, 8), whole.subspan(kIpHeader)));
+    const std::uint16_t udp = checksum(udp_sum(whole.subspan(12, 8), whole.subspan(kIpHeader)));
     store(kIpHeader + 6, udp != 0 ? udp : 0xFFFF);  // 0 would mean that there is none
     return packet;
 }
@@ -177,8 +175,8 @@ inline Bytes message_in(Bytes packet, bool summed)
     }
     const Bytes rest = packet.subspan(header, size - header);  // the link may have padded
     const std::size_t udp_size = u16_at(rest, 4);
-    if (u16_at(rest, 0) != kServerPort || u16_at(rest, 2) != kClientPort ||
-        udp_size < kUdpHeader || udp_size > rest.size()) {
+    if (u16_at(rest, 0) != kServerPort || u16_at(rest, 2) != kClientPort || udp_size < kUdpHeader ||
+        udp_size > rest.size()) {
         return {};
     }
     const Bytes datagram = rest.first(udp_size);
@@ -298,7 +296,8 @@ inline std::string text_of(const std::vector<in_addr> &addresses)
     return text;
 }
 
-/** A name as far as it is one: what could end the field or the line, or control a terminal, is not. */
+/** A name as far as it is one: what could end the field or the line, or control a terminal, is not.
+ */
 inline std::string text_of(std::string_view name)
 {
     std::string text;

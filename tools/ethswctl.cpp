@@ -23,7 +23,8 @@ enum ExitCode : int { kDone = 0, kFailed = 1, kUsage = 2 };
 constexpr const char *kHelp =
     "usage: ethswctl -c wan -i INTERFACE -o enable|disable\n"
     "\n"
-    "Switches an Ethernet port to WAN operation, or back to LAN operation. A port in WAN operation\n"
+    "Switches an Ethernet port to WAN operation, or back to LAN operation. A port in WAN "
+    "operation\n"
     "is cut off from the bridge that it is in: the bridge takes no frames from it and sends none\n"
     "there. Membership stays as it is, so that this may come before or after the port is moved\n"
     "with brctl; for a port that is in no bridge there is nothing to do.\n"

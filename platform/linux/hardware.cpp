@@ -317,9 +317,8 @@ int set_membership(const char *ifname, int vlan, Membership membership)
     request.info.rta_len = sizeof(request.info) + sizeof(request.vlan);
     request.vlan.vid = static_cast<u16>(vlan);
     // Frames that come without a tag belong to the VLAN as well.
-    request.vlan.flags = membership == Membership::kUntagged
-                             ? BRIDGE_VLAN_INFO_UNTAGGED | BRIDGE_VLAN_INFO_PVID
-                             : 0;
+    request.vlan.flags =
+        membership == Membership::kUntagged ? BRIDGE_VLAN_INFO_UNTAGGED | BRIDGE_VLAN_INFO_PVID : 0;
 
     const Fd fd{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)};
     if (!fd || send(fd.get(), &request, sizeof(request), 0) < 0) {
@@ -476,10 +475,10 @@ int iof_vlan_set(int eth_id, unsigned int untag_bit, unsigned int tag_bit)
     }
     int first_error = 0;
     for (int port = 0; port < kSwitchPorts; ++port) {
-        const int err = switched[port] != nullptr
-                            ? set_membership(switched[port], eth_id,
-                                             membership_of(port, untag_bit, tag_bit))
-                            : 0;
+        const int err =
+            switched[port] != nullptr
+                ? set_membership(switched[port], eth_id, membership_of(port, untag_bit, tag_bit))
+                : 0;
         first_error = first_error != 0 ? first_error : err;
     }
     const int err = bridge.tell_vlans_apart(!all_untagged);

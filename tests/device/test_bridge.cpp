@@ -48,8 +48,11 @@ TEST(Bridge, LeavesSwitchOnlyMode)
     const Json answer = Json::answer_of("prodctl bridge leave-switch-only --json 2>/tmp/shown");
     is_a_router();
     EXPECT_EQ(answer["forwarding"].text(), "true");
-    for (const auto &[ifname, inside] : {std::pair{"eth1", "false"}, {"eth2", "false"},
-                                         {"eth3", "true"}, {"eth4", "true"}, {"eth5", "true"}}) {
+    for (const auto &[ifname, inside] : {std::pair{"eth1", "false"},
+                                         {"eth2", "false"},
+                                         {"eth3", "true"},
+                                         {"eth4", "true"},
+                                         {"eth5", "true"}}) {
         EXPECT_EQ(answer["ports"].where("interface", ifname)["in_bridge"].text(), inside) << ifname;
     }
     EXPECT_EQ(test::read_text("/tmp/shown").find("Failed("), std::string::npos)

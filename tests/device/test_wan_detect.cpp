@@ -91,8 +91,9 @@ TEST(WanDetect, TheLeaseOfTheWanStays)
     must("discovery-dhcp -i eth1 -t 2 -p");
     EXPECT_EQ(Detected{1}.type, "pppoe");
     EXPECT_EQ(must("cat /etc/wan1.ini"), before);
-    EXPECT_EQ(Json::answer_of("prodctl wan status 1 --json")["wans"].where("id", "1")["status"].text(),
-              "connected");
+    EXPECT_EQ(
+        Json::answer_of("prodctl wan status 1 --json")["wans"].where("id", "1")["status"].text(),
+        "connected");
 }
 
 }  // namespace

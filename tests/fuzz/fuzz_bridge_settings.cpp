@@ -54,8 +54,8 @@ struct Known {
     std::size_t words;
 };
 constexpr Known kCommands[] = {
-    {"brctl addbr br0", 3},          {"brctl addif br0 ", 3},   {"brctl delif br0 ", 3},
-    {"ethswctl -c wan -i ", 6},      {"ifconfig br0 hw ether ", 4}, {"ifconfig br0 ", 2},
+    {"brctl addbr br0", 3},     {"brctl addif br0 ", 3},       {"brctl delif br0 ", 3},
+    {"ethswctl -c wan -i ", 6}, {"ifconfig br0 hw ether ", 4}, {"ifconfig br0 ", 2},
     {"discovery-pppoe -I ", 6}, {"discovery-dhcp -i ", 5},
 };
 
@@ -65,9 +65,9 @@ void check(std::string_view command)
     if (command.ends_with(kMerged)) {
         command.remove_suffix(kMerged.size());
     }
-    const auto *const known = std::find_if(
-        std::begin(kCommands), std::end(kCommands),
-        [&](const Known &candidate) { return command.starts_with(candidate.start); });
+    const auto *const known =
+        std::find_if(std::begin(kCommands), std::end(kCommands),
+                     [&](const Known &candidate) { return command.starts_with(candidate.start); });
     FUZZ_CHECK(known != std::end(kCommands));
     const std::size_t words = words_of(command);
     FUZZ_CHECK(words == known->words || words == known->words + 1);

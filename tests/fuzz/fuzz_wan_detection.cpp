@@ -43,8 +43,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     std::size_t asked = 0;
     const test::RecordedPipes pipes{[&](const std::string &) -> std::optional<std::string> {
         const bool prints = (attempts >> asked++ & 1) != 0;
-        return prints ? std::optional{text} : asked % 2 == 0 ? std::optional{std::string{}}
-                                                             : std::nullopt;
+        return prints           ? std::optional{text}
+               : asked % 2 == 0 ? std::optional{std::string{}}
+                                : std::nullopt;
     }};
     const int kind = prod_detect_wan_type(1);
 

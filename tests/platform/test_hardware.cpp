@@ -364,7 +364,8 @@ TEST_F(Switch, TaggedPortsAndPortsOutside)
 {
     Filtering bridge{"0\n"};
     EXPECT_EQ(iof_vlan_set(1, 0x10, 0x04), 0);
-    EXPECT_THAT(bridge.kernel.requests, ElementsAre("set eth3 vlan 1", "set eth1 vlan 1 untagged pvid"));
+    EXPECT_THAT(bridge.kernel.requests,
+                ElementsAre("set eth3 vlan 1", "set eth1 vlan 1 untagged pvid"));
     EXPECT_EQ(Filtering::setting().front(), '1');
     bridge.kernel.requests.clear();
     bridge.kernel.answers = {ENOENT};

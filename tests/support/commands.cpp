@@ -109,8 +109,7 @@ const std::vector<std::string> &RecordedCommands::all() const
     return commands;
 }
 
-RecordedPipes::RecordedPipes(
-    std::function<std::optional<std::string>(const std::string &)> answer)
+RecordedPipes::RecordedPipes(std::function<std::optional<std::string>(const std::string &)> answer)
 {
     piped.clear();
     pipe_answer = std::move(answer);

@@ -50,9 +50,9 @@ Packet summed(Packet packet)
     return packet;
 }
 
-const Packet kOptions = {53, 1, 2, 54, 4, 100, 64, 1, 1, 1, 4, 255, 255, 255, 0,
-                         3,  4, 100, 64, 1, 1, 6, 8, 100, 64, 1, 1, 100, 64, 1, 53,
-                         51, 4, 0, 0, 14, 16, 15, 3, 'l', 'a', 'n', 255};
+const Packet kOptions = {53, 1,  2,   54, 4, 100, 64, 1,  1,   1,   4,   255, 255, 255, 0,
+                         3,  4,  100, 64, 1, 1,   6,  8,  100, 64,  1,   1,   100, 64,  1,
+                         53, 51, 4,   0,  0, 14,  16, 15, 3,   'l', 'a', 'n', 255};
 
 /** An offer with these options behind the cookie. */
 Packet offer(const Packet &options = kOptions, std::uint32_t xid = kXid,
@@ -102,7 +102,8 @@ Packet with(Packet packet, std::size_t at, unsigned int byte)
 }
 
 /** Offers that must not count, each with what is wrong with it. */
-std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid, const dhcp::Mac &client)
+std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
+                                                           const dhcp::Mac &client)
 {
     const auto made = [&](const Packet &options) { return offer(options, xid, client); };
     const Packet good = made(kOptions);
@@ -238,8 +239,8 @@ TEST(Question, IsAWholeDiscover)
     const Packet packet = dhcp::discover(kXid, kClient, true);
     ASSERT_EQ(packet.size(), 28U + 300U);
     EXPECT_EQ(dhcp::checksum(dhcp::sum_of(Bytes{packet}.first(20))), 0);
-    EXPECT_EQ(dhcp::checksum(dhcp::udp_sum(Bytes{packet}.subspan(12, 8), Bytes{packet}.subspan(20))),
-              0);
+    EXPECT_EQ(
+        dhcp::checksum(dhcp::udp_sum(Bytes{packet}.subspan(12, 8), Bytes{packet}.subspan(20))), 0);
     EXPECT_EQ(dhcp::u16_at(packet, 2), packet.size());
     EXPECT_EQ(dhcp::u16_at(packet, 20), 68);
     EXPECT_EQ(dhcp::u16_at(packet, 22), 67);
@@ -263,15 +264,17 @@ class Line : public testing::Test
   protected:
     Line()
     {
-        test::run("ip link add eth1 address 02:00:00:10:00:11 type veth peer name isp1 address "
-                  "02:00:64:00:01:01");
+        test::run(
+            "ip link add eth1 address 02:00:00:10:00:11 type veth peer name isp1 address "
+            "02:00:64:00:01:01");
         test::run("ip link set eth1 up && ip link set isp1 up");
         test::link_is_up("eth1");
         socket_ = socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         address_.sll_family = AF_PACKET;
         address_.sll_protocol = htons(ETH_P_IP);
         address_.sll_ifindex = static_cast<int>(if_nametoindex("isp1"));
-        EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr *>(&address_), sizeof(address_)), 0);
+        EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr *>(&address_), sizeof(address_)),
+                  0);
     }
     ~Line() override
     {
@@ -384,18 +387,18 @@ TEST_F(Line, OnlyHostileAnswers)
 
 TEST_F(Line, TheCableIsPulled)
 {
-    const Outcome outcome = ask({"-t", "5"}, [&](const Packet &) {
-        test::run("ip link set eth1 down");
-    });
+    const Outcome outcome =
+        ask({"-t", "5"}, [&](const Packet &) { test::run("ip link set eth1 down"); });
     EXPECT_EQ(outcome, (Outcome{1, "", "discovery-dhcp: eth1: Network is down\n"}));
 }
 
 TEST_F(Line, InterfacesThatCannotBeAsked)
 {
     test::run("ip link set lo up");
-    for (const auto &[name, why] :
-         {std::pair{"eth9", "No such device"}, {"", "No such device"},
-          {"sixteen_letters_", "No such device"}, {"lo", "not an Ethernet interface"}}) {
+    for (const auto &[name, why] : {std::pair{"eth9", "No such device"},
+                                    {"", "No such device"},
+                                    {"sixteen_letters_", "No such device"},
+                                    {"lo", "not an Ethernet interface"}}) {
         EXPECT_EQ(program({DISCOVERY_DHCP, "-i", name, "-t", "1"}),
                   (Outcome{1, "", std::string{"discovery-dhcp: "} + name + ": " + why + "\n"}));
     }

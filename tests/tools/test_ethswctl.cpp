@@ -37,10 +37,7 @@ class Port : public testing::Test
             test::link_is_up(std::string{"eth"} + n);
         }
     }
-    ~Port() override
-    {
-        test::run("ip link del eth1; ip link del eth2; ip link del br0");
-    }
+    ~Port() override { test::run("ip link del eth1; ip link del eth2; ip link del br0"); }
 };
 
 TEST_F(Port, WanOperationOnAndOff)

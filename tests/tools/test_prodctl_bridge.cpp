@@ -31,18 +31,16 @@ class Bridge : public testing::Test
             test::run("ip link set eth%s master br0", n);
         }
     }
-    ~Bridge() override
-    {
-        test::run("for n in 1 2 3; do ip link del eth$n; done; ip link del br0");
-    }
+    ~Bridge() override { test::run("for n in 1 2 3; do ip link del eth$n; done; ip link del br0"); }
 
     static std::string json(bool forwarding, bool first, bool second, bool third)
     {
         const auto flag = [](bool value) { return std::string{value ? "true" : "false"}; };
         const auto port = [&](int place, int phyid, const char *role, bool inside) {
-            return "{\"place\":" + std::to_string(place) + ",\"physical_id\":" +
-                   std::to_string(phyid) + ",\"role\":\"" + role + "\",\"interface\":\"eth" +
-                   std::to_string(place) + "\",\"in_bridge\":" + flag(inside) + "}";
+            return "{\"place\":" + std::to_string(place) +
+                   ",\"physical_id\":" + std::to_string(phyid) + ",\"role\":\"" + role +
+                   "\",\"interface\":\"eth" + std::to_string(place) +
+                   "\",\"in_bridge\":" + flag(inside) + "}";
         };
         return "{\"bridge\":\"br0\",\"forwarding\":" + flag(forwarding) + ",\"ports\":[" +
                port(1, 4, "wan", first) + "," + port(2, 3, "lan", second) + "," +
@@ -83,7 +81,8 @@ TEST_F(Bridge, LeaveSwitchOnly)
     EXPECT_THAT(outcome.err, HasSubstr(">>>> ethswctl -c wan -i eth1 -o enable <<<<"));
     EXPECT_THAT(test::output("ip link show br0"), HasSubstr("link/ether 02:00:00:10:00:00"));
     EXPECT_THAT(test::output("ip address show br0"), HasSubstr("inet 192.168.0.1/24 "));
-    EXPECT_THAT(prodctl({"bridge", "leave-switch-only"}).out, HasSubstr("br0 IPv4 forwarding on\n"));
+    EXPECT_THAT(prodctl({"bridge", "leave-switch-only"}).out,
+                HasSubstr("br0 IPv4 forwarding on\n"));
 }
 
 TEST_F(Bridge, APortThatIsNotThere)

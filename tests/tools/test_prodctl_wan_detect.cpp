@@ -55,13 +55,13 @@ TEST_F(Detect, Pppoe)
     const test::Json json = answer(outcome);
     EXPECT_THAT(outcome.out, HasSubstr("{\"id\":1,\"interface\":\"eth1\",\"type\":\"pppoe\","
                                        "\"milliseconds\":"));
-    EXPECT_THAT(outcome.err,
-                AllOf(HasSubstr("Executing: discovery-pppoe -I eth1 -t 2 -a 1 2>&1\n"),
-                      HasSubstr("Output: AC-Ethernet-Address: 02:00:64:00:01:01\n"),
-                      HasSubstr("It takes 0.0"), Not(HasSubstr("Asking"))))
+    EXPECT_THAT(outcome.err, AllOf(HasSubstr("Executing: discovery-pppoe -I eth1 -t 2 -a 1 2>&1\n"),
+                                   HasSubstr("Output: AC-Ethernet-Address: 02:00:64:00:01:01\n"),
+                                   HasSubstr("It takes 0.0"), Not(HasSubstr("Asking"))))
         << "an answer at once needs no progress";
     const Outcome page = prodctl({"wan", "detect", "1"});
-    EXPECT_TRUE(page.out.starts_with("WAN 1 offers PPPoE\n  interface  eth1\n  took       0.")) << page;
+    EXPECT_TRUE(page.out.starts_with("WAN 1 offers PPPoE\n  interface  eth1\n  took       0."))
+        << page;
 }
 
 TEST_F(Detect, DhcpAndProgressWhileItWaits)
@@ -78,8 +78,8 @@ TEST_F(Detect, Neither)
 {
     const Outcome outcome = prodctl({"wan", "detect", "1"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(outcome.out.starts_with(
-        "WAN 1 offers neither PPPoE nor DHCP: a static address is left\n"))
+    EXPECT_TRUE(
+        outcome.out.starts_with("WAN 1 offers neither PPPoE nor DHCP: a static address is left\n"))
         << outcome;
 }
 
@@ -102,8 +102,10 @@ TEST_F(Detect, WansThatCannotBeAsked)
 
 TEST_F(Detect, Described)
 {
-    EXPECT_THAT(prodctl({"wan", "detect", "--help"}).out, HasSubstr("usage: prodctl wan detect WAN\n"));
-    EXPECT_THAT(test::read_text(PRODCTL_SOURCES "/prodctl.1"), HasSubstr(".BI \"wan detect \" WAN\n"));
+    EXPECT_THAT(prodctl({"wan", "detect", "--help"}).out,
+                HasSubstr("usage: prodctl wan detect WAN\n"));
+    EXPECT_THAT(test::read_text(PRODCTL_SOURCES "/prodctl.1"),
+                HasSubstr(".BI \"wan detect \" WAN\n"));
     EXPECT_EQ(prodctl({"--complete", "wan", "detect", ""}).out, "1\n2\n3\n4\n");
 }
 

@@ -133,12 +133,11 @@ TEST_F(Bridge, WansLeaveItAndLansEnterIt)
 TEST_F(Bridge, CommandsAreLoggedUnderTheNameOfTheFunction)
 {
     config()["sys.ports"] = "43";
-    for (const auto &[code, name] :
-         {std::pair{&update_bridge, "update_bridge"}, {&update_bridge_test, "update_bridge_test"}}) {
+    for (const auto &[code, name] : {std::pair{&update_bridge, "update_bridge"},
+                                     {&update_bridge_test, "update_bridge_test"}}) {
         done(code, PROD_DBG_INFO);
-        EXPECT_THAT(output_,
-                    Prints(log_line(PROD_DBG_INFO, name, "<CMD> brctl delif br0 eth1") +
-                           log_line(PROD_DBG_INFO, name, "<CMD> brctl addif br0 eth2")));
+        EXPECT_THAT(output_, Prints(log_line(PROD_DBG_INFO, name, "<CMD> brctl delif br0 eth1") +
+                                    log_line(PROD_DBG_INFO, name, "<CMD> brctl addif br0 eth2")));
         done(code, PROD_DBG_DEBUG);
         EXPECT_EQ(output_, "");
     }
@@ -255,9 +254,10 @@ TEST_F(Bridge, AVlanThatCannotBeSet)
     EXPECT_EQ(done(leave_switch_only_mode).back(), std::string{"file "} + kForwarding + " 0 1");
     config()["sys.ports"] = "4";
     done(leave_switch_only_mode);
-    EXPECT_THAT(output_, Prints(trace("ethswctl -c wan -i eth1 -o enable") +
-                                log_line(PROD_DBG_ERROR, "bcm_leave_switch_only_mode",
-                                         "Failed(-5) to iof_vlan_set(eth_id, untag_bit, tag_bit)")));
+    EXPECT_THAT(output_,
+                Prints(trace("ethswctl -c wan -i eth1 -o enable") +
+                       log_line(PROD_DBG_ERROR, "bcm_leave_switch_only_mode",
+                                "Failed(-5) to iof_vlan_set(eth_id, untag_bit, tag_bit)")));
 }
 
 TEST_F(Bridge, TwicePortsAndPortsBeyondAMask)
@@ -271,9 +271,10 @@ TEST_F(Bridge, TwicePortsAndPortsBeyondAMask)
                             "ifconfig br0 hw ether 02:Aa:Bb:Cc:00:10", "ifconfig br0 192.168.0.1",
                             std::string{"file "} + kForwarding + " 0 1"));
     // '/' is -1, 'O' 31, 'P' 32, 0xFF 207.
-    config()["sys.ports"] = "/OP\xff" "0";
-    EXPECT_THAT(done(leave_switch_only_mode),
-                testing::Contains("vlan 1 0x80000001 0x0"));
+    config()["sys.ports"] =
+        "/OP\xff"
+        "0";
+    EXPECT_THAT(done(leave_switch_only_mode), testing::Contains("vlan 1 0x80000001 0x0"));
     config()["sys.ports"] = "";
     EXPECT_THAT(done(leave_switch_only_mode), testing::Contains("vlan 1 0x0 0x0"));
 }

@@ -96,11 +96,11 @@ TEST_F(WanDetection, AConcentratorAnswersInTheSecondAttempt)
     EXPECT_EQ(result_, 2);
     EXPECT_THAT(commands_, ElementsAre(kPppoe, kPppoe));
     EXPECT_THAT(time_.sleeps(), ElementsAre(1000000));
-    EXPECT_EQ(output_, run_of(kPppoe) +
-                           run_of(kPppoe, {"Access-Concentrator: isp1\n",
-                                           "       Service-Name: internet\n",
-                                           "AC-Ethernet-Address: 02:00:64:00:01:01\n"}) +
-                           took("1.500"));
+    EXPECT_EQ(output_,
+              run_of(kPppoe) +
+                  run_of(kPppoe, {"Access-Concentrator: isp1\n", "       Service-Name: internet\n",
+                                  "AC-Ethernet-Address: 02:00:64:00:01:01\n"}) +
+                  took("1.500"));
 }
 
 TEST_F(WanDetection, InTheThirdAttemptButNotLater)
@@ -147,7 +147,8 @@ TEST_F(WanDetection, WhatCountsAsAnAnswer)
     }
     detect({"AC-Ethernet-Address: "}, {});
     EXPECT_EQ(result_, 2) << "without an address and a line break";
-    for (const char *const line : {"servermac=\"", "x servermac=\"y\" z\n", "a\nservermac=\"b\"\n"}) {
+    for (const char *const line :
+         {"servermac=\"", "x servermac=\"y\" z\n", "a\nservermac=\"b\"\n"}) {
         detect({}, {line});
         EXPECT_EQ(result_, 0) << line;
     }
@@ -159,8 +160,7 @@ TEST_F(WanDetection, LongLinesAreSplit)
     const std::string full(255, 'x');
     detect({full + "AC-Ethernet-Address: y\n"}, {});
     EXPECT_EQ(result_, 2);
-    EXPECT_EQ(output_,
-              run_of(kPppoe, {full, "AC-Ethernet-Address: y\n"}) + took("0.250"));
+    EXPECT_EQ(output_, run_of(kPppoe, {full, "AC-Ethernet-Address: y\n"}) + took("0.250"));
     detect({full.substr(1) + "AC-Ethernet-Address: y\n"}, {full.substr(5) + "servermac=\""});
     EXPECT_EQ(result_, 1) << "the markers are cut in two";
 }
@@ -229,8 +229,9 @@ TEST_F(WanDetection, ShellCharactersInANameStayText)
     EXPECT_THAT(commands_, IsEmpty()) << "a slash is in no name";
     config()["port.1.ifname"] = "a;$(id)`'\"&|*";
     detect({kPppoeAnswer}, {});
-    EXPECT_THAT(commands_,
-                ElementsAre("discovery-pppoe -I a\\;\\$\\(id\\)\\`\\'\\\"\\&\\|\\* -t 2 -a 1 2>&1"));
+    EXPECT_THAT(
+        commands_,
+        ElementsAre("discovery-pppoe -I a\\;\\$\\(id\\)\\`\\'\\\"\\&\\|\\* -t 2 -a 1 2>&1"));
 }
 
 TEST_F(WanDetection, NothingOfAHostileNameRuns)
@@ -274,10 +275,11 @@ TEST_F(Accounts, TheSame)
 
 TEST_F(Accounts, Different)
 {
-    for (const char *const key : {"wan1.ppoe.userid", "wan1.ppoe.pwd", "ipv6.wan1.pppoe.user",
-                                  "ipv6.wan1.pppoe.pwd"}) {
+    for (const char *const key :
+         {"wan1.ppoe.userid", "wan1.ppoe.pwd", "ipv6.wan1.pppoe.user", "ipv6.wan1.pppoe.pwd"}) {
         const std::string before = config()[key];
-        for (const std::string &other : {before + "x", before.substr(1), std::string{}, "U" + before}) {
+        for (const std::string &other :
+             {before + "x", before.substr(1), std::string{}, "U" + before}) {
             config()[key] = other;
             EXPECT_EQ(pppoe_v4_as_v6(1), 0) << key << " " << other;
         }
@@ -305,8 +307,8 @@ TEST_F(Accounts, OnlyWhenBothSidesDialPppoe)
 
 TEST_F(Accounts, WithoutUserAndPassword)
 {
-    for (const char *const key : {"wan1.ppoe.userid", "wan1.ppoe.pwd", "ipv6.wan1.pppoe.user",
-                                  "ipv6.wan1.pppoe.pwd"}) {
+    for (const char *const key :
+         {"wan1.ppoe.userid", "wan1.ppoe.pwd", "ipv6.wan1.pppoe.user", "ipv6.wan1.pppoe.pwd"}) {
         config().erase(key);
     }
     EXPECT_EQ(pppoe_v4_as_v6(1), 1);

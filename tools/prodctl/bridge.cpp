@@ -73,7 +73,8 @@ void show_bridge(const cJSON *answer, Page &page)
         const bool inside = flag_of(port, "in_bridge");
         const bool is_wan = strcmp(text_of(port, "role"), "wan") == 0;
         rows.push_back({format("%d", int_of(port, "place")),
-                        format("%d", int_of(port, "physical_id")), text_of(port, "role"),
+                        format("%d", int_of(port, "physical_id")),
+                        text_of(port, "role"),
                         text_of(port, "interface"),
                         {inside ? "in the bridge" : "on its own",
                          inside == is_wan ? Tone::kBad : Tone::kGood}});
@@ -108,8 +109,9 @@ constexpr Command kCommands[] = {
      .show = show_bridge},
     {.name = "leave-switch-only",
      .summary = "Make a router of a device whose ports are all one switch",
-     .details = "Switches the ports to WAN and LAN operation, moves them as 'update' does, gives the\n"
-                "bridge the factory MAC and the LAN address, and switches IPv4 forwarding on.",
+     .details =
+         "Switches the ports to WAN and LAN operation, moves them as 'update' does, gives the\n"
+         "bridge the factory MAC and the LAN address, and switches IPv4 forwarding on.",
      .no = "a port is on the wrong side still, or forwarding is off",
      .run = run_leave_switch_only,
      .show = show_bridge},
@@ -119,7 +121,7 @@ constexpr Command kCommands[] = {
 
 constinit const Command kBridgeGroup = {
     .name = "bridge",
-     .summary = "The LAN bridge: its ports, and the change from a switch to a router",
+    .summary = "The LAN bridge: its ports, and the change from a switch to a router",
     .children = kCommands,
 };
 

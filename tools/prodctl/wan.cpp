@@ -367,8 +367,9 @@ constexpr Command kCommands[] = {
      .arguments = "WAN",
      .min_arguments = 1,
      .max_arguments = 1,
-     .details = "WAN is 1 to 4. A PPPoE access concentrator is looked for, then a DHCP server; when\n"
-                "neither answers the type is static. Takes up to 20 seconds. No setting changes.",
+     .details =
+         "WAN is 1 to 4. A PPPoE access concentrator is looked for, then a DHCP server; when\n"
+         "neither answers the type is static. Takes up to 20 seconds. No setting changes.",
      .no = "WAN is not configured or has no interface",
      .run = run_wan_detect,
      .show = show_wan_detect,
