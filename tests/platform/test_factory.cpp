@@ -41,10 +41,11 @@ class Factory : public testing::Test
     std::string kept_;
 };
 
-TEST_F(Factory, TheBaseMacOfTheVirtualBoard)
+TEST_F(Factory, OfTheVirtualBoard)
 {
     const int before = test::open_descriptors();
     EXPECT_EQ(read("HW_NIC0_ADDR"), (Setting{1, "020000100000"}));
+    EXPECT_EQ(read("QX_ATE_SN"), (Setting{1, "V0000000001"}));
     EXPECT_EQ(test::open_descriptors(), before);
 }
 

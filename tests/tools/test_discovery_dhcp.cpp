@@ -115,6 +115,14 @@ std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
     bad_byte[28 + 16] ^= 1;
     Packet no_address = good;
     std::fill_n(&no_address[28 + 16], 4, std::uint8_t{0});
+    // A header that ends in the middle of itself, and what follows is right all the same.
+    Packet short_header = good;
+    short_header.erase(short_header.begin() + 16, short_header.begin() + 20);
+    short_header[0] = 0x44;
+    store(short_header, 2, static_cast<unsigned int>(short_header.size()));
+    store(short_header, 10, 0);
+    store(short_header, 10, dhcp::checksum(dhcp::sum_of(Bytes{short_header}.first(16))));
+    store(short_header, 22, 0);
     const Packet other_mac = with(good, 28 + 33, client[5] ^ 1U);
     const Packet head = {53, 1, 2, 54, 4, 100, 64, 1, 1};
     const auto plus = [&](Packet more) {
@@ -123,9 +131,10 @@ std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
     };
     return {
         {"IPv6", with(good, 0, 0x65)},
-        {"IP header of 16 bytes", with(good, 0, 0x44)},
+        {"IP header of 16 bytes", short_header},
         {"IP header of 60 bytes", with(good, 0, 0x4F)},
         {"IP length beyond the packet", with(good, 2, 0x40)},
+        {"IP length below its header", with(with(good, 2, 0), 3, 10)},
         {"IP length below the headers", with(with(good, 2, 0), 3, 27)},
         {"more fragments", with(good, 6, 0x20)},
         {"a later fragment", with(good, 7, 1)},
@@ -420,6 +429,17 @@ TEST(CommandLine, Help)
     for (const char *const option : {"\\-i", "\\-t", "\\-p", "\\-\\-help"}) {
         EXPECT_THAT(page, HasSubstr(option));
     }
+}
+
+TEST(CommandLine, Completion)
+{
+    const auto completes = [](const Words &words) {
+        return test::bash_completes(TOOL_SOURCES "/discovery-dhcp.bash", DISCOVERY_DHCP, words);
+    };
+    EXPECT_EQ(completes({""}), (Words{"-i", "-t", "-p", "--help"}));
+    EXPECT_EQ(completes({"-i", "l"}), Words{"lo"});
+    EXPECT_EQ(completes({"-i", "lo", "-t", ""}), Words{});
+    EXPECT_EQ(completes({"-i", "lo", "--"}), Words{"--help"});
 }
 
 TEST(CommandLine, Wrong)

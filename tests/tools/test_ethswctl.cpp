@@ -99,6 +99,18 @@ TEST(CommandLine, Help)
     }
 }
 
+TEST(CommandLine, Completion)
+{
+    const auto completes = [](const Words &words) {
+        return test::bash_completes(TOOL_SOURCES "/ethswctl.bash", ETHSWCTL, words);
+    };
+    EXPECT_EQ(completes({""}), (Words{"-c", "-i", "-o", "--help"}));
+    EXPECT_EQ(completes({"-c", ""}), Words{"wan"});
+    EXPECT_EQ(completes({"-c", "wan", "-i", "l"}), Words{"lo"});
+    EXPECT_EQ(completes({"-o", ""}), (Words{"enable", "disable"}));
+    EXPECT_EQ(completes({"-o", "d"}), Words{"disable"});
+}
+
 TEST(CommandLine, Wrong)
 {
     for (const auto &[words, why] : {
