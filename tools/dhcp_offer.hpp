@@ -92,7 +92,7 @@ inline std::uint32_t sum_of(Bytes bytes, std::uint32_t sum = 0)
     for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
         sum += u16_at(bytes, i);
     }
-    return bytes.size() % 2 != 0 ? sum + (bytes.back() << 8U) : sum;
+    return bytes.size() % 2 != 0 ? sum + (std::uint32_t{bytes.back()} << 8) : sum;
 }
 
 /** 0 over bytes that hold their right checksum. */
