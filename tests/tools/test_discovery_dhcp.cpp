@@ -115,6 +115,13 @@ std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
     bad_byte[28 + 16] ^= 1;
     Packet no_address = good;
     std::fill_n(&no_address[28 + 16], 4, std::uint8_t{0});
+    // Without a checksum, which would be wrong as well.
+    const auto of_udp_size = [&](unsigned int size) {
+        Packet packet = good;
+        store(packet, 24, size);
+        store(packet, 26, 0);
+        return packet;
+    };
     // A header that ends in the middle of itself, and what follows is right all the same.
     Packet short_header = good;
     short_header.erase(short_header.begin() + 16, short_header.begin() + 20);
@@ -144,9 +151,9 @@ std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
         {"a changed byte", bad_byte},
         {"from another port", with(good, 21, 68)},
         {"to another port", with(good, 23, 67)},
-        {"UDP length beyond the packet", with(good, 24, 0x40)},
-        {"UDP length below its header", with(with(good, 24, 0), 25, 7)},
-        {"UDP length within the message", with(with(good, 24, 0), 25, 8 + 239)},
+        {"UDP length beyond the packet", of_udp_size(0x4000)},
+        {"UDP length below its header", of_udp_size(7)},
+        {"UDP length within the message", of_udp_size(8 + 239)},
         {"a request", with(good, 28, 1)},
         {"no Ethernet", with(good, 29, 6)},
         {"length of the MAC", with(good, 30, 16)},
@@ -158,6 +165,7 @@ std::vector<std::pair<std::string, Packet>> hostile_offers(std::uint32_t xid,
         {"no end, and an option too long", made({53, 1, 2, 54, 4, 100, 64, 1, 1, 1, 4, 255, 255})},
         {"an option without its length", plus({1})},
         {"an option of 255 bytes", plus({12, 255, 'x'})},
+        {"an option one byte too long", plus({12, 2, 'x'})},
         {"an ACK", made({53, 1, 5, 54, 4, 100, 64, 1, 1, 255})},
         {"a type of no byte", made({53, 0, 54, 4, 100, 64, 1, 1, 255})},
         {"a type of two bytes", made({53, 2, 2, 2, 54, 4, 100, 64, 1, 1, 255})},
