@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_wan.h"
 
+#include <arpa/inet.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,10 +14,13 @@
 
 #include "internal/config.hpp"
 #include "internal/dns_message.hpp"
+#include "internal/factory.hpp"
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"
+#include "internal/shell.hpp"
+#include "internal/trace.hpp"
 #include "internal/wan.hpp"
 #include "platform/address.h"
 #include "platform/hardware.h"
@@ -27,6 +32,7 @@
 #include "prod_common_ifaddrs.h"
 #include "prod_common_string.h"
 #include "prod_common_system.h"
+#include "prod_common_time.h"
 
 using namespace prod;
 
@@ -43,6 +49,8 @@ namespace
 class Ports
 {
   public:
+    explicit Ports(std::size_t size = kPlacesSize) : places_("sys.ports", size) {}
+
     int count() const { return static_cast<int>(strlen(places_.c_str())); }
 
     /** Physical id of the port at a place, from 0; 0 when there is no such place. */
@@ -67,7 +75,7 @@ class Ports
 
   private:
     static constexpr std::size_t kPlacesSize = 32;
-    ConfigValue places_{"sys.ports", kPlacesSize};
+    ConfigValue places_;
 };
 
 /** The first so many ports are WANs; compared as it stands, however odd. */
@@ -251,6 +259,68 @@ bool read_server(const char *line, char (&server)[kServerSize])
 
 // ---- kind of access -------------------------------------------------------------------------
 
+constexpr int kProbeAttempts = 3;
+constexpr unsigned int kProbePause = 1;  // seconds
+
+/** A program that asks the line for one kind of access. */
+struct Probe {
+    const char *before;  // its command, before and behind the interface
+    const char *after;
+    bool (*is_answer)(std::string_view line);  // whether what it prints means success
+};
+
+constexpr Probe kPppoeProbe = {"discovery-pppoe -I ", " -t 2 -a 1 2>&1", [](std::string_view line) {
+                                   return line.starts_with("AC-Ethernet-Address: ");
+                               }};
+
+constexpr Probe kDhcpProbe = {"discovery-dhcp -i ", " -t 2 -p 2>&1", [](std::string_view line) {
+                                  return line.find("servermac=\"") != std::string_view::npos;
+                              }};
+
+/** Runs a probe once, with a name read anew: the WAN may be set up meanwhile. */
+bool probe_once(int wanid, const Probe &probe)
+{
+    char name[32] = {};
+    prod_common_get_phyifname(static_cast<unsigned int>(wanid), name, sizeof(name));
+    if (!can_name_interface(name)) {
+        return false;
+    }
+    const Text<256> command{"%s%s%s", probe.before, ShellWord{name}.c_str(), probe.after};
+    console_print("\033[1;%d;%dmExecuting: %s\n\033[0m", kBackground, kCyan, command.c_str());
+    const Pipe pipe{popen(command.c_str(), "re")};
+    char line[256];
+    while (pipe != nullptr && fgets(line, sizeof(line), pipe.get()) != nullptr) {
+        console_print("\033[0mOutput: %s\033[0m", line);
+        if (probe.is_answer(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Runs a probe until it succeeds or its attempts are used up, and shows how long that took. */
+bool is_answered(int wanid, const Probe &probe)
+{
+    const u64 start = get_now_ms();
+    bool answered = false;
+    for (int attempt = 0; attempt < kProbeAttempts && !answered; ++attempt) {
+        answered = probe_once(wanid, probe);
+        if (!answered) {
+            sleep(kProbePause);  // after the last attempt too
+        }
+    }
+    const u64 took = get_now_ms() - start;
+    console_print("\033[1;%d;%dmIt takes %llu.%03llus.\n\033[0m", kBackground, kCyan, took / 1000,
+                  took % 1000);
+    return answered;
+}
+
+/** Whether two keys hold the same text; an absent key holds an empty one. */
+bool hold_the_same(const char *key, const char *other_key)
+{
+    return ConfigValue{key} == ConfigValue{other_key}.c_str();
+}
+
 // ---- name resolution ------------------------------------------------------------------------
 
 constexpr timeval kDnsPatience = {.tv_sec = 2, .tv_usec = 0};
@@ -317,6 +387,95 @@ const char *exchange(DnsMessage &message, const char *server, const char *ifname
 }
 
 // ---- bridge and switch ----------------------------------------------------------------------
+
+constexpr const char *kForwarding = "/proc/sys/net/ipv4/ip_forward";
+constexpr int kLanSwitch = 1;
+constexpr std::size_t kAllPlacesSize = 64;  // what a change of the whole device looks at
+constexpr std::size_t kFactoryMacDigits = 12;
+
+/** Logs a command and runs it; nobody looks at its result. */
+PROD_PRINTF(2, 3) void run_logged(Site site, const char *format, ...)
+{
+    Text<256> command;
+    va_list args;
+    va_start(args, format);
+    command.vappend(format, args);
+    va_end(args);
+    PROD_LOG_GATED_AT(site, PROD_DBG_INFO, kProd, "<CMD> %s", command.c_str());
+    doSystemCmd("%s", command.c_str());
+}
+
+void move_ports(Site site)
+{
+    const Ports ports;
+    for (int i = 0; i < ports.count(); ++i) {
+        char name[32];
+        prod_common_get_port_ifname(static_cast<unsigned int>(i) + 1, name, sizeof(name));
+        if (!can_name_interface(name)) {
+            continue;
+        }
+        const bool is_wan = phyid_to_wanid(ports.at(i)) != 0;
+        run_logged(site, "brctl %s br0 %s", is_wan ? "delif" : "addif", ShellWord{name}.c_str());
+    }
+}
+
+/** Tells every port which side it is on. @return the ports as bits of a mask */
+unsigned int assign_ports()
+{
+    unsigned int mask = 0;
+    const Ports ports{kAllPlacesSize};
+    for (int i = 0; i < ports.count(); ++i) {
+        const int phyid = ports.at(i);
+        if (phyid >= 0 && phyid < 32) {
+            mask |= 1U << phyid;
+        }
+        ethswctl_wan_set_by_main_ifname(phyid, phyid_to_wanid(phyid) != 0);
+    }
+    return mask;
+}
+
+void set_bridge_mac(Site site)
+{
+    const FactoryValue mac{"HW_NIC0_ADDR", 64};
+    const char *const digits = mac.c_str();
+    if (strlen(digits) != kFactoryMacDigits ||
+        strspn(digits, "0123456789abcdefABCDEF") != kFactoryMacDigits) {
+        return;
+    }
+    Text<32> address{"%.2s", digits};
+    for (std::size_t i = 2; i < kFactoryMacDigits; i += 2) {
+        address.appendf(":%.2s", digits + i);
+    }
+    run_logged(site, "ifconfig br0 hw ether %s", address.c_str());
+}
+
+void set_bridge_address(Site site)
+{
+    const ConfigValue ip{"lan.ip", 64};
+    in_addr address;
+    // inet_aton() takes what follows a blank for a comment; a shell would not.
+    if (inet_aton(ip.c_str(), &address) != 0) {
+        run_logged(site, "ifconfig br0 %s", ShellWord{ip.c_str()}.c_str());
+    }
+}
+
+void bcm_leave_switch_only_mode()
+{
+    run_logged(PROD_SITE, "brctl addbr br0");
+    const int eth_id = kLanSwitch;
+    const unsigned int untag_bit = assign_ports();
+    const unsigned int tag_bit = 0;
+    const int result = iof_vlan_set(eth_id, untag_bit, tag_bit);
+    if (result != 0) {
+        PROD_LOG_ERROR(kProd, "Failed(%d) to %s", result,
+                       "iof_vlan_set(eth_id, untag_bit, tag_bit)");
+    }
+    update_bridge_test();
+    set_bridge_mac(PROD_SITE);
+    set_bridge_address(PROD_SITE);
+    PROD_LOG_INFO(kProd, "%s to file `%s`: 1", "Write", kForwarding);
+    do_file_cmd(kForwarding, 0, "1");
+}
 
 }  // namespace
 
@@ -650,6 +809,27 @@ char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int i
 
 // ---- kind of access -------------------------------------------------------------------------
 
+int prod_detect_wan_type(int wanid)
+{
+    if (is_answered(wanid, kPppoeProbe)) {
+        return HLX_WAN_CONNECT_PPPOE;
+    }
+    return is_answered(wanid, kDhcpProbe) ? HLX_WAN_CONNECT_DHCP : HLX_WAN_CONNECT_STATIC;
+}
+
+int pppoe_v4_as_v6(int wanid)
+{
+    if (prod_cfm_get_int_val("wan%d.connecttype", wanid) != HLX_WAN_CONNECT_PPPOE ||
+        prod_cfm_get_int_val("ipv6.wan%d.type", wanid) != HLX_WAN_CONNECT_PPPOE) {
+        return 0;
+    }
+    // The IPv6 account is that of WAN 1, whichever WAN is asked for.
+    return hold_the_same(ConfigKey{"wan%d.ppoe.userid", wanid}.c_str(), "ipv6.wan1.pppoe.user") &&
+                   hold_the_same(ConfigKey{"wan%d.ppoe.pwd", wanid}.c_str(), "ipv6.wan1.pppoe.pwd")
+               ? 1
+               : 0;
+}
+
 // ---- name resolution ------------------------------------------------------------------------
 
 int prod_resolve_domain(const char *domain, const char *interface_name, const char *dnsserver,
@@ -695,3 +875,47 @@ char *get_netcheck_hostname(char *domain)
 }
 
 // ---- bridge and switch ----------------------------------------------------------------------
+
+void update_bridge(void)
+{
+    move_ports(PROD_SITE);
+}
+
+void update_bridge_test(void)
+{
+    move_ports(PROD_SITE);
+}
+
+void ethswctl_wan_switch(const char *ifname, int enable)
+{
+    if (ifname == nullptr || !can_name_interface(ifname)) {
+        return;
+    }
+    const Text<256> command{"ethswctl -c wan -i %s -o %s", ShellWord{ifname}.c_str(),
+                            enable != 0 ? "enable" : "disable"};
+    command_trace(PROD_SITE, command.c_str());
+    doSystemCmd("%s", command.c_str());
+}
+
+int ethswctl_wan_set_by_main_ifname(int phy_port, int enable)
+{
+    const Text<32> key{"ports.phy.%d.eth", phy_port};
+    const ConfigValue ifname{key.c_str(), 128};
+    ethswctl_wan_switch(ifname.c_str(), enable);
+    return 0;
+}
+
+void leave_switch_only_mode(void)
+{
+    bcm_leave_switch_only_mode();
+}
+
+void down_lan_phy_connect(void)
+{
+    const Ports ports;
+    for (int i = 0; i < ports.count(); ++i) {
+        if (phyid_is_lan(ports.at(i)) != 0) {
+            iof_port_restart_auto_nego(ports.at(i));
+        }
+    }
+}

@@ -118,6 +118,8 @@ static void networks(void)
     prod_cfm_set_val("wans.flag", "1");
     EXPECT(wanid_to_phyid(1) == 4);
     EXPECT(phyid_to_lanid(0) == 1);
+    EXPECT(pppoe_v4_as_v6(1) == 0);
+    EXPECT(ethswctl_wan_set_by_main_ifname(9, 0) == 0);
 }
 
 static void ipv6(void)

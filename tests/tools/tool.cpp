@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "support/files.hpp"
 #include "support/network.hpp"
 
@@ -129,6 +131,41 @@ void link_is_up(const std::string &ifname)
     eventually(ifname + " is up", [&] {
         return output("ip link show " + ifname).find("state UP") != std::string::npos;
     });
+}
+
+Words lines_of(const std::string &text)
+{
+    Words lines;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+Words bash_completes(const std::string &script, const std::string &program, const Words &words)
+{
+    const std::string name = program.substr(program.rfind('/') + 1);
+    std::string function = "_" + name;
+    std::replace(function.begin(), function.end(), '-', '_');
+    std::string line = "'" + program + "'";
+    for (const std::string &word : words) {
+        line += " '" + word + "'";
+    }
+    const Outcome outcome = test::program(
+        {PRODCTL_BASH, "-c",
+         "source '" + script + "'\ncomplete -p " + name + " || exit\nCOMP_WORDS=(" + line +
+             ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" + function + " '" + program +
+             "' \"${COMP_WORDS[COMP_CWORD]}\" \"${COMP_WORDS[COMP_CWORD - 1]}\"\n"
+             "[ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\\n' \"${COMPREPLY[@]}\"\n"});
+    EXPECT_EQ(outcome.status, 0) << outcome;
+    EXPECT_EQ(outcome.err, "");
+    Words lines = lines_of(outcome.out);
+    EXPECT_FALSE(lines.empty());
+    EXPECT_EQ(lines.front(), "complete -F " + function + " " + name);
+    lines.erase(lines.begin());
+    return lines;
 }
 
 std::string on_a_terminal(const Words &arguments)

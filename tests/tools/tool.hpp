@@ -42,6 +42,15 @@ void eventually(const std::string &what, const std::function<bool()> &true_at_la
 /** Waits until the kernel says that the link of an interface is up, which it may do later. */
 void link_is_up(const std::string &ifname);
 
+/** The lines of a text, without their line breaks. */
+Words lines_of(const std::string &text);
+
+/**
+ * What bash completes the line of a program to, by its completion script: the candidates for the
+ * last of @p words, which follow the program.
+ */
+Words bash_completes(const std::string &script, const std::string &program, const Words &words);
+
 /** What prodctl shows on a terminal. */
 std::string on_a_terminal(const Words &arguments);
 

@@ -13,6 +13,7 @@ extern const Command kConfigGroup;
 extern const Command kWanGroup;
 extern const Command kLanGroup;
 extern const Command kIpv6Group;
+extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
@@ -26,6 +27,8 @@ void show_wan_macs(const cJSON *answer, Page &page);
 extern const Option kWanMacsOptions[1];
 int run_lan_check(const Call &call, cJSON *answer);
 void show_lan_check(const cJSON *answer, Page &page);
+int run_wan_detect(const Call &call, cJSON *answer);
+void show_wan_detect(const cJSON *answer, Page &page);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);

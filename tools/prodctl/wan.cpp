@@ -254,6 +254,18 @@ constexpr Command kCommands[] = {
      .run = run_wan_macs,
      .show = show_wan_macs,
      .options = kWanMacsOptions},
+    {.name = "detect",
+     .summary = "Find out what kind of access the line behind a WAN offers",
+     .arguments = "WAN",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .details =
+         "WAN is 1 to 4. A PPPoE access concentrator is looked for, then a DHCP server; when\n"
+         "neither answers the type is static. Takes up to 20 seconds. No setting changes.",
+     .no = "WAN is not configured or has no interface",
+     .run = run_wan_detect,
+     .show = show_wan_detect,
+     .candidates = "1 2 3 4"},
     {.name = "save-lease",
      .summary = "Write a WAN's address file; for the script of its DHCP client",
      .arguments = "WAN ADDRESS MASK GATEWAY [DNS1 [DNS2]]",
