@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The tables of records that name LAN hosts.
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -290,6 +291,20 @@ constexpr Command kCommands[] = {
 
 }  // namespace
 
-const std::span<const Command> kLanRecordCommands = kCommands;
+const char *table_name(const db_table *table)
+{
+    for (const NamedTable &named : kTables) {
+        if (named.open() == table) {
+            return named.name;
+        }
+    }
+    return "";
+}
+
+constinit const Command kLanRecordsGroup = {
+    .name = "records",
+    .summary = "The records that name LAN hosts: DHCP pools, port forwarding, address bindings",
+    .children = kCommands,
+};
 
 }  // namespace prodctl
