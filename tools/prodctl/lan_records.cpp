@@ -137,7 +137,6 @@ void show_show(const cJSON *answer, Page &page)
     const cJSON *table;
     cJSON_ArrayForEach(table, answer)
     {
-        page.gap();
         page.heading(table->string);
         std::vector<const char *> titles;
         std::vector<std::vector<Cell>> rows;
