@@ -103,8 +103,9 @@ class Plain
         must(sqlite3_open("/cfg/database/plain.db", &db_) == SQLITE_OK, "open");
         exec("PRAGMA synchronous=EXTRA");
         exec("DROP TABLE IF EXISTS t");
-        exec("CREATE TABLE t (id INTEGER PRIMARY KEY AUTOINCREMENT, enabled INTEGER, ip TEXT, "
-             "protocol INTEGER, wan INTEGER, inner TEXT, outer TEXT, name TEXT)");
+        exec(
+            "CREATE TABLE t (id INTEGER PRIMARY KEY AUTOINCREMENT, enabled INTEGER, ip TEXT, "
+            "protocol INTEGER, wan INTEGER, inner TEXT, outer TEXT, name TEXT)");
         exec("BEGIN");
         for (int i = 0; i < kRows; ++i) {
             const std::string port = std::to_string(1024 + i);

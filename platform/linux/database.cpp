@@ -11,8 +11,9 @@
 // - No descriptor of the file is ever opened and closed beside the engine's own, since that would
 //   drop the process's locks: an existing file is left to the engine.
 //
-// The rollback journal and not a write-ahead log: it leaves one file when nothing is going on, needs
-// no shared memory, which not every flash file system has, and reads from a read-only partition.
+// The rollback journal and not a write-ahead log: it leaves one file when nothing is going on,
+// needs no shared memory, which not every flash file system has, and reads from a read-only
+// partition.
 #include "platform/database.h"
 
 #include <fcntl.h>
@@ -236,7 +237,8 @@ int wait_for_another(void *, int pauses)
     return 1;
 }
 
-/** Makes the file of a database if there is none; the engine's own way would let everybody read it. */
+/** Makes the file of a database if there is none; the engine's own way would let everybody read it.
+ */
 void make_file(const char *path)
 {
     mkdir(kFolder, kPrivateFolder);
@@ -296,8 +298,8 @@ bool is_column(const db_col_t &column, int index)
         sqlite3_stricmp(column.name, "_id") == 0) {
         return false;
     }
-    return column.type == DB_INT || (column.type == DB_STRING && column.length > 1 &&
-                                     column.length <= DB_LENGTH_MAX);
+    return column.type == DB_INT ||
+           (column.type == DB_STRING && column.length > 1 && column.length <= DB_LENGTH_MAX);
 }
 
 bool are_columns(const db_col_t *columns, int count)
@@ -459,8 +461,8 @@ bool Table::create()
         const Sql index{sqlite3_mprintf("CREATE UNIQUE INDEX \"%w/%w\" ON \"%w\" (\"%w\")", name,
                                         column.name, name, column.name)};
         // One that is there already cannot be added.
-        if (add != nullptr && index != nullptr && database->exec(add.get()) &&
-            column.unique != 0 && !database->exec(index.get())) {
+        if (add != nullptr && index != nullptr && database->exec(add.get()) && column.unique != 0 &&
+            !database->exec(index.get())) {
             return false;
         }
     }
@@ -497,8 +499,7 @@ bool Table::bind(const Use &use, const db_val_t *values) const
 /** A column of the statement's row, as long as a text of that column may be. */
 std::string_view text_of(sqlite3_stmt *statement, int place, const db_col_t &column)
 {
-    const auto *const text =
-        reinterpret_cast<const char *>(sqlite3_column_text(statement, place));
+    const auto *const text = reinterpret_cast<const char *>(sqlite3_column_text(statement, place));
     return {text, text != nullptr ? strnlen(text, static_cast<std::size_t>(column.length) - 1) : 0};
 }
 
@@ -632,8 +633,8 @@ int set_row(db_table *handle, int row_id, const db_val_t *values)
     }
     Table &table = operation.table();
     const Use use{table.statement(kSet)};
-    return use && table.bind(use, values) && use.bind(table.col_num + 1, row_id) &&
-                   use.is_done() && operation.changed_a_row()
+    return use && table.bind(use, values) && use.bind(table.col_num + 1, row_id) && use.is_done() &&
+                   operation.changed_a_row()
                ? 1
                : 0;
 }

@@ -48,23 +48,25 @@ std::string address_of(const std::string &host)
 void takes_a_lease(const std::string &host, const std::string &start_of_address)
 {
     must("lab client " + host + " renew");
-    eventually(host + " has a lease of the new pool", [&] {
-        return address_of(host).rfind(start_of_address, 0) == 0;
-    });
+    eventually(host + " has a lease of the new pool",
+               [&] { return address_of(host).rfind(start_of_address, 0) == 0; });
 }
 
 /** Everything that names a host of the LAN. */
 void settle()
 {
-    must("prodctl config set dhcps.Staticnum=2 'dhcps.Staticip1=192.168.0.50;02:00:5e:00:53:02;phone'"
-         " 'dhcps.Staticip2=192.168.0.51;02:00:5e:00:53:09;box' wans.flag=2"
-         " wan1.dmzip=192.168.0.66 wan1.dmzen=1 wan2.dmzip=192.168.0.1 wan2.dmzen=1"
-         " lan.webip=192.168.0.9 lan.webipen=1"
-         " adv.snat.listnum=2 'adv.snat.list1=192.168.0.20;100.64.1.9;1'"
-         " 'adv.snat.list2=192.168.0.21;100.64.1.8;0'"
-         " adv.logs.listnum=1 'adv.logs.list1=192.168.0.30;514;1' --commit");
-    must("prodctl lan records add port-map enabled=1 ip=192.168.0.100 protocol=6 wan=1"
-         " inner-port=80 outer-port=8080 name=web");
+    must(
+        "prodctl config set dhcps.Staticnum=2 "
+        "'dhcps.Staticip1=192.168.0.50;02:00:5e:00:53:02;phone'"
+        " 'dhcps.Staticip2=192.168.0.51;02:00:5e:00:53:09;box' wans.flag=2"
+        " wan1.dmzip=192.168.0.66 wan1.dmzen=1 wan2.dmzip=192.168.0.1 wan2.dmzen=1"
+        " lan.webip=192.168.0.9 lan.webipen=1"
+        " adv.snat.listnum=2 'adv.snat.list1=192.168.0.20;100.64.1.9;1'"
+        " 'adv.snat.list2=192.168.0.21;100.64.1.8;0'"
+        " adv.logs.listnum=1 'adv.logs.list1=192.168.0.30;514;1' --commit");
+    must(
+        "prodctl lan records add port-map enabled=1 ip=192.168.0.100 protocol=6 wan=1"
+        " inner-port=80 outer-port=8080 name=web");
     must("prodctl lan records add ip-mac-bind ip=192.168.0.50 mac=02:00:5e:00:53:02 remark=phone");
 }
 
@@ -111,9 +113,8 @@ TEST(LanMove, EverythingFollowsTheAddress)
 
     takes_a_lease("lan1", "192.168.1.1");
     takes_a_lease("lan2", "192.168.1.50");  // its static lease
-    eventually("hosts reach the device", [] {
-        return story::run("lab exec lan1 ping -c 1 -W 1 192.168.1.1").status == 0;
-    });
+    eventually("hosts reach the device",
+               [] { return story::run("lab exec lan1 ping -c 1 -W 1 192.168.1.1").status == 0; });
 }
 
 TEST(LanMove, AnotherMaskIsAnotherPool)

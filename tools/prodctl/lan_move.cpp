@@ -23,7 +23,7 @@ namespace
 {
 
 struct Change {
-    std::string key;        // of the configuration; empty for a record's value
+    std::string key;  // of the configuration; empty for a record's value
     db_table *table = nullptr;
     int row = 0;
     int column = 0;
@@ -114,8 +114,8 @@ class Rehearsal
         if (change.table->columns[change.column].unique == 0) {
             return false;
         }
-        const Row other{
-            change.table->find(change.table, change.column, change.after.c_str(), 0), free};
+        const Row other{change.table->find(change.table, change.column, change.after.c_str(), 0),
+                        free};
         bool taken = other != nullptr && other->id != change.row;
         for (const Change &earlier : changes_) {
             if (earlier.table == change.table && earlier.column == change.column &&
@@ -153,8 +153,7 @@ class Rehearsal
     static int note_nothing(db_table *) { return 1; }
 
     inline static Rehearsal *running = nullptr;
-    Stage stages_[3] = {
-        {get_dhcps_list_table}, {get_port_map_table}, {get_ip_mac_bind_table}};
+    Stage stages_[3] = {{get_dhcps_list_table}, {get_port_map_table}, {get_ip_mac_bind_table}};
     std::vector<Change> changes_;
 };
 
@@ -207,10 +206,9 @@ bool set_bridge_address(const AddressRange &range)
 
 std::string name_of(const Change &change)
 {
-    return change.table != nullptr
-               ? format("%s %d %s", table_name(change.table), change.row,
-                        change.table->columns[change.column].name)
-               : change.key;
+    return change.table != nullptr ? format("%s %d %s", table_name(change.table), change.row,
+                                            change.table->columns[change.column].name)
+                                   : change.key;
 }
 
 void add_change(cJSON *changes, const Change &change)
@@ -257,7 +255,8 @@ int run_lan_move(const Call &call, cJSON *answer)
         return call.usage("'%s' is not ADDRESS/MASK of a host, with a mask of 8 to 30 bits",
                           call[0]);
     }
-    const Move move{*to, {config_value("lan.ip").value_or(""), config_value("lan.mask").value_or("")}};
+    const Move move{*to,
+                    {config_value("lan.ip").value_or(""), config_value("lan.mask").value_or("")}};
     if (!is_dotted_quad(move.from.address.c_str()) || !is_mask(move.from.mask.c_str())) {
         return call.no("lan.ip and lan.mask do not tell where the LAN is now");
     }
@@ -287,7 +286,8 @@ void show_lan_move(const cJSON *answer, Page &page)
     const cJSON *change;
     cJSON_ArrayForEach(change, member(answer, "changes"))
     {
-        rows.push_back({text_of(change, "setting"), text_of(change, "before"),
+        rows.push_back({text_of(change, "setting"),
+                        text_of(change, "before"),
                         {text_of(change, "after"), Tone::kStrong}});
     }
     if (rows.empty()) {

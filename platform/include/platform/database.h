@@ -145,8 +145,9 @@ typedef struct db_table {
 
 /**
  * Fills the handle of a table. The database and the table are made when they are missing; a table
- * that lacks a column gets it, and its rows have no value there (0 for DB_INT). Columns of the table
- * that are not named are left alone. Cheap for a table that this process has asked for before.
+ * that lacks a column gets it, and its rows have no value there (0 for DB_INT). Columns of the
+ * table that are not named are left alone. Cheap for a table that this process has asked for
+ * before.
  *
  * @param db_name     at most 63 characters, no slash, no dot in front
  * @param table       overwritten
