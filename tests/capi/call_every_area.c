@@ -140,6 +140,26 @@ static void networks(void)
     EXPECT(phyid_to_lanid(0) == 1);
 }
 
+static void ipv6(void)
+{
+    const unsigned char mac[6] = {0, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const struct in6_addr prefix = {{{0x20, 0x01, 0x0d, 0xb8}}};
+    struct in6_addr address;
+    ipv6_addr_t all[2];
+    char text[41] = "";
+    char other[41] = "";
+    EXPECT(get_ipv6_prefix_len("lo") == 0 || get_ipv6_prefix_len("lo") == 128);
+    EXPECT(get_link_ipv6_prefix_len("lo") == 0);
+    EXPECT(get_link_ipv6_str("lo", text) == 0);
+    EXPECT(get_ipv6_str("absent", text) == 0);
+    EXPECT(get_ipv6_addrs("absent", all, 2) == 0);
+    EXPECT(get_ipv6_def_gw(text) == 0);
+    EXPECT(get_ipv6_dns(text, other) == 0 && text[0] == '\0');
+    EXPECT(generate_ipv6_by_mac(&prefix, 64, mac, &address) == 1 && address.s6_addr[15] == 0x55);
+    prod_cfm_set_val("wans.flag", "0");
+    wan_interface_addr_init();
+}
+
 static void address_ranges(void)
 {
     PROD_IP_CONFLICT_STRU lan;
@@ -179,6 +199,7 @@ int main(void)
     wireless();
     hardware_and_system();
     networks();
+    ipv6();
     address_ranges();
     wan_status();
     return failures != 0;

@@ -52,6 +52,10 @@ int main(void)
     FIELD(USER_INFO, thisCalcTime);
     FIELD(USER_INFO, lastCalcTime);
 
+    RECORD(ipv6_addr_t);
+    FIELD(ipv6_addr_t, ip);
+    FIELD(ipv6_addr_t, prefix_len);
+
     RECORD(WAN_IP_INFO);
     FIELD(WAN_IP_INFO, wan_ip);
     FIELD(WAN_IP_INFO, wan_mask);
