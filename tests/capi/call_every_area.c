@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* A C program that calls every area of the library, as a daemon of the device does. */
+#include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -48,6 +49,25 @@ static void strings(void)
     free(joined);
     EXPECT(strcmp(str_to_hex("abc", hex, sizeof(hex)), "616263") == 0);
     EXPECT(strcmp(get_self_pname(), "<null>") != 0);
+}
+
+static void lan_move(void)
+{
+    db_table *table = get_ip_mac_bind_table();
+    db_val_t values[3];
+    db_row_t *row;
+    EXPECT(table != NULL && table->col_num == 3);
+    if (table == NULL)
+        return;
+    values[0].s = "192.168.0.9";
+    values[1].s = "02:00:00:00:00:09";
+    values[2].s = NULL;
+    EXPECT(table->add(table, values) > 0);
+    check_lanip_change_sync_ipmac_bind(inet_addr("192.168.1.1"), inet_addr("255.255.255.0"),
+                                       inet_addr("255.255.255.0"));
+    row = table->find(table, 0, "192.168.1.9", 0);
+    EXPECT(row != NULL && strcmp(row->values[1].s, "02:00:00:00:00:09") == 0);
+    free(row);
 }
 
 static void files(void)
@@ -187,6 +207,7 @@ int main(void)
     debug_levels();
     shared_memory();
     strings();
+    lan_move();
     files();
     configuration();
     json();

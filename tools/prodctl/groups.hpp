@@ -3,6 +3,7 @@
 #pragma once
 
 #include "command.hpp"
+#include "platform/database.h"
 
 namespace prodctl
 {
@@ -29,6 +30,11 @@ int run_lan_check(const Call &call, cJSON *answer);
 void show_lan_check(const cJSON *answer, Page &page);
 int run_wan_detect(const Call &call, cJSON *answer);
 void show_wan_detect(const cJSON *answer, Page &page);
+int run_lan_move(const Call &call, cJSON *answer);
+void show_lan_move(const cJSON *answer, Page &page);
+extern const Command kLanRecordsGroup;
+/** The name of one of the tables that lan records shows. */
+const char *table_name(const db_table *table);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
