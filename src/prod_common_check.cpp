@@ -46,21 +46,25 @@ constexpr int kCannotScan = PROD_CONFLICT_SET_SIZE;
 constexpr const char *kMask24 = "255.255.255.0";
 constexpr const char *kMask16 = "255.255.0.0";
 
+/** What a key holds: an address, or a record whose second field is one. */
+enum class AddressIn { kValue, kRecord };
+
 /** Where the configuration keeps a range. */
 struct RangeSource {
     PROD_CONFLICT_IP_ENUM type;
+    AddressIn address_in;
     const char *ip_key;
-    const char *mask_key;    // nullptr where the mask is not configured but
-    const char *fixed_mask;  // this one
-    bool in_record = false;  // the address is the second field of the value
+    const char *mask_key;    // nullptr where the mask is fixed
+    const char *fixed_mask;  // nullptr where it is configured
 };
 constexpr RangeSource kRangeSources[] = {
-    {PROD_CONFLICT_IP_LAN, "lan.ip", "lan.mask", nullptr},
-    {PROD_CONFLICT_IP_PORTAL, "lan.portal_ip", nullptr, kMask24},
-    {PROD_CONFLICT_IP_GUEST, "wl.guest.dhcps_ip", "wl.guest.dhcps_mask", nullptr},
-    {PROD_CONFLICT_IP_PPPoES, "pppoeserver.info", nullptr, kMask16, true},
-    {PROD_CONFLICT_IP_PPTP_SERVER, "pptp.ser.pptpdserver", nullptr, kMask24},
-    {PROD_CONFLICT_IP_L2TP_SERVER, "l2tp.ser.l2tpdserver", nullptr, kMask24},
+    {PROD_CONFLICT_IP_LAN, AddressIn::kValue, "lan.ip", "lan.mask", nullptr},
+    {PROD_CONFLICT_IP_PORTAL, AddressIn::kValue, "lan.portal_ip", nullptr, kMask24},
+    {PROD_CONFLICT_IP_GUEST, AddressIn::kValue, "wl.guest.dhcps_ip", "wl.guest.dhcps_mask",
+     nullptr},
+    {PROD_CONFLICT_IP_PPPoES, AddressIn::kRecord, "pppoeserver.info", nullptr, kMask16},
+    {PROD_CONFLICT_IP_PPTP_SERVER, AddressIn::kValue, "pptp.ser.pptpdserver", nullptr, kMask24},
+    {PROD_CONFLICT_IP_L2TP_SERVER, AddressIn::kValue, "l2tp.ser.l2tpdserver", nullptr, kMask24},
 };
 
 /** Reads a range; false when its address is not set. */
@@ -72,7 +76,7 @@ bool read_range(const RangeSource &source, PROD_IP_CONFLICT_STRU &range)
     }
     range.type = source.type;
     range.ip[0] = '\0';
-    if (source.in_record) {
+    if (source.address_in == AddressIn::kRecord) {
         sscanf(value.c_str(), " %*[^;];%15[^;];* ", range.ip);
     } else {
         copy_text(range.ip, value.c_str());
@@ -106,6 +110,19 @@ Ipv4Text text_of(const char (&field)[kIpv4TextSize])
 bool is_no_address(std::string_view text)
 {
     return text.empty() || text == kNoAddress;
+}
+
+/** Takes a candidate out of a range that is in its way: out of the wider network of the two. */
+bool leave(const PROD_IP_CONFLICT_STRU &in_the_way, const char *mask,
+           char (&candidate)[kIpv4TextSize])
+{
+    const u32 step_mask = std::min(ipv4_from(text_of(in_the_way.mask).c_str()), ipv4_from(mask));
+    char next[kIpv4TextSize] = {};
+    if (ifaddrs_ip_increase(candidate, step_mask, next, 0) != 0) {
+        return false;
+    }
+    copy_text(candidate, text_of(next).view());
+    return true;
 }
 
 // ---- the LAN moves --------------------------------------------------------------------------
@@ -205,10 +222,7 @@ struct Move {
     bool leads_out(u32 host) const { return (host & mask) != network(); }
     u32 moved(u32 host) const { return (host & ~old_mask) + network(); }
     /** As the daemon of the port-forwarding rules keeps its hosts. */
-    u32 moved_forward(u32 host) const
-    {
-        return htonl((ntohl(host) & ~old_mask) + network());
-    }
+    u32 moved_forward(u32 host) const { return htonl((ntohl(host) & ~old_mask) + network()); }
 };
 
 /** How an address is held apart from the rest of its record. */
@@ -449,16 +463,7 @@ void get_ip_conflict_new_ip(const PROD_IP_CONFLICT_STRU *item, const PROD_IP_CON
                            static_cast<int>(item->type), text_of(item->ip).c_str());
             break;
         }
-        // The wider of the two networks is left as a whole.
-        const u32 step_mask =
-            std::min(ipv4_from(text_of(set[clash].mask).c_str()), ipv4_from(mask.c_str()));
-        char next[kIpv4TextSize] = {};
-        if (ifaddrs_ip_increase(candidate, step_mask, next, 0) == 0) {
-            copy_text(candidate, text_of(next).view());
-            failures = 0;
-        } else {
-            ++failures;
-        }
+        failures = leave(set[clash], mask.c_str(), candidate) ? 0 : failures + 1;
     }
     copy_text(newIp, kIpv4TextSize, candidate);
 }

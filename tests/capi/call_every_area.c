@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* A C program that calls every area of the library, as a daemon of the device does. */
+#include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -48,6 +49,25 @@ static void strings(void)
     free(joined);
     EXPECT(strcmp(str_to_hex("abc", hex, sizeof(hex)), "616263") == 0);
     EXPECT(strcmp(get_self_pname(), "<null>") != 0);
+}
+
+static void lan_move(void)
+{
+    db_table *table = get_ip_mac_bind_table();
+    db_val_t values[3];
+    db_row_t *row;
+    EXPECT(table != NULL && table->col_num == 3);
+    if (table == NULL)
+        return;
+    values[0].s = "192.168.0.9";
+    values[1].s = "02:00:00:00:00:09";
+    values[2].s = NULL;
+    EXPECT(table->add(table, values) > 0);
+    check_lanip_change_sync_ipmac_bind(inet_addr("192.168.1.1"), inet_addr("255.255.255.0"),
+                                       inet_addr("255.255.255.0"));
+    row = table->find(table, 0, "192.168.1.9", 0);
+    EXPECT(row != NULL && strcmp(row->values[1].s, "02:00:00:00:00:09") == 0);
+    free(row);
 }
 
 static void files(void)
@@ -141,6 +161,28 @@ static void networks(void)
     prod_cfm_set_val("wans.flag", "1");
     EXPECT(wanid_to_phyid(1) == 4);
     EXPECT(phyid_to_lanid(0) == 1);
+    EXPECT(pppoe_v4_as_v6(1) == 0);
+    EXPECT(ethswctl_wan_set_by_main_ifname(9, 0) == 0);
+}
+
+static void ipv6(void)
+{
+    const unsigned char mac[6] = {0, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const struct in6_addr prefix = {{{0x20, 0x01, 0x0d, 0xb8}}};
+    struct in6_addr address;
+    ipv6_addr_t all[2];
+    char text[41] = "";
+    char other[41] = "";
+    EXPECT(get_ipv6_prefix_len("lo") == 0 || get_ipv6_prefix_len("lo") == 128);
+    EXPECT(get_link_ipv6_prefix_len("lo") == 0);
+    EXPECT(get_link_ipv6_str("lo", text) == 0);
+    EXPECT(get_ipv6_str("absent", text) == 0);
+    EXPECT(get_ipv6_addrs("absent", all, 2) == 0);
+    EXPECT(get_ipv6_def_gw(text) == 0);
+    EXPECT(get_ipv6_dns(text, other) == 0 && text[0] == '\0');
+    EXPECT(generate_ipv6_by_mac(&prefix, 64, mac, &address) == 1 && address.s6_addr[15] == 0x55);
+    prod_cfm_set_val("wans.flag", "0");
+    wan_interface_addr_init();
 }
 
 static void address_ranges(void)
@@ -155,6 +197,19 @@ static void address_ranges(void)
     EXPECT(check_get_new_ipaddr_by_hostid("192.168.5.77", lan.mask, 1, address) == 0);
     EXPECT(strcmp(address, "192.168.5.1") == 0);
     EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
+}
+
+static void name_servers(void)
+{
+    char text[256] = "";
+    char name[256];
+    add_dns_to_buf(text, sizeof(text), "9.9.9.9");
+    EXPECT(strcmp(text, " -s 9.9.9.9 ") == 0);
+    getAllWanDns(text, sizeof(text));
+    EXPECT(text[0] == '\0');
+    prod_cfm_set_val("netcheck.hostname", "www.example.net");
+    EXPECT(strcmp(get_netcheck_hostname(name), "www.example.net") == 0);
+    EXPECT(prod_resolve_domain(name, "", "0.0.0.0", text, NULL, NULL) == -1);
 }
 
 static void wan_status(void)
@@ -201,6 +256,7 @@ int main(void)
     debug_levels();
     shared_memory();
     strings();
+    lan_move();
     files();
     configuration();
     policies();
@@ -209,8 +265,10 @@ int main(void)
     firmware();
     hardware_and_system();
     networks();
+    ipv6();
     address_ranges();
     wan_status();
     figures_and_storage();
+    name_servers();
     return failures != 0;
 }

@@ -218,6 +218,10 @@ TEST_F(Conflicts, NothingElseOfTheSetIsTouched)
     Range untouched[PROD_CONFLICT_SET_SIZE - 6];
     memset(untouched, 0x5a, sizeof(untouched));
     EXPECT_EQ(memcmp(&set[6], untouched, sizeof(untouched)), 0);
+
+    config() = {{"pppoeserver.info", "a record of one field"}};
+    ASSERT_EQ(check_get_conflict_ip_list(set), 1);
+    EXPECT_STREQ(set[0].ip, "") << "not what stood there before";
 }
 
 TEST_F(Conflicts, ListTracesAndComplains)

@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Hardware I/O: LEDs, switch ports and the names of the board's Ethernet interfaces.
+ * Hardware I/O: LEDs, the switch and its ports, the names of the board's Ethernet interfaces and
+ * its MACs.
  *
  * No function here blocks for longer than a system call, and any thread may call any of them.
  */
@@ -146,6 +147,42 @@ PLATFORM_API int iof_port_status_get(int port, port_status *status);
  *         until the process ends. NULL when the board has none.
  */
 PLATFORM_API char *iof_eth_name_get(eth_idx_t index);
+
+/**
+ * Reads the board's base MAC, the first of the range that is the device's own.
+ * @param mac  6 bytes; untouched on failure
+ * @return 0 on success, non-zero when the board has none
+ */
+PLATFORM_API int iof_mac_addr_get(unsigned char *mac);
+
+/**
+ * Tells the switch to take in frames for a WAN's MAC. Earlier MACs stay known to it; one that it
+ * knows already is no failure, and neither is a board whose switch need not be told.
+ * @param mac  6 bytes
+ * @return 0 on success, non-zero when the switch refuses it
+ */
+PLATFORM_API int iof_mac_clone_set(unsigned char *mac);
+
+/**
+ * Makes switch ports members of the switch's own VLAN. Ports by bits, bit n being physical port n;
+ * a port in neither mask leaves the VLAN, one in both counts as untagged. Only the ports that are
+ * in the LAN bridge now are switched; the others are interfaces of their own.
+ * @param eth_id     number of the switch, from 1; its VLAN has the same number
+ * @param untag_bit  ports whose frames come and go without a tag
+ * @param tag_bit    ports whose frames bear the VLAN's tag
+ * @return 0 on success, also when the ports are so already; else an errno value, that of the first
+ *         failing step, with the other steps done: ENODEV for a switch that the board does not
+ *         have, EOPNOTSUPP where the kernel's bridge cannot tell VLANs apart and the ports are not
+ *         all untagged
+ */
+PLATFORM_API int iof_vlan_set(int eth_id, unsigned int untag_bit, unsigned int tag_bit);
+
+/**
+ * Makes a switch port negotiate its link anew: the partner sees the link go down and come back.
+ * @return 0 on success; else an errno value: ENODEV for a port the board does not have or whose
+ *         interface is gone, EOPNOTSUPP where the link is not negotiated
+ */
+PLATFORM_API int iof_port_restart_auto_nego(int port);
 
 PLATFORM_END
 
