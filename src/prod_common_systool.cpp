@@ -121,9 +121,8 @@ HLX_RETURN_CODE systool_get_memInfo(int *memuse)
     }
     const std::optional<long long> total = figure_of(lines.next());
     const std::optional<long long> free_kb = figure_of(lines.next());
-    *memuse = total && free_kb && *total != 0
-                  ? static_cast<int>((*total - *free_kb) * 100 / *total)
-                  : 100;
+    *memuse = total && free_kb && *total != 0 ? static_cast<int>((*total - *free_kb) * 100 / *total)
+                                              : 100;
     return HLX_OK;
 }
 

@@ -172,10 +172,10 @@ TEST_F(Disks, WithoutABuffer)
 {
     char text[8] = "before";
     for (const int room : {0, -1, INT_MIN}) {
-        EXPECT_THAT(printed([&, room = room] {
-                        EXPECT_EQ(prod_common_usb_get_diskname(text, room), HLX_ERR);
-                    }),
-                    Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
+        EXPECT_THAT(
+            printed(
+                [&, room = room] { EXPECT_EQ(prod_common_usb_get_diskname(text, room), HLX_ERR); }),
+            Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
     }
     EXPECT_THAT(printed([] { EXPECT_EQ(prod_common_usb_get_diskname(nullptr, 8), HLX_ERR); }),
                 Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
@@ -223,13 +223,13 @@ TEST_F(Usb, ARecordIsShownToWhoAsks)
     const auto line = [](const char *message) {
         return log_line(PROD_DBG_INFO, "prod_common_write_usb_volume_to_file", message);
     };
-    EXPECT_THAT(printed_at(PROD_DBG_INFO,
-                           [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
-                Prints(line("sda1:total:2.000000G") + line("User space:1.500000G") +
-                       line("free space:0.500000G") + line("avail space:0.250000G")));
-    EXPECT_EQ(printed_at(PROD_DBG_DEBUG,
-                         [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
-              "");
+    EXPECT_THAT(
+        printed_at(PROD_DBG_INFO, [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
+        Prints(line("sda1:total:2.000000G") + line("User space:1.500000G") +
+               line("free space:0.500000G") + line("avail space:0.250000G")));
+    EXPECT_EQ(
+        printed_at(PROD_DBG_DEBUG, [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
+        "");
 }
 
 TEST_F(Usb, LargeDisks)
@@ -405,9 +405,9 @@ TEST_F(Volumes, NoFolderOfPartitions)
 {
     disks({"sda"});
     test::remove_all("/var/etc/upan");
-    EXPECT_THAT(printed([] { EXPECT_EQ(prod_common_get_usbvolume(), HLX_ERR); }),
-                Prints(log_line(PROD_DBG_ERROR, "prod_common_get_usbvolume",
-                                "Can't open DiskNode.")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(prod_common_get_usbvolume(), HLX_ERR); }),
+        Prints(log_line(PROD_DBG_ERROR, "prod_common_get_usbvolume", "Can't open DiskNode.")));
     EXPECT_FALSE(test::exists(kVolumes));
 }
 
