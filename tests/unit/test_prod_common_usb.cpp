@@ -205,7 +205,8 @@ TEST_F(Disks, AreWaitedForOnce)
 TEST_F(Usb, ARecordOfOnePartition)
 {
     partition("sda1", file_system(4096, 524288, 131072, 65536));
-    char text[PROD_USB_RECORD_SIZE + 4] = "abc";
+    char text[PROD_USB_RECORD_SIZE + 4];
+    memset(text, '#', sizeof(text));
     const std::string record = "sda1:2.000000G*1.500000G*0.500000G*0.250000G~";
     EXPECT_EQ(prod_common_write_usb_volume_to_file("sda1", text, 0),
               static_cast<int>(record.size()));
