@@ -1,9 +1,10 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Presence checks: small questions that daemons ask before they act, each answered from the
- * kernel's view at the moment of the call; and two small edits, of a rule text and of a stored
- * time. All functions may be called from any thread.
+ * Checks that daemons make before they act: whether an address range clashes with one that the
+ * device serves, and which would not; presence checks, each answered from the kernel's view at the
+ * moment of the call; and two small edits, of a rule text and of a stored time. All functions may
+ * be called from any thread.
  */
 #ifndef PROD_COMMON_CHECK_H
 #define PROD_COMMON_CHECK_H
@@ -13,9 +14,140 @@
 /** Bytes that a rule text of check_modify_item_in_rule() needs. */
 #define PROD_RULE_SIZE 2308
 
+/** Ranges that a set has room for; also the result of a clash scan that could not be made. */
+#define PROD_CONFLICT_SET_SIZE 100
+
+/** What an address range serves. */
+typedef enum {
+    PROD_CONFLICT_IP_LAN = 0,
+    PROD_CONFLICT_IP_PORTAL = 1,
+    PROD_CONFLICT_IP_GUEST = 2,
+    PROD_CONFLICT_IP_PPPoES = 3, /**< the PPPoE server's clients */
+    PROD_CONFLICT_IP_QVLAN = 4,  /**< for callers: never among the configured ranges */
+    PROD_CONFLICT_IP_PPTP_SERVER = 5,
+    PROD_CONFLICT_IP_L2TP_SERVER = 6,
+    PROD_CONFLICT_IP_WAN = 7, /**< for callers: never among the configured ranges */
+    PROD_CONFLICT_IP_MAX = 8  /**< a range under test, which is none of these */
+} PROD_CONFLICT_IP,
+    PROD_CONFLICT_IP_ENUM;
+
+/** One address range: a host in it, and its mask. */
+typedef struct {
+    PROD_CONFLICT_IP_ENUM type;
+    int id;        /**< the caller's own */
+    char ip[16];   /**< dotted quad; an empty one and "0.0.0.0" clash with nothing */
+    char mask[16]; /**< dotted quad */
+} PROD_IP_CONFLICE, PROD_IP_CONFLICT_STRU;
+
 PROD_BEGIN
 
 /* ---- address ranges that clash ------------------------------------------------------------- */
+
+/**
+ * Lists the ranges that are configured, in this order, each as far as its address is set:
+ * the LAN ("lan.ip", "lan.mask"), the portal ("lan.portal_ip", /24), the guest network
+ * ("wl.guest.dhcps_ip", "wl.guest.dhcps_mask"), the PPPoE server (the second field of
+ * "pppoeserver.info", a /16), the PPTP server ("pptp.ser.pptpdserver", /24) and the L2TP server
+ * ("l2tp.ser.l2tpdserver", /24).
+ *
+ * @param set  PROD_CONFLICT_SET_SIZE ranges, zeroed; type, address and mask of the first ones are
+ *             written. NULL is logged at level 2, "arg is null.".
+ * @return how many there are: 0 to 6
+ */
+PROD_API int check_get_conflict_ip_list(PROD_IP_CONFLICT_STRU *set);
+
+/**
+ * The index of the first range of a kind. Each range before it is reported at level 2,
+ * "no enum found. ".
+ * @return @p maxNum when there is none; also for a kind above 8, a NULL @p set and a @p maxNum of
+ *         0, logged at level 2, "param error.."
+ */
+PROD_API int get_specific_ip_id(PROD_CONFLICT_IP_ENUM type, const PROD_IP_CONFLICT_STRU *set,
+                                int maxNum);
+
+/**
+ * Looks for the first range of a set that shares addresses with another range; logs it at level 4.
+ *
+ * @param MaxNum      ranges in @p set, 99 at most
+ * @param exceptType  the kind of the range under test: ranges of that kind do not count
+ * @return its index; @p MaxNum when there is none. 100, logged at level 2, for an argument that is
+ *         NULL and for an address or mask that is empty or "0.0.0.0" ("param error.."), and for a
+ *         @p MaxNum above 99 ("max num is large.")
+ */
+PROD_API int prod_check_conflict_with_ip_set(const char *ip, const char *mask,
+                                             const PROD_IP_CONFLICT_STRU *set, int MaxNum,
+                                             PROD_CONFLICT_IP_ENUM exceptType);
+
+/**
+ * Finds an address at which a range would clash with nothing: from its own one on, network after
+ * network of whichever is wider, the range or the one that is in the way.
+ *
+ * @param item    the range to move; not changed
+ * @param set     what must not be in the way; ranges of the kind of @p item never are
+ * @param setNum  ranges in @p set; no search is made in more than 99
+ * @param newIp   16 bytes; the address with the range's own host number, its present one when that
+ *                clashes with nothing. When the address space ends before the search does, that is
+ *                logged at level 2 and the last address tried is written.
+ *
+ * A NULL @p item, @p set or @p newIp and a kind above 8 are logged at level 2, "param error.", and
+ * change nothing.
+ */
+PROD_API void get_ip_conflict_new_ip(const PROD_IP_CONFLICT_STRU *item,
+                                     const PROD_IP_CONFLICT_STRU *set, int setNum, char *newIp);
+
+/**
+ * Whether a range that the device is about to take clashes with a configured one, and where that
+ * one could go.
+ *
+ * The proposal keeps away from the range under test, which takes the place of the first
+ * configured range, and from all the others. So when not the first one (the LAN) is in the way,
+ * the proposal also leaves that range's own network, but may be in the LAN's.
+ *
+ * @param item   the first configured range that is in the way
+ * @param NewIp  16 bytes; the proposed address for it
+ * @return 0 when nothing is in the way, 1 when something is; both outputs are written only then.
+ *         2 for a NULL argument and an empty address or mask, logged at level 2, "param error.".
+ */
+PROD_API int prod_check_ip_conflict(const char *ip, const char *mask, PROD_IP_CONFLICT_STRU *item,
+                                    char *NewIp);
+
+/**
+ * Asks whether a configured range must move because another configured one is in its way.
+ * @param type   its kind; above 8, or PROD_CONFLICT_IP_QVLAN, is logged at level 2,
+ *               "param error.", and changes nothing
+ * @param newIp  16 bytes; its new address, or the empty text when it may stay or is not
+ *               configured. NULL as a wrong kind.
+ */
+PROD_API void check_ip_conflict_change_itself(PROD_CONFLICT_IP_ENUM type, char *newIp);
+
+/**
+ * Whether a text that a user typed is the address of a host: four numbers between three dots, the
+ * first from 1 to 223, the others to 255, the last to 254. Only its first 16 characters count, and
+ * what stands behind the fourth number does not.
+ * @return 0 when it is; 1 when not, logged at level 2 ("error: Points' number != 3",
+ *         "error: Points' number != 4" for numbers that are missing, "IPAddress invalid."), and
+ *         for NULL
+ */
+PROD_API int prod_check_ip(const char *ip);
+
+/**
+ * A coarse screen for text on its way into a command: 1 when it holds none of ";", "&", "|" and
+ * the back-quote; 0 when it does, and for NULL. Dollar signs, quotes, redirections and line breaks
+ * pass, so it does not make a text safe by itself.
+ */
+PROD_API int prod_system_param_valid(const char *str);
+
+/**
+ * Builds the address with a host number in the network of another one.
+ *
+ * @param ipAddr  an address of the network; text that is none counts as 255.255.255.255
+ * @param mask    the network's mask, read likewise
+ * @param hostId  host byte order; bits beyond the mask are not cut
+ * @param outIp   16 bytes
+ * @return 0; -1 for a NULL argument, logged at level 2, "arg is null."
+ */
+PROD_API int check_get_new_ipaddr_by_hostid(const char *ipAddr, const char *mask, uint32_t hostId,
+                                            char *outIp);
 
 /* ---- the LAN moves ------------------------------------------------------------------------- */
 

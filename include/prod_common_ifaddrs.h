@@ -9,12 +9,13 @@
  * unless said otherwise. All log under module "prod".
  *
  * MAC texts are "%02hhX:%02hhX:%02hhX:%02hhX:%02hhX:%02hhX": 17 characters, 18 bytes. A raw MAC is
- * 6 bytes.
+ * 6 bytes. Buffers for IPv6 texts hold 41 bytes.
  */
 #ifndef PROD_COMMON_IFADDRS_H
 #define PROD_COMMON_IFADDRS_H
 
 #include <cjson/cJSON.h>
+#include <netinet/in.h>
 
 #include "prod_common_types.h"
 
@@ -57,6 +58,14 @@ typedef struct {
     u8 priority : 2;
     u8 pppoe_flag : 2;
 } USER_INFO, USER_INFO_STRU;
+
+typedef struct in6_addr in6a_t;
+
+/** An IPv6 address of an interface. */
+typedef struct {
+    in6a_t ip;
+    int prefix_len;
+} ipv6_addr_t;
 
 PROD_BEGIN
 
@@ -201,6 +210,71 @@ PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
 
 /* ---- IPv6 ---------------------------------------------------------------------------------- */
 
+/**
+ * Prefix length of an interface's first address in "/proc/net/if_inet6" that is not link-local:
+ * global, site and host scope count alike.
+ * @return the length; 0 when there is none, for a NULL @p ifname and, with a red console line, when
+ *         the table cannot be opened
+ */
+PROD_API int get_ipv6_prefix_len(const char *ifname);
+
+/** The same for the interface's first link-local address. */
+PROD_API int get_link_ipv6_prefix_len(const char *ifname);
+
+/**
+ * Text of an interface's first address in "/proc/net/if_inet6" that is not link-local. An address
+ * that cannot be read is reported by a red console line and passed over.
+ * @param ip  41 bytes; untouched unless found
+ * @return 1 when found; 0 when there is none, for a NULL argument and, with a red console line,
+ * when the table cannot be opened
+ */
+PROD_API int get_ipv6_str(const char *ifname, char *ip);
+
+/** The same for the interface's first link-local address. */
+PROD_API int get_link_ipv6_str(const char *ifname, char *ip);
+
+/**
+ * All IPv6 addresses of an interface with their prefix lengths, in the order of
+ * "ip -6 address show", which is run through the shell and waited for.
+ * @param ifname  a text that can name no interface (longer than 15 characters, with a slash or a
+ *                blank) is not asked for
+ * @param addrs   @p max elements; those behind the ones counted may have been written to
+ * @return the number of addresses, at most @p max; 0 for a NULL argument, a @p max below 1 and,
+ * with a red console line, when the tool cannot be started
+ */
+PROD_API int get_ipv6_addrs(const char *ifname, ipv6_addr_t *addrs, int max);
+
+/**
+ * Next hop of the first default route in "/proc/net/ipv6_route" that is up and does not lead to
+ * "lo"; "::" for one without a gateway.
+ * @param gw  41 bytes; untouched unless found
+ * @return 1 when found; 0 when there is none, for a NULL @p gw and, with a red console line, when
+ *         the table cannot be opened
+ */
+PROD_API int get_ipv6_def_gw(char *gw);
+
+/**
+ * The first two name servers of "/etc/resolv6.conf".
+ * @param dns1  41 bytes
+ * @param dns2  41 bytes; both receive a text as the file has it, cut at 40 characters, or the empty
+ *              text
+ * @return 1 when there is at least one; 0 when there is none, for a NULL argument (nothing is
+ *         written) and, logged at level 3, when the file cannot be opened
+ */
+PROD_API int get_ipv6_dns(char *dns1, char *dns2);
+
+/**
+ * An address from a prefix and a MAC by the modified EUI-64 rule: the last eight bytes are made of
+ * the MAC, then the prefix covers the start. Of a prefix length that is no multiple of 8, only the
+ * last bit of the prefix's last byte is taken.
+ * @param prefix_len  0 to 127
+ * @param mac         6 bytes
+ * @param out         untouched on failure; may be @p prefix
+ * @return 1; 0 for a NULL argument or another @p prefix_len
+ */
+PROD_API int generate_ipv6_by_mac(const struct in6_addr *prefix, int prefix_len,
+                                  const unsigned char *mac, struct in6_addr *out);
+
 /* ---- MACs of the WANs ---------------------------------------------------------------------- */
 
 /**
@@ -213,6 +287,21 @@ PROD_API void iprule_del_by_prio_and_table(int prio, const char *table);
  *         the carry leaves byte 1 (bytes 1 to @p c are then 0)
  */
 PROD_API int ifaddrs_mac_increase(unsigned char *mac, int c);
+
+/**
+ * Gives each WAN interface its MAC, once, at start-up.
+ *
+ * The first WAN's is "wan.mac", or, when that is not set, the board's base MAC counted up past the
+ * LAN bridge and every wireless BSS ("wlan0_maxbss" and "wlan1_maxbss", at most 4096 in all); each
+ * next WAN's is 0x101 higher. "wan<N>.macaddr" overrides it for the interface, not for the switch;
+ * one that is no MAC is ignored. "wans.flag" counts the WANs, of which at most 4 are served. While
+ * "iptv.enable" is non-zero WAN 1 runs on "vlan<iptv.wan.vlanid>".
+ *
+ * For each WAN the shell runs "ifconfig IF down", "ifconfig IF hw ether MAC" and "ifconfig IF up",
+ * unless its name can be none, and the switch is told. Only a base MAC that cannot be had stops the
+ * set-up; failures are red console lines. One process at a time.
+ */
+PROD_API void wan_interface_addr_init(void);
 
 /* ---- DNS servers for the relay ------------------------------------------------------------- */
 

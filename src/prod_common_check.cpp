@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -20,9 +21,11 @@
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
+#include "internal/net.hpp"
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
 #include "internal/usb.hpp"
+#include "platform/address.h"
 #include "platform/cfm.h"
 
 using namespace prod;
@@ -31,6 +34,90 @@ namespace
 {
 
 // ---- address ranges that clash --------------------------------------------------------------
+
+constexpr std::size_t kRangeValue = 256;
+constexpr int kCannotScan = PROD_CONFLICT_SET_SIZE;
+constexpr const char *kMask24 = "255.255.255.0";
+constexpr const char *kMask16 = "255.255.0.0";
+
+/** What a key holds: an address, or a record whose second field is one. */
+enum class AddressIn { kValue, kRecord };
+
+/** Where the configuration keeps a range. */
+struct RangeSource {
+    PROD_CONFLICT_IP_ENUM type;
+    AddressIn address_in;
+    const char *ip_key;
+    const char *mask_key;    // nullptr where the mask is fixed
+    const char *fixed_mask;  // nullptr where it is configured
+};
+constexpr RangeSource kRangeSources[] = {
+    {PROD_CONFLICT_IP_LAN, AddressIn::kValue, "lan.ip", "lan.mask", nullptr},
+    {PROD_CONFLICT_IP_PORTAL, AddressIn::kValue, "lan.portal_ip", nullptr, kMask24},
+    {PROD_CONFLICT_IP_GUEST, AddressIn::kValue, "wl.guest.dhcps_ip", "wl.guest.dhcps_mask",
+     nullptr},
+    {PROD_CONFLICT_IP_PPPoES, AddressIn::kRecord, "pppoeserver.info", nullptr, kMask16},
+    {PROD_CONFLICT_IP_PPTP_SERVER, AddressIn::kValue, "pptp.ser.pptpdserver", nullptr, kMask24},
+    {PROD_CONFLICT_IP_L2TP_SERVER, AddressIn::kValue, "l2tp.ser.l2tpdserver", nullptr, kMask24},
+};
+
+/** Reads a range; false when its address is not set. */
+bool read_range(const RangeSource &source, PROD_IP_CONFLICT_STRU &range)
+{
+    const ConfigValue value{source.ip_key, kRangeValue};
+    if (!value.found()) {
+        return false;
+    }
+    range.type = source.type;
+    range.ip[0] = '\0';
+    if (source.address_in == AddressIn::kRecord) {
+        sscanf(value.c_str(), " %*[^;];%15[^;];* ", range.ip);
+    } else {
+        copy_text(range.ip, value.c_str());
+    }
+    copy_text(range.mask, source.mask_key != nullptr ? ConfigValue{source.mask_key}.c_str()
+                                                     : source.fixed_mask);
+    return true;
+}
+
+/** The kind of a range as a number: a caller may have put anything there. */
+u32 kind_of(const PROD_IP_CONFLICT_STRU &range)
+{
+    u32 kind;
+    memcpy(&kind, &range.type, sizeof(kind));
+    return kind;
+}
+
+bool is_kind(PROD_CONFLICT_IP_ENUM type)
+{
+    return static_cast<u32>(type) <= PROD_CONFLICT_IP_MAX;
+}
+
+/** An address or mask out of a range, which a caller may have filled to the brim. */
+Ipv4Text text_of(const char (&field)[kIpv4TextSize])
+{
+    Ipv4Text text;
+    text.append(std::string_view{field, strnlen(field, sizeof(field))});
+    return text;
+}
+
+bool is_no_address(std::string_view text)
+{
+    return text.empty() || text == kNoAddress;
+}
+
+/** Takes a candidate out of a range that is in its way: out of the wider network of the two. */
+bool leave(const PROD_IP_CONFLICT_STRU &in_the_way, const char *mask,
+           char (&candidate)[kIpv4TextSize])
+{
+    const u32 step_mask = std::min(ipv4_from(text_of(in_the_way.mask).c_str()), ipv4_from(mask));
+    char next[kIpv4TextSize] = {};
+    if (ifaddrs_ip_increase(candidate, step_mask, next, 0) != 0) {
+        return false;
+    }
+    copy_text(candidate, text_of(next).view());
+    return true;
+}
 
 // ---- the LAN moves --------------------------------------------------------------------------
 
@@ -105,6 +192,192 @@ char *find_item(char *text, const char *delimiters, int index)
 }  // namespace
 
 // ---- address ranges that clash --------------------------------------------------------------
+
+int check_get_conflict_ip_list(PROD_IP_CONFLICT_STRU *set)
+{
+    const FunctionTrace trace{PROD_SITE};
+    if (set == nullptr) {
+        PROD_LOG_ERROR(kProd, "arg is null.");
+        return 0;
+    }
+    int count = 0;
+    for (const RangeSource &source : kRangeSources) {
+        if (read_range(source, set[count])) {
+            ++count;
+        }
+    }
+    return trace.leave(count);
+}
+
+int get_specific_ip_id(PROD_CONFLICT_IP_ENUM type, const PROD_IP_CONFLICT_STRU *set, int maxNum)
+{
+    if (!is_kind(type) || set == nullptr || maxNum == 0) {
+        PROD_LOG_ERROR(kProd, "param error..");
+        return maxNum;
+    }
+    for (int i = 0; i < maxNum; ++i) {
+        if (kind_of(set[i]) == static_cast<u32>(type)) {
+            return i;
+        }
+        PROD_LOG_ERROR(kProd, "no enum found. ");
+    }
+    return maxNum;
+}
+
+int prod_check_conflict_with_ip_set(const char *ip, const char *mask,
+                                    const PROD_IP_CONFLICT_STRU *set, int MaxNum,
+                                    PROD_CONFLICT_IP_ENUM exceptType)
+{
+    if (ip == nullptr || mask == nullptr || set == nullptr || is_no_address(ip) ||
+        is_no_address(mask)) {
+        PROD_LOG_ERROR(kProd, "param error..");
+        return kCannotScan;
+    }
+    if (MaxNum >= PROD_CONFLICT_SET_SIZE) {
+        PROD_LOG_ERROR(kProd, "max num is large.");
+        return kCannotScan;
+    }
+    for (int i = 0; i < MaxNum; ++i) {
+        const Ipv4Text other = text_of(set[i].ip);
+        const u32 kind = kind_of(set[i]);
+        if (is_no_address(other.view()) || kind == static_cast<u32>(exceptType)) {
+            continue;
+        }
+        if (check_ip_is_same_net(ip, mask, other.c_str(), text_of(set[i].mask).c_str()) != 0) {
+            PROD_LOG_INFO(kProd, "ip [type:%d][ip:%s] conflict with ip set type %d[%s].",
+                          static_cast<int>(exceptType), ip, static_cast<int>(kind), other.c_str());
+            return i;
+        }
+    }
+    return MaxNum;
+}
+
+void get_ip_conflict_new_ip(const PROD_IP_CONFLICT_STRU *item, const PROD_IP_CONFLICT_STRU *set,
+                            int setNum, char *newIp)
+{
+    if (item == nullptr || set == nullptr || newIp == nullptr ||
+        kind_of(*item) > PROD_CONFLICT_IP_MAX) {
+        PROD_LOG_ERROR(kProd, "param error.");
+        return;
+    }
+    // A port may go host by host, and the widest range of the device has 65,536.
+    constexpr int kMostSteps = 70000;
+    constexpr int kMostFailures = 2;
+    const Ipv4Text mask = text_of(item->mask);
+    char candidate[kIpv4TextSize];
+    copy_text(candidate, text_of(item->ip).view());
+    int failures = 0;
+    for (int steps = 0;; ++steps) {
+        const int clash =
+            prod_check_conflict_with_ip_set(candidate, mask.c_str(), set, setNum, item->type);
+        if (clash >= setNum || clash == kCannotScan) {
+            break;
+        }
+        if (steps == kMostSteps || failures == kMostFailures) {
+            PROD_LOG_ERROR(kProd, "no free address for [type:%d][ip:%s].",
+                           static_cast<int>(item->type), text_of(item->ip).c_str());
+            break;
+        }
+        failures = leave(set[clash], mask.c_str(), candidate) ? 0 : failures + 1;
+    }
+    copy_text(newIp, kIpv4TextSize, candidate);
+}
+
+int prod_check_ip_conflict(const char *ip, const char *mask, PROD_IP_CONFLICT_STRU *item,
+                           char *NewIp)
+{
+    enum { kFree, kClashes, kBadArgument };
+    if (ip == nullptr || mask == nullptr || item == nullptr || NewIp == nullptr || *ip == '\0' ||
+        *mask == '\0') {
+        PROD_LOG_ERROR(kProd, "param error.");
+        return kBadArgument;
+    }
+    PROD_IP_CONFLICT_STRU set[PROD_CONFLICT_SET_SIZE] = {};
+    const int count = check_get_conflict_ip_list(set);
+    const int clash = prod_check_conflict_with_ip_set(ip, mask, set, count, PROD_CONFLICT_IP_MAX);
+    if (clash == kCannotScan || clash >= count) {
+        return kFree;
+    }
+    // The range under test takes the first place, so that the new address keeps away from it.
+    const PROD_IP_CONFLICT_STRU in_the_way = set[clash];
+    copy_text(set[0].ip, ip);
+    copy_text(set[0].mask, mask);
+    *item = in_the_way;
+    item->type = PROD_CONFLICT_IP_MAX;
+    get_ip_conflict_new_ip(item, set, count, NewIp);
+    item->type = in_the_way.type;
+    return kClashes;
+}
+
+void check_ip_conflict_change_itself(PROD_CONFLICT_IP_ENUM type, char *newIp)
+{
+    if (!is_kind(type) || type == PROD_CONFLICT_IP_QVLAN || newIp == nullptr) {
+        PROD_LOG_ERROR(kProd, "param error.");
+        return;
+    }
+    newIp[0] = '\0';
+    PROD_IP_CONFLICT_STRU set[PROD_CONFLICT_SET_SIZE] = {};
+    const int count = check_get_conflict_ip_list(set);
+    const int own = get_specific_ip_id(type, set, count);
+    if (own >= count) {
+        return;
+    }
+    char found[kIpv4TextSize] = {};
+    get_ip_conflict_new_ip(&set[own], set, count, found);
+    if (strncmp(found, set[own].ip, sizeof(found)) != 0) {
+        copy_text(newIp, kIpv4TextSize, found);
+    }
+}
+
+int prod_check_ip(const char *ip)
+{
+    constexpr std::size_t kLongest = 16;  // one character more than the longest address
+    constexpr int kNumbers = 4;
+    if (ip == nullptr) {
+        return 1;
+    }
+    char text[kLongest + 1];
+    copy_text(text, std::string_view{ip, strnlen(ip, kLongest)});
+    if (std::count(text, text + strlen(text), '.') != kNumbers - 1) {
+        PROD_LOG_ERROR(kProd, "error: Points' number != 3");
+        return 1;
+    }
+    long long numbers[kNumbers];
+    const char *rest = text;
+    for (int i = 0; i < kNumbers; ++i) {
+        const auto number = take_number(rest, i > 0 ? "." : "");
+        if (!number) {
+            PROD_LOG_ERROR(kProd, "error: Points' number != 4");
+            return 1;
+        }
+        numbers[i] = *number;
+    }
+    const bool in_range = std::all_of(
+        numbers, numbers + kNumbers, [](long long number) { return number >= 0 && number <= 255; });
+    if (!in_range || numbers[0] < 1 || numbers[0] > 223 || numbers[3] > 254) {
+        PROD_LOG_ERROR(kProd, "IPAddress invalid.");
+        return 1;
+    }
+    PROD_LOG_LEAVE(kProd);
+    return 0;
+}
+
+int prod_system_param_valid(const char *str)
+{
+    return str != nullptr && strpbrk(str, ";&|`") == nullptr;
+}
+
+int check_get_new_ipaddr_by_hostid(const char *ipAddr, const char *mask, uint32_t hostId,
+                                   char *outIp)
+{
+    if (ipAddr == nullptr || mask == nullptr || outIp == nullptr) {
+        PROD_LOG_ERROR(kProd, "arg is null.");
+        return -1;
+    }
+    const Ipv4Text address = ipv4_text((ipv4_from(ipAddr) & ipv4_from(mask)) | hostId);
+    copy_text(outIp, kIpv4TextSize, address.view());
+    return 0;
+}
 
 // ---- the LAN moves --------------------------------------------------------------------------
 

@@ -4,20 +4,25 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/trace.hpp"
+#include "internal/config.hpp"
+#include "internal/console.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/neighbours.hpp"
 #include "internal/net.hpp"
+#include "internal/shell.hpp"
+#include "internal/trace.hpp"
 #include "json.h"
 #include "platform/address.h"
 #include "platform/debug.h"
+#include "platform/hardware.h"
 #include "platform/process.h"
 #include "prod_common_hal.h"
 
@@ -153,7 +158,181 @@ bool is_table_name(const char *table)
 
 // ---- IPv6 -----------------------------------------------------------------------------------
 
+constexpr const char *kResolver6 = "/etc/resolv6.conf";
+constexpr std::size_t kIpv6TextSize = 41;  // what callers provide
+
+/** Opens a table of the kernel; one that cannot be opened is reported. */
+template <std::size_t Limit>
+LineReader<Limit> open_table(Site site, const char *path)
+{
+    LineReader<Limit> table{path};
+    if (!table.is_open()) {
+        const int err = errno;
+        console_line(site, kRed, "Failed(%d) to fopen, %s.", err, strerror(err));
+    }
+    return table;
+}
+
+enum class Scope { kLinkLocal, kOther };
+
+Scope scope_of(unsigned int kernel_scope)
+{
+    constexpr unsigned int kScopeBits = 0xF0;
+    constexpr unsigned int kLinkScope = 0x20;
+    return (kernel_scope & kScopeBits) == kLinkScope ? Scope::kLinkLocal : Scope::kOther;
+}
+
+/** What a query for a prefix length takes from a line of the table of addresses. */
+struct PrefixEntry {
+    unsigned int prefix_len;
+    unsigned int scope;
+    char device[32];
+
+    bool read(const char *line)
+    {
+        // NOLINTNEXTLINE(cert-err34-c): what the kernel prints
+        return sscanf(line, "%*s %*x %x %x %*x %31s", &prefix_len, &scope, device) == 3;
+    }
+};
+
+/** What a query for an address takes from it; digits beyond the 32nd belong to the next field. */
+struct AddressEntry {
+    char digits[33];
+    unsigned int scope;
+    char device[32];
+
+    bool read(const char *line)
+    {
+        // NOLINTNEXTLINE(cert-err34-c): what the kernel prints
+        return sscanf(line, "%32s %*x %*x %x %*x %31s", digits, &scope, device) == 3;
+    }
+};
+
+/**
+ * Looks through an interface's addresses of one scope until @p take takes one; false when it takes
+ * none.
+ */
+template <typename Entry, typename Take>
+bool find_ipv6(Site site, const char *ifname, Scope scope, Take take)
+{
+    if (ifname == nullptr) {
+        return false;
+    }
+    auto table = open_table<127>(site, "/proc/net/if_inet6");
+    Entry entry;
+    while (const char *const line = table.next()) {
+        if (entry.read(line) && strcmp(entry.device, ifname) == 0 &&
+            scope_of(entry.scope) == scope && take(entry)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+int find_prefix_len(Site site, const char *ifname, Scope scope)
+{
+    int found = 0;
+    find_ipv6<PrefixEntry>(site, ifname, scope, [&](const PrefixEntry &entry) {
+        found = static_cast<int>(entry.prefix_len);
+        return true;
+    });
+    return found;
+}
+
+/** Reads the kernel's 32 digits; errno tells why not. */
+bool parse_digits(const char *digits, in6_addr &address)
+{
+    constexpr std::size_t kDigits = 2 * sizeof(address.s6_addr);
+    if (strlen(digits) != kDigits || strspn(digits, "0123456789abcdefABCDEF") != kDigits) {
+        errno = EINVAL;
+        return false;
+    }
+    for (unsigned char &byte : address.s6_addr) {
+        sscanf(digits, "%02hhx", &byte);  // NOLINT(cert-err34-c): two digits
+        digits += 2;
+    }
+    return true;
+}
+
+/** Writes the text of an address that the kernel shows as 32 digits; reports one that is none. */
+bool convert_digits(Site site, const char *digits, char *ip)
+{
+    in6_addr address;
+    if (parse_digits(digits, address) &&
+        inet_ntop(AF_INET6, &address, ip, kIpv6TextSize) != nullptr) {
+        return true;
+    }
+    const int err = errno;
+    console_line(site, kRed, "Failed(%d) to Failed to convert %s to IPv6, %s.", err, digits,
+                 strerror(err));
+    return false;
+}
+
+int find_address(Site site, const char *ifname, Scope scope, char *ip)
+{
+    return ip != nullptr &&
+           find_ipv6<AddressEntry>(site, ifname, scope, [&](const AddressEntry &entry) {
+               return convert_digits(site, entry.digits, ip);
+           });
+}
+
 // ---- MACs of the WANs -----------------------------------------------------------------------
+
+/** The MAC that is configured for the WANs; all zero when there is none. */
+Mac configured_wan_mac()
+{
+    const ConfigValue text{"wan.mac"};
+    Mac mac = {};
+    // A text that ends early fills only some of the bytes, which is no MAC.
+    return mac_str_to_bin(text.c_str(), mac.data()) != 0 ? mac : Mac{};
+}
+
+/** Counts the board's base MAC up past the LAN bridge and every wireless BSS. */
+void pass_lan_macs(Mac &mac, long long bss_count)
+{
+    constexpr long long kMostBss = 4096;
+    const long long bridge_and_bss = 1 + std::clamp(bss_count, 0LL, kMostBss);
+    for (long long i = 0; i < bridge_and_bss; ++i) {
+        ifaddrs_mac_increase(mac.data(), 5);
+    }
+}
+
+/** Whether a setting is a MAC and nothing else: it becomes a word of a command. */
+bool is_mac_text(const char *text)
+{
+    Mac mac;
+    return strspn(text, "0123456789abcdefABCDEF:") == strlen(text) &&
+           mac_str_to_bin(text, mac.data()) != 0;
+}
+
+using WanCommand = Text<128>;
+
+/** Gives a WAN's interface @p mac, or its own setting when there is one. */
+void set_wan_mac(Site site, int wan_id, const Mac &mac)
+{
+    constexpr eth_idx_t kInterfaces[] = {WAN_1, WAN_2, WAN_3, WAN_4};
+    char computed[kMacTextSize];
+    mac_bin_to_str(mac.data(), computed, sizeof(computed));
+    const ConfigValue own{Text<32>{"wan%d.macaddr", wan_id}.c_str()};
+    const char *const text = is_mac_text(own.c_str()) ? own.c_str() : computed;
+    console_line(site, kYellow, "setting wan%d.mac = %s", wan_id, text);
+
+    const eth_idx_t index = kInterfaces[wan_id - 1];
+    const bool on_vlan = index == WAN_1 && config_int("iptv.enable") != 0;
+    const Text<IFNAMSIZ> vlan{"vlan%d", on_vlan ? config_int("iptv.wan.vlanid") : 0};
+    const char *const ifname = on_vlan ? vlan.c_str() : get_eth_name(index);
+    if (ifname == nullptr || !can_name_interface(ifname)) {
+        return;
+    }
+    const ShellWord word{ifname};
+    const WanCommand down{"ifconfig %s down", word.c_str()};
+    if (!on_vlan) {
+        command_trace(site, down.c_str());
+    }
+    doSystemCmd("%s", down.c_str());
+    doSystemCmd("ifconfig %s hw ether %s", word.c_str(), text);
+    doSystemCmd("ifconfig %s up", word.c_str());
+}
 
 // ---- DNS servers for the relay --------------------------------------------------------------
 
@@ -374,6 +553,128 @@ void iprule_del_by_prio_and_table(int prio, const char *table)
 
 // ---- IPv6 -----------------------------------------------------------------------------------
 
+int get_ipv6_prefix_len(const char *ifname)
+{
+    return find_prefix_len(PROD_SITE, ifname, Scope::kOther);
+}
+
+int get_link_ipv6_prefix_len(const char *ifname)
+{
+    return find_prefix_len(PROD_SITE, ifname, Scope::kLinkLocal);
+}
+
+int get_ipv6_str(const char *ifname, char *ip)
+{
+    return find_address(PROD_SITE, ifname, Scope::kOther, ip);
+}
+
+int get_link_ipv6_str(const char *ifname, char *ip)
+{
+    return find_address(PROD_SITE, ifname, Scope::kLinkLocal, ip);
+}
+
+int get_ipv6_addrs(const char *ifname, ipv6_addr_t *addrs, int max)
+{
+    if (ifname == nullptr || addrs == nullptr || max < 1 || !can_name_interface(ifname)) {
+        return 0;
+    }
+    const Text<128> command{"ip -6 address show %s", ShellWord{ifname}.c_str()};
+    const Pipe tool{popen(command.c_str(), "re")};
+    if (tool == nullptr) {
+        const int err = errno;
+        console_line(PROD_SITE, kRed, "Failed(%d) to popen %s, %s.", err, ifname, strerror(err));
+        return 0;
+    }
+    int count = 0;
+    char line[128];
+    while (count < max && fgets(line, sizeof(line), tool.get()) != nullptr) {
+        char ip[kIpv6TextSize];
+        ipv6_addr_t &next = addrs[count];
+        // NOLINTNEXTLINE(cert-err34-c): what the tool prints
+        if (sscanf(line, " inet6 %40[^/]/%d", ip, &next.prefix_len) == 2 &&
+            inet_pton(AF_INET6, ip, &next.ip) == 1) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+int get_ipv6_def_gw(char *gw)
+{
+    constexpr unsigned int kRouteIsUp = 0x1;
+    if (gw == nullptr) {
+        return 0;
+    }
+    auto table = open_table<255>(PROD_SITE, "/proc/net/ipv6_route");
+    while (const char *const line = table.next()) {
+        char next_hop[33];
+        unsigned int flags;
+        char device[32];
+        // NOLINTNEXTLINE(cert-err34-c): what the kernel prints
+        if (sscanf(line, "00000000000000000000000000000000 00 %*s %*x %32s %*x %*x %*x %x %31s",
+                   next_hop, &flags, device) == 3 &&
+            strcmp(device, "lo") != 0 && (flags & kRouteIsUp) != 0 &&
+            convert_digits(PROD_SITE, next_hop, gw)) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int get_ipv6_dns(char *dns1, char *dns2)
+{
+    if (dns1 == nullptr || dns2 == nullptr) {
+        return 0;
+    }
+    *dns1 = '\0';
+    *dns2 = '\0';
+    LineReader<127> resolver{kResolver6};
+    if (!resolver.is_open()) {
+        const int err = errno;
+        PROD_LOG_DEBUG(kProd, "Failed(%d) to fopen %s, %s.", err, kResolver6, strerror(err));
+        return 0;
+    }
+    char server[kIpv6TextSize];
+    while (const char *const line = resolver.next()) {
+        if (sscanf(line, "nameserver %40s", server) != 1) {
+            continue;
+        }
+        if (*dns2 != '\0') {
+            break;
+        }
+        copy_text(*dns1 == '\0' ? dns1 : dns2, sizeof(server), server);
+    }
+    return *dns1 != '\0';
+}
+
+int generate_ipv6_by_mac(const struct in6_addr *prefix, int prefix_len, const unsigned char *mac,
+                         struct in6_addr *out)
+{
+    constexpr int kAddressBits = 128;
+    constexpr unsigned char kUniversal = 0x02;
+    if (prefix == nullptr || mac == nullptr || out == nullptr || prefix_len < 0 ||
+        prefix_len >= kAddressBits) {
+        return 0;
+    }
+    unsigned char bytes[16] = {0,      0,      0,
+                               0,      0,      0,
+                               0,      0,      static_cast<unsigned char>(mac[0] ^ kUniversal),
+                               mac[1], mac[2], 0xFF,
+                               0xFE,   mac[3], mac[4],
+                               mac[5]};
+    const auto whole = static_cast<std::size_t>(prefix_len / 8);
+    memcpy(bytes, prefix->s6_addr, whole);
+    if (prefix_len % 8 != 0) {
+        // Deliberate: of the byte that the prefix ends in, only the prefix's last bit is taken.
+        // Addresses that hosts know were formed so.
+        const auto bit = static_cast<unsigned char>(1U << (8 - prefix_len % 8));
+        bytes[whole] =
+            static_cast<unsigned char>((bytes[whole] & ~bit) | (prefix->s6_addr[whole] & bit));
+    }
+    memcpy(out->s6_addr, bytes, sizeof(bytes));
+    return 1;
+}
+
 // ---- MACs of the WANs -----------------------------------------------------------------------
 
 int ifaddrs_mac_increase(unsigned char *mac, int c)
@@ -392,6 +693,30 @@ int ifaddrs_mac_increase(unsigned char *mac, int c)
     }
     PROD_LOG_ERROR(kProd, "mac increase is fail.");
     return -1;
+}
+
+void wan_interface_addr_init(void)
+{
+    const int wan_count = std::min(config_int("wans.flag"), int{WAN_ID_4});
+    const long long bss_count =
+        static_cast<long long>(config_int("wlan0_maxbss")) + config_int("wlan1_maxbss");
+    Mac mac = configured_wan_mac();
+    if (mac == Mac{}) {
+        console_line(PROD_SITE, kRed, "No wan mac is set! try bridge mac...");
+        if (iof_mac_addr_get(mac.data()) != 0) {
+            console_line(PROD_SITE, kRed, "Failed to iof_mac_addr_get");
+            return;
+        }
+        pass_lan_macs(mac, bss_count);
+    }
+    for (int wan_id = 1; wan_id <= wan_count; ++wan_id) {
+        set_wan_mac(PROD_SITE, wan_id, mac);
+        if (iof_mac_clone_set(mac.data()) != 0) {
+            console_line(PROD_SITE, kRed, "Failed to iof_mac_clone_set");
+        }
+        ifaddrs_mac_increase(mac.data(), 5);
+        ifaddrs_mac_increase(mac.data(), 4);
+    }
 }
 
 // ---- DNS servers for the relay --------------------------------------------------------------

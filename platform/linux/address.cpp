@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include "interface.hpp"
 
@@ -42,6 +43,43 @@ int take_byte(const char *&text)
     }
     return value;
 }
+
+/** A dotted quad in host byte order. */
+std::optional<u32> address_from(const char *text)
+{
+    in_addr address;
+    if (text == nullptr || inet_aton(text, &address) == 0) {
+        return std::nullopt;
+    }
+    return ntohl(address.s_addr);
+}
+
+/** A mask as a port has to read one: text that is none is that of a single host. */
+u32 mask_from(const char *text)
+{
+    return address_from(text).value_or(INADDR_NONE);
+}
+
+/** The same host number in the next network of a mask; nothing behind the last one. */
+std::optional<u32> in_next_network(u32 address, u32 mask)
+{
+    const u32 last = address | ~mask;
+    if (last == INADDR_BROADCAST) {
+        return std::nullopt;
+    }
+    return ((last + 1) & mask) | (address & ~mask);
+}
+
+/** Where no network of hosts can be, in the order of the addresses. */
+constexpr struct {
+    u32 net;
+    u32 mask;
+} kNotForHosts[] = {
+    {0x00000000, 0xFF000000},  // "this network"
+    {0x7F000000, 0xFF000000},  // loopback
+    {0xA9FE0000, 0xFFFF0000},  // link-local
+};
+constexpr u32 kLastUnicast = 0xDFFFFFFF;
 
 }  // namespace
 
@@ -86,11 +124,37 @@ int ifaddrs_get_if_netmac(const char *ifname, unsigned char *mac)
 
 int ifaddrs_ipmask_to_numeric(const char *mask)
 {
-    u32 bits = ntohl(mask != nullptr ? inet_addr(mask) : INADDR_NONE);
+    u32 bits = mask_from(mask);
     int length = 0;
     while ((bits & 0x80000000U) != 0) {
         bits <<= 1;
         ++length;
     }
     return length;
+}
+
+int check_ip_is_same_net(const char *ip1, const char *mask1, const char *ip2, const char *mask2)
+{
+    const std::optional<u32> first = address_from(ip1);
+    const std::optional<u32> second = address_from(ip2);
+    return first && second && ((*first ^ *second) & mask_from(mask1) & mask_from(mask2)) == 0;
+}
+
+int ifaddrs_ip_increase(const char *ip, uint32_t step_mask, char *out, int)
+{
+    const std::optional<u32> start = address_from(ip);
+    if (!start || out == nullptr) {
+        return -1;
+    }
+    std::optional<u32> next = in_next_network(*start, step_mask);
+    for (const auto &[net, mask] : kNotForHosts) {
+        if (next && (*next & mask) == net) {
+            next = in_next_network(*next, step_mask & mask);
+        }
+    }
+    if (!next || *next > kLastUnicast) {
+        return -1;
+    }
+    const in_addr address{htonl(*next)};
+    return inet_ntop(AF_INET, &address, out, INET_ADDRSTRLEN) != nullptr ? 0 : -1;
 }

@@ -3,19 +3,24 @@
 
 #include <fcntl.h>
 #include <linux/ethtool.h>
+#include <linux/neighbour.h>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
 
 #include "board.hpp"
 #include "file.hpp"
 #include "interface.hpp"
+#include "platform/address.h"
+#include "rtnetlink.hpp"
 
 using platform::Fd;
 using platform::Json;
@@ -245,6 +250,36 @@ EthTable *read_eth_table()
                : seen;
 }
 
+// ------------------------------------------------------------------------------- MAC addresses
+
+constexpr std::size_t kMacBytes = 6;
+
+/** Makes an interface take in frames for one more MAC. @return 0 or an errno value */
+int take_in(const char *ifname, const unsigned char *mac)
+{
+    struct {
+        nlmsghdr head;
+        ndmsg entry;
+        rtattr address;
+        unsigned char mac[kMacBytes];
+    } request{};
+    request.head.nlmsg_len = NLMSG_LENGTH(sizeof(request.entry)) + RTA_LENGTH(kMacBytes);
+    request.head.nlmsg_type = RTM_NEWNEIGH;
+    request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK | NLM_F_CREATE | NLM_F_EXCL;
+    request.entry.ndm_family = AF_BRIDGE;
+    request.entry.ndm_ifindex = static_cast<int>(if_nametoindex(ifname));
+    request.entry.ndm_state = NUD_PERMANENT;
+    request.entry.ndm_flags = NTF_SELF;
+    request.address.rta_type = NDA_LLADDR;
+    request.address.rta_len = RTA_LENGTH(kMacBytes);
+    memcpy(request.mac, mac, kMacBytes);
+    if (request.entry.ndm_ifindex == 0) {
+        return ENODEV;
+    }
+    const int err = platform::ask_rtnetlink(request.head);
+    return err == EEXIST ? 0 : err;
+}
+
 }  // namespace
 
 int iof_gpio_get(gpio_id_t id, unsigned int *state)
@@ -332,4 +367,27 @@ char *iof_eth_name_get(eth_idx_t index)
         table = read_eth_table();
     }
     return table != nullptr && table->names[index][0] != '\0' ? table->names[index] : nullptr;
+}
+
+int iof_mac_addr_get(unsigned char *mac)
+{
+    const Json board = platform::read_board();
+    return ifaddrs_ethaddr_aton(text_of(member(board.get(), "mac")), mac) != 0 ? 0 : -1;
+}
+
+int iof_mac_clone_set(unsigned char *mac)
+{
+    if (mac == nullptr) {
+        return -1;
+    }
+    // The kernel itself keeps the filters of an interface in step with its address. What it cannot
+    // see is a switch between that interface and the CPU: the interface to it must let the MAC in.
+    int result = 0;
+    for (const eth_idx_t index : {PORT_CPU1, PORT_CPU2}) {
+        const char *const cpu_port = iof_eth_name_get(index);
+        if (cpu_port != nullptr && take_in(cpu_port, mac) != 0) {
+            result = -1;
+        }
+    }
+    return result;
 }

@@ -43,6 +43,15 @@ inline u32 ipv4_from(const char *text)
     return text != nullptr ? ntohl(inet_addr(text)) : INADDR_NONE;
 }
 
+using Ipv4Text = Text<kIpv4TextSize>;
+
+/** The dotted quad of an address in host byte order. */
+inline Ipv4Text ipv4_text(u32 address)
+{
+    return Ipv4Text{"%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF,
+                    address & 0xFF};
+}
+
 /** The IPv4 address inside a socket address, in network byte order. */
 inline in_addr ipv4_of(const sockaddr &address)
 {

@@ -120,6 +120,40 @@ static void networks(void)
     EXPECT(phyid_to_lanid(0) == 1);
 }
 
+static void ipv6(void)
+{
+    const unsigned char mac[6] = {0, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const struct in6_addr prefix = {{{0x20, 0x01, 0x0d, 0xb8}}};
+    struct in6_addr address;
+    ipv6_addr_t all[2];
+    char text[41] = "";
+    char other[41] = "";
+    EXPECT(get_ipv6_prefix_len("lo") == 0 || get_ipv6_prefix_len("lo") == 128);
+    EXPECT(get_link_ipv6_prefix_len("lo") == 0);
+    EXPECT(get_link_ipv6_str("lo", text) == 0);
+    EXPECT(get_ipv6_str("absent", text) == 0);
+    EXPECT(get_ipv6_addrs("absent", all, 2) == 0);
+    EXPECT(get_ipv6_def_gw(text) == 0);
+    EXPECT(get_ipv6_dns(text, other) == 0 && text[0] == '\0');
+    EXPECT(generate_ipv6_by_mac(&prefix, 64, mac, &address) == 1 && address.s6_addr[15] == 0x55);
+    prod_cfm_set_val("wans.flag", "0");
+    wan_interface_addr_init();
+}
+
+static void address_ranges(void)
+{
+    PROD_IP_CONFLICT_STRU lan;
+    char address[16] = "";
+    prod_cfm_set_val("lan.ip", "192.168.0.1");
+    prod_cfm_set_val("lan.mask", "255.255.255.0");
+    EXPECT(prod_check_ip_conflict("192.168.0.10", "255.255.255.0", &lan, address) == 1);
+    EXPECT(lan.type == PROD_CONFLICT_IP_LAN && strcmp(lan.ip, "192.168.0.1") == 0);
+    EXPECT(prod_check_ip_conflict(address, lan.mask, &lan, address) == 0);
+    EXPECT(check_get_new_ipaddr_by_hostid("192.168.5.77", lan.mask, 1, address) == 0);
+    EXPECT(strcmp(address, "192.168.5.1") == 0);
+    EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
+}
+
 static void wan_status(void)
 {
     WAN_IP_INFO_STRU saved = {"100.64.1.7", "255.255.255.0", "100.64.1.1", "9.9.9.9", "1.1.1.1"};
@@ -170,6 +204,8 @@ int main(void)
     wireless();
     hardware_and_system();
     networks();
+    ipv6();
+    address_ranges();
     wan_status();
     figures_and_storage();
     return failures != 0;

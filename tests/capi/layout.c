@@ -58,6 +58,10 @@ int main(void)
     FIELD(USER_INFO, thisCalcTime);
     FIELD(USER_INFO, lastCalcTime);
 
+    RECORD(ipv6_addr_t);
+    FIELD(ipv6_addr_t, ip);
+    FIELD(ipv6_addr_t, prefix_len);
+
     RECORD(WAN_IP_INFO);
     FIELD(WAN_IP_INFO, wan_ip);
     FIELD(WAN_IP_INFO, wan_mask);
@@ -99,6 +103,12 @@ int main(void)
     FIELD(port_status, speed);
     FIELD(port_status, duplex);
     FIELD(port_status, nway);
+
+    RECORD(PROD_IP_CONFLICE);
+    FIELD(PROD_IP_CONFLICE, type);
+    FIELD(PROD_IP_CONFLICE, id);
+    FIELD(PROD_IP_CONFLICE, ip);
+    FIELD(PROD_IP_CONFLICE, mask);
 
     RECORD(HLX_MSG);
     FIELD(HLX_MSG, Length);

@@ -91,4 +91,122 @@ TEST(PrefixLength, OfAMask)
     EXPECT_EQ(ifaddrs_ipmask_to_numeric(nullptr), 32);
 }
 
+TEST(SameNet, UnderTheShorterMask)
+{
+    const struct {
+        const char *ip1;
+        const char *mask1;
+        const char *ip2;
+        const char *mask2;
+        bool same;
+    } kCases[] = {
+        {"192.168.0.1", "255.255.255.0", "192.168.0.200", "255.255.255.0", true},
+        {"192.168.0.1", "255.255.255.0", "192.168.1.1", "255.255.255.0", false},
+        {"192.168.0.1", "255.255.255.0", "192.168.1.1", "255.255.0.0", true},
+        {"10.8.5.1", "255.255.0.0", "10.8.255.254", "255.255.255.252", true},
+        {"10.8.5.1", "255.255.0.0", "10.9.0.1", "255.255.255.252", false},
+        {"1.2.3.4", "255.255.255.255", "1.2.3.4", "255.255.255.255", true},
+        {"1.2.3.4", "255.255.255.255", "1.2.3.5", "255.255.255.255", false},
+        {"1.2.3.4", "0.0.0.0", "200.2.3.5", "255.255.255.255", true},
+        {"255.255.255.255", "255.255.255.0", "255.255.255.1", "255.255.255.0", true},
+        {"0.0.0.0", "255.0.0.0", "128.0.0.0", "128.0.0.0", false},
+        // With gaps: they share 10.1.2.x, and 10.1.2.x with 10.2.3.x nothing.
+        {"10.1.2.3", "255.0.255.0", "10.1.9.9", "255.255.0.0", true},
+        {"10.1.2.3", "255.0.255.0", "10.2.3.9", "255.255.255.0", false},
+    };
+    for (const auto &c : kCases) {
+        EXPECT_EQ(check_ip_is_same_net(c.ip1, c.mask1, c.ip2, c.mask2) != 0, c.same)
+            << c.ip1 << " " << c.ip2;
+        EXPECT_EQ(check_ip_is_same_net(c.ip2, c.mask2, c.ip1, c.mask1) != 0, c.same)
+            << c.ip2 << " " << c.ip1;
+    }
+}
+
+TEST(SameNet, TextThatIsNone)
+{
+    for (const char *const none : {"", "host", "1.2.3.256", "1.2.3.4x", "1.2.3.4.5"}) {
+        EXPECT_EQ(check_ip_is_same_net(none, "0.0.0.0", "1.2.3.4", "0.0.0.0"), 0) << none;
+        EXPECT_EQ(check_ip_is_same_net("1.2.3.4", "0.0.0.0", none, "0.0.0.0"), 0) << none;
+        EXPECT_NE(check_ip_is_same_net("1.2.3.4", none, "1.2.3.4", none), 0) << "a host's mask";
+        EXPECT_EQ(check_ip_is_same_net("1.2.3.4", none, "1.2.3.5", none), 0) << "a host's mask";
+    }
+    EXPECT_EQ(check_ip_is_same_net(nullptr, "0.0.0.0", "1.2.3.4", "0.0.0.0"), 0);
+    EXPECT_EQ(check_ip_is_same_net("1.2.3.4", "0.0.0.0", nullptr, "0.0.0.0"), 0);
+    EXPECT_NE(check_ip_is_same_net("1.2.3.4", nullptr, "1.2.3.4", nullptr), 0);
+    EXPECT_EQ(check_ip_is_same_net("1.2.3.4", nullptr, "1.2.3.5", nullptr), 0);
+}
+
+/** The address after one; "none" when there is none. */
+std::string after(const char *ip, u32 step_mask)
+{
+    char next[16] = "as before";
+    const int result = ifaddrs_ip_increase(ip, step_mask, next, 0);
+    EXPECT_TRUE(result == 0 || (result == -1 && strcmp(next, "as before") == 0)) << next;
+    return result == 0 ? next : "none";
+}
+
+TEST(NextAddress, SameHostInTheNextNetwork)
+{
+    EXPECT_EQ(after("192.168.0.1", 0xFFFFFF00), "192.168.1.1");
+    EXPECT_EQ(after("192.168.0.77", 0xFFFFFF00), "192.168.1.77");
+    EXPECT_EQ(after("192.168.255.1", 0xFFFFFF00), "192.169.0.1");
+    EXPECT_EQ(after("10.8.5.1", 0xFFFF0000), "10.9.5.1");
+    EXPECT_EQ(after("10.255.5.1", 0xFFFF0000), "11.0.5.1");
+    EXPECT_EQ(after("192.168.0.1", 0xFFFFFF80), "192.168.0.129");
+    EXPECT_EQ(after("192.168.0.129", 0xFFFFFF80), "192.168.1.1");
+    EXPECT_EQ(after("192.168.0.255", 0xFFFFFFFF), "192.168.1.0");
+    EXPECT_EQ(after("10.1.2.3", 0xFF000000), "11.1.2.3");
+    EXPECT_EQ(after("10.1.2.3", 0x80000000), "138.1.2.3");
+    EXPECT_EQ(after("10.1.2.3", 0xFF00FF00), "10.1.3.3") << "gaps are passed over";
+}
+
+TEST(NextAddress, WhereNoHostsAre)
+{
+    EXPECT_EQ(after("126.255.255.9", 0xFFFFFF00), "128.0.0.9") << "loopback";
+    EXPECT_EQ(after("127.3.4.9", 0xFFFFFF00), "128.3.5.9");
+    EXPECT_EQ(after("126.1.2.3", 0xFF000000), "128.1.2.3");
+    EXPECT_EQ(after("169.253.255.9", 0xFFFFFF00), "169.255.0.9") << "link-local";
+    EXPECT_EQ(after("169.253.5.9", 0xFFFF0000), "169.255.5.9");
+    EXPECT_EQ(after("168.254.5.9", 0xFF000000), "170.254.5.9");
+    EXPECT_EQ(after("0.0.0.9", 0xFFFFFF00), "1.0.1.9") << "this network";
+}
+
+TEST(NextAddress, TheEnd)
+{
+    EXPECT_EQ(after("223.255.254.9", 0xFFFFFF00), "223.255.255.9");
+    EXPECT_EQ(after("223.255.255.9", 0xFFFFFF00), "none");
+    EXPECT_EQ(after("223.255.255.254", 0xFFFFFFFF), "223.255.255.255");
+    EXPECT_EQ(after("223.255.255.255", 0xFFFFFFFF), "none");
+    EXPECT_EQ(after("223.1.2.3", 0xFF000000), "none");
+    EXPECT_EQ(after("224.0.0.1", 0xFFFFFF00), "none");
+    EXPECT_EQ(after("255.255.255.255", 0xFFFFFFFF), "none");
+    EXPECT_EQ(after("192.168.0.1", 0x80000000), "none");
+    EXPECT_EQ(after("192.168.0.1", 0), "none") << "there is one network only";
+    EXPECT_EQ(after("10.0.0.1", 0), "none");
+}
+
+TEST(NextAddress, WrongArguments)
+{
+    EXPECT_EQ(after("", 0xFFFFFF00), "none");
+    EXPECT_EQ(after("host", 0xFFFFFF00), "none");
+    EXPECT_EQ(after("1.2.3.256", 0xFFFFFF00), "none");
+    EXPECT_EQ(after(nullptr, 0xFFFFFF00), "none");
+    EXPECT_EQ(ifaddrs_ip_increase("1.2.3.4", 0xFFFFFF00, nullptr, 0), -1);
+    char in_place[16] = "192.168.0.1";
+    EXPECT_EQ(ifaddrs_ip_increase(in_place, 0xFFFFFF00, in_place, 0), 0);
+    EXPECT_STREQ(in_place, "192.168.1.1");
+}
+
+TEST(NextAddress, AlwaysComesToAnEnd)
+{
+    for (const u32 mask : {0xFFFF0000U, 0xFFFFC000U, 0xFE000000U}) {
+        std::string ip = "0.0.0.1";
+        int steps = 0;
+        for (; ip != "none" && steps < 70000 * 4; ++steps) {
+            ip = after(ip.c_str(), mask);
+        }
+        EXPECT_EQ(ip, "none");
+    }
+}
+
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "support/files.hpp"
+#include "support/network.hpp"
 
 using test::read_text;
 using test::write_text;
@@ -199,6 +201,9 @@ TEST_F(Ports, WhatIsNotThere)
 
 // ------------------------------------------------------------------------------------ board file
 
+using Mac = std::array<unsigned char, 6>;
+constexpr Mac kNoMac = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+
 /** Runs @p code with another board file in a process of its own, which has read none yet. */
 void with_board(const std::string &text, const std::function<void()> &code)
 {
@@ -280,6 +285,42 @@ TEST(ABoardFile, MissingOrDamaged)
     });
 }
 
+/** Whether an interface takes in frames for a MAC that is not its own. */
+bool takes_in(const char *ifname, const std::string &mac)
+{
+    return test::output(std::string{"bridge fdb show dev "} + ifname).find(mac + " self") !=
+           std::string::npos;
+}
+
+TEST(ABoardFile, CpuPortsTakeInCloneMacs)
+{
+    test::run("ip link add cpu0 type veth peer name cpu1");
+    with_board(R"({"ethernet": {"PORT_CPU1": "cpu0", "PORT_CPU2": "cpu1"}})", [] {
+        Mac mac = {0x02, 0x00, 0x00, 0x10, 0x00, 0x11};
+        EXPECT_FALSE(takes_in("cpu0", "02:00:00:10:00:11"));
+        const int descriptors = test::open_descriptors();
+        EXPECT_EQ(iof_mac_clone_set(mac.data()), 0);
+        EXPECT_EQ(iof_mac_clone_set(mac.data()), 0) << "known already";
+        EXPECT_EQ(test::open_descriptors(), descriptors);
+        mac[5] = 0x12;
+        EXPECT_EQ(iof_mac_clone_set(mac.data()), 0);
+        for (const char *const port : {"cpu0", "cpu1"}) {
+            EXPECT_TRUE(takes_in(port, "02:00:00:10:00:11"));
+            EXPECT_TRUE(takes_in(port, "02:00:00:10:00:12"));
+        }
+        EXPECT_FALSE(takes_in("cpu0", "02:00:00:10:00:13"));
+    });
+    test::run("ip link del cpu0");
+}
+
+TEST(ABoardFile, ACpuPortThatIsNotThere)
+{
+    with_board(R"({"ethernet": {"PORT_CPU1": "cpu0"}})", [] {
+        Mac mac = {0x02, 0x00, 0x00, 0x10, 0x00, 0x11};
+        EXPECT_NE(iof_mac_clone_set(mac.data()), 0);
+    });
+}
+
 TEST(InterfaceNames, OfTheVirtualBoard)
 {
     EXPECT_STREQ(iof_eth_name_get(LAN_1), "br0");
@@ -317,6 +358,36 @@ TEST(InterfaceNames, ManyThreadsAtOnce)
             thread.join();
         }
     });
+}
+
+// ------------------------------------------------------------------------------- MAC addresses
+
+TEST(BaseMac, IsTheBoards)
+{
+    Mac mac = kNoMac;
+    EXPECT_EQ(iof_mac_addr_get(mac.data()), 0);
+    EXPECT_EQ(mac, (Mac{0x02, 0x00, 0x00, 0x10, 0x00, 0x00}));
+    EXPECT_NE(iof_mac_addr_get(nullptr), 0);
+}
+
+TEST(BaseMac, OfABoardWithoutOne)
+{
+    for (const char *const board :
+         {"", "{}", R"({"mac": ""})", R"({"mac": 7})", R"({"mac": "02:00:00:10:00"})",
+          R"({"mac": "02:00:00:10:00:00:00"})", R"({"mac": "02:00:00:10:00:0g"})"}) {
+        with_board(board, [&] {
+            Mac mac = kNoMac;
+            EXPECT_NE(iof_mac_addr_get(mac.data()), 0) << board;
+            EXPECT_EQ(mac, kNoMac) << board;
+        });
+    }
+}
+
+TEST(CloneMac, NothingIsToldWithoutACpuPort)
+{
+    Mac mac = {0x02, 0x00, 0x00, 0x10, 0x00, 0x11};
+    EXPECT_EQ(iof_mac_clone_set(mac.data()), 0);
+    EXPECT_NE(iof_mac_clone_set(nullptr), 0);
 }
 
 }  // namespace

@@ -103,21 +103,23 @@ TEST(Help, AtEachLevel)
             EXPECT_LE(line.size(), 100U) << line;
         }
     });
-    for (const char *const wanted : {"status",         "debug show",      "debug set",
-                                     "debug log",      "config get",      "config set",
-                                     "config unset",   "config changes",  "config commit",
-                                     "wan status",     "wan ports",       "wan dns",
-                                     "wan dns add",    "wan dns reset",   "wan dns exchange",
-                                     "wan save-lease", "lan neighbours",  "lan show",
-                                     "wifi get",       "wifi set",        "wifi status",
-                                     "wifi send",      "led show",        "led set",
-                                     "port",           "system mode",     "system uptime",
-                                     "system time",    "system watchdog", "system resolve",
-                                     "system request", "check file",      "check app",
-                                     "check mount",    "check device",    "check bridge",
-                                     "check wan",      "check usb",       "check partition",
-                                     "check host",     "str hex",         "str unhex",
-                                     "str mac",        "str hash"}) {
+    for (const char *const wanted : {"status",          "debug show",       "debug set",
+                                     "debug log",       "config get",       "config set",
+                                     "config unset",    "config changes",   "config commit",
+                                     "wan status",      "wan ports",        "wan dns",
+                                     "wan macs",        "ipv6 show",        "wan dns add",
+                                     "wan dns reset",   "wan dns exchange", "wan save-lease",
+                                     "lan neighbours",  "lan show",         "wifi get",
+                                     "wifi set",        "wifi status",      "wifi send",
+                                     "led show",        "led set",          "port",
+                                     "system mode",     "system uptime",    "system time",
+                                     "system watchdog", "system resolve",   "system request",
+                                     "check file",      "check app",        "check mount",
+                                     "check device",    "check bridge",     "check wan",
+                                     "check usb",       "check partition",  "check host",
+                                     "str hex",         "str unhex",        "str mac",
+                                     "str hash",        "lan check",        "check address",
+                                     "check param"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }
@@ -340,7 +342,7 @@ TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
     EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi"}));
-    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "save-lease"}));
+    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "macs", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));
     EXPECT_EQ(offered({"--json", "wan", "st"}), (Words{"status"}));
     EXPECT_THAT(offered({"nonesuch", ""}), IsEmpty());

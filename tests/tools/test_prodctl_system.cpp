@@ -419,6 +419,27 @@ TEST_F(Check, Host)
     }
 }
 
+TEST_F(Check, Address)
+{
+    yes({"check", "address", "192.0.2.1"});
+    yes({"check", "address", "10.0.0.0"});
+    // The library says why not.
+    for (const char *const text : {"224.0.0.1", "10.0.0.255", "0.1.2.3", "1.2.3", ""}) {
+        const Outcome outcome = prodctl({"check", "address", text, "--json"});
+        EXPECT_EQ(outcome.status, 1) << text;
+        EXPECT_EQ(outcome.out, "{\"result\":false}\n") << text;
+    }
+}
+
+TEST_F(Check, Param)
+{
+    yes({"check", "param", "abc"});
+    yes({"check", "param", ""});
+    for (const char *const text : {"a;b", "a&b", "a|b", "a`b"}) {
+        no({"check", "param", text});
+    }
+}
+
 // ---- texts ------------------------------------------------------------------------------------
 
 TEST_F(Str, Conversions)

@@ -22,6 +22,7 @@ using test::prodctl;
 using test::refuses;
 using test::Words;
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -80,7 +81,8 @@ class Wan : public testing::Test
                       .status,
                   0);
         const double up = std::stod(test::read_text("/proc/uptime"));
-        test::write_text("/etc/conntime1", std::to_string(static_cast<int>(up) + kEarlier - 3725) + "\n");
+        test::write_text("/etc/conntime1",
+                         std::to_string(static_cast<int>(up) + kEarlier - 3725) + "\n");
     }
 
     static constexpr int kEarlier = 2 * 3600;
@@ -528,6 +530,160 @@ TEST_F(Lan, Show)
     EXPECT_EQ(outcome.out, "{\"error\":\"the board has no LAN\"}\n");
 }
 
+// ---- IPv6 -------------------------------------------------------------------------------------
+
+using Ipv6 = Wan;
+
+/** A cable with addresses on this end, which are there at once. */
+class Cable
+{
+  public:
+    explicit Cable(const std::string &name, const std::string &mac = "02:00:00:00:00:01")
+        : name_(name)
+    {
+        test::run("ip link add %s address %s type veth peer name far0", name.c_str(), mac.c_str());
+        test::run("echo 0 >/proc/sys/net/ipv6/conf/%s/accept_dad", name.c_str());
+        test::run("ip link set %s up && ip link set far0 up", name.c_str());
+    }
+    ~Cable() { test::run("ip link del %s", name_.c_str()); }
+    Cable(const Cable &) = delete;
+    Cable &operator=(const Cable &) = delete;
+
+    void address(const char *address) const
+    {
+        test::run("ip address add %s dev %s nodad", address, name_.c_str());
+    }
+
+  private:
+    std::string name_;
+};
+
+TEST_F(Ipv6, ShowAnInterface)
+{
+    const Cable cable{"eth1"};
+    cable.address("2001:db8:1::1/64");
+    const FileHolds dns{"/etc/resolv6.conf", "nameserver 2001:db8::53\nnameserver bad\x1b[m\n"};
+    EXPECT_EQ(prodctl({"ipv6", "show", "eth1", "lo"}),
+              (Outcome{0,
+                       "eth1\n"
+                       "  global      2001:db8:1::1/64\n"
+                       "  link-local  fe80::ff:fe00:1/64\n"
+                       "lo\n"
+                       "  global      ::1/128\n"
+                       "  link-local  -\n"
+                       "\n"
+                       "  default gateway  -\n"
+                       "  DNS              2001:db8::53, bad?[m\n",
+                       ""}));
+    EXPECT_EQ(prodctl({"ipv6", "show", "eth1", "--json"}).out,
+              "{\"ipv6\":{\"interfaces\":[{\"interface\":\"eth1\",\"role\":\"\","
+              "\"global\":{\"address\":\"2001:db8:1::1\",\"prefix\":64},"
+              "\"link_local\":{\"address\":\"fe80::ff:fe00:1\",\"prefix\":64},"
+              "\"addresses\":[\"2001:db8:1::1/64\",\"fe80::ff:fe00:1/64\"]}],"
+              "\"gateway\":\"\",\"dns\":[\"2001:db8::53\",\"bad\\u001b[m\"]}}\n");
+}
+
+TEST_F(Ipv6, ShowTheWansAndTheLan)
+{
+    const Cable cable{"eth1"};
+    cable.address("2001:db8:1::1/64");
+    cable.address("2001:db8:2::1/48");
+    test::run("ip -6 route add default via 2001:db8:1::2 dev eth1");
+    const FileHolds no_dns{"/etc/resolv6.conf"};
+    // The kernel's table has the two global addresses in an order of its own.
+    const auto page = [](const char *global) {
+        return std::string{"WAN 1 eth1\n  global         "} + global +
+               "\n"
+               "  link-local     fe80::ff:fe00:1/64\n"
+               "  all addresses  2001:db8:2::1/48, 2001:db8:1::1/64, fe80::ff:fe00:1/64\n"
+               "WAN 2 eth2\n"
+               "  global      -\n"
+               "  link-local  -\n"
+               "LAN br0\n"
+               "  global      -\n"
+               "  link-local  -\n"
+               "\n"
+               "  default gateway  2001:db8:1::2\n"
+               "  DNS              -\n";
+    };
+    EXPECT_THAT(prodctl({"ipv6", "show"}).out,
+                AnyOf(page("2001:db8:1::1/64"), page("2001:db8:2::1/48")));
+}
+
+TEST_F(Ipv6, InterfacesThatAreNot)
+{
+    const Outcome outcome = prodctl({"ipv6", "show", "lo", "none"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, HasSubstr("there is no interface 'none'"));
+    EXPECT_EQ(prodctl({"ipv6", "show", ";reboot", "--json"}).out,
+              "{\"error\":\"there is no interface ';reboot'\"}\n");
+}
+
+// ---- MACs of the WANs -------------------------------------------------------------------------
+
+using Macs = Wan;
+
+TEST_F(Macs, TheListingChangesNothing)
+{
+    const Cable first{"eth1"};
+    ASSERT_EQ(SetValue("wlan0_maxbss", "8"), 1);
+    ASSERT_EQ(SetValue("wlan1_maxbss", "8"), 1);
+    ASSERT_EQ(SetValue("wan.mac", ""), 1);
+    ASSERT_EQ(SetValue("wan2.macaddr", "02:aa:00:00:00:0b"), 1);
+    EXPECT_EQ(prodctl({"wan", "macs"}).out,
+              "WAN  INTERFACE  CONFIGURED         COMPUTED           ACTUAL\n"
+              "1    eth1       -                  02:00:00:10:00:11  02:00:00:00:00:01\n"
+              "2    eth2       02:aa:00:00:00:0b  02:00:00:10:01:12  -\n");
+    EXPECT_EQ(prodctl({"wan", "macs", "--json"}).out,
+              "{\"source\":\"board\",\"wans\":["
+              "{\"id\":1,\"interface\":\"eth1\",\"configured\":\"\","
+              "\"computed\":\"02:00:00:10:00:11\",\"actual\":\"02:00:00:00:00:01\","
+              "\"applied\":false},"
+              "{\"id\":2,\"interface\":\"eth2\",\"configured\":\"02:aa:00:00:00:0b\","
+              "\"computed\":\"02:00:00:10:01:12\",\"actual\":\"\",\"applied\":false}]}\n");
+}
+
+TEST_F(Macs, Applied)
+{
+    const Cable first{"eth1"};
+    ASSERT_EQ(SetValue("wans.flag", "1"), 1);
+    ASSERT_EQ(SetValue("wan.mac", "02:00:00:20:00:00"), 1);
+    const std::string wanted =
+        "{\"source\":\"wan.mac\",\"wans\":[{\"id\":1,\"interface\":\"eth1\","
+        "\"configured\":\"\",\"computed\":\"02:00:00:20:00:00\","
+        "\"actual\":\"02:00:00:20:00:00\",\"applied\":true}]}\n";
+    const Outcome outcome = prodctl({"wan", "macs", "--apply", "--json"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, wanted);
+    EXPECT_THAT(outcome.err, HasSubstr("setting wan1.mac = 02:00:00:20:00:00"));
+    EXPECT_EQ(prodctl({"wan", "macs", "--json"}), (Outcome{0, wanted, ""}));
+}
+
+TEST_F(Macs, AppliedWhereAnInterfaceIsMissing)
+{
+    const Outcome outcome = prodctl({"wan", "macs", "--apply"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("not every WAN took its MAC"));
+}
+
+TEST_F(Macs, WithoutABaseMac)
+{
+    ASSERT_EQ(SetValue("wan.mac", "none"), 1);
+    const FileHolds board{"/etc/board.json", "{}"};
+    const Outcome outcome = prodctl({"wan", "macs"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("the board has no base MAC and \"wan.mac\" is not set"));
+}
+
+TEST_F(Macs, NoWan)
+{
+    ASSERT_EQ(SetValue("wans.flag", "0"), 1);
+    EXPECT_EQ(prodctl({"wan", "macs"}).out, "No WAN is configured.\n");
+    refuses({"wan", "macs", "1"}, "prodctl wan macs",
+            "too many or too few arguments, expected: none");
+}
+
 // ---- the status page --------------------------------------------------------------------------
 
 TEST_F(Status, EverythingOnOnePage)
@@ -541,6 +697,7 @@ TEST_F(Status, EverythingOnOnePage)
     for (const char *const part :
          {"System\n------\n  system mode  gateway (3)\n",
           "\n\nWANs\n----\nWAN 1 connected (dhcp)\n", "\n\nWAN 2 no wire (static)\n",
+          "\n\nIPv6\n----\nWAN 1 eth1\n  global      -\n  link-local  fe80::",
           "\n\nPorts\n-----\nPLACE  PHYSICAL",
           "\n\nNeighbours on the LAN\n---------------------\nADDRESS", "192.168.0.100",
           "\n\nDebug levels\n------------\nMODULE  LEVEL\nprod    error\n"}) {
@@ -556,7 +713,8 @@ TEST_F(Status, TheSamePartsAsTheCommands)
     bridge.knows("192.168.0.100", "02:00:5e:00:53:01");
     set_dbg_level("wifi", PROD_DBG_ERROR);
     const std::string page = prodctl({"status", "--json"}).out;
-    for (const Words &part : {Words{"wan", "ports"}, {"lan", "neighbours"}, {"debug", "show"}}) {
+    for (const Words &part :
+         {Words{"wan", "ports"}, {"ipv6", "show"}, {"lan", "neighbours"}, {"debug", "show"}}) {
         const std::string text = prodctl({part[0], part[1], "--json"}).out;
         EXPECT_THAT(page, HasSubstr(text.substr(1, text.size() - 3)));
     }

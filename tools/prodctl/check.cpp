@@ -74,6 +74,16 @@ int run_host(const Call &call, cJSON *answer)
     return answered(answer, is_dotted_quad(call[0]) && ipv4_is_valid(call[0]) != 0);
 }
 
+int run_address(const Call &call, cJSON *answer)
+{
+    return answered(answer, prod_check_ip(call[0]) == 0);
+}
+
+int run_param(const Call &call, cJSON *answer)
+{
+    return answered(answer, prod_system_param_valid(call[0]) != 0);
+}
+
 int run_wan(const Call &call, cJSON *answer)
 {
     const std::optional<int> id = number(call[0], 1, kWanMax);
@@ -169,6 +179,25 @@ constexpr Command kCommands[] = {
      .yes = "yes",
      .no = "no",
      .run = run_host,
+     .show = show_answer},
+    {.name = "address",
+     .summary = "Whether a text that a user typed is the IPv4 address of a unicast host",
+     .arguments = "TEXT",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .details = "Stricter than host: the first number is 1 to 223, the last at most 254.",
+     .yes = "yes",
+     .no = "no",
+     .run = run_address,
+     .show = show_answer},
+    {.name = "param",
+     .summary = "Whether a text holds none of the characters ; & | and the back-quote",
+     .arguments = "TEXT",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .yes = "yes",
+     .no = "no",
+     .run = run_param,
      .show = show_answer},
 };
 

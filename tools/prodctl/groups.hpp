@@ -12,6 +12,7 @@ extern const Command kDebugGroup;
 extern const Command kConfigGroup;
 extern const Command kWanGroup;
 extern const Command kLanGroup;
+extern const Command kIpv6Group;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
@@ -32,11 +33,20 @@ void show_versions(const cJSON *answer, Page &page);
 int run_reboot(const Call &call, cJSON *answer);
 int run_restore(const Call &call, cJSON *answer);
 
+// Commands that have a source file of their own.
+int run_wan_macs(const Call &call, cJSON *answer);
+void show_wan_macs(const cJSON *answer, Page &page);
+extern const Option kWanMacsOptions[1];
+int run_lan_check(const Call &call, cJSON *answer);
+void show_lan_check(const cJSON *answer, Page &page);
+
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
 void show_modules(const cJSON *answer, Page &page);
 int add_wans(const Call &call, cJSON *answer, int first, int last);
 void show_wans(const cJSON *answer, Page &page);
+void add_ipv6(cJSON *answer);
+void show_ipv6(const cJSON *answer, Page &page);
 void add_ports(cJSON *answer);
 void show_ports(const cJSON *answer, Page &page);
 int add_neighbours(const Call &call, cJSON *answer);

@@ -114,6 +114,19 @@ void show_show(const cJSON *answer, Page &page)
 }
 
 constexpr Command kCommands[] = {
+    {.name = "check",
+     .summary = "Whether an address range clashes with those that the device serves",
+     .arguments = "ADDRESS/MASK",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .details =
+         "MASK is a prefix length or a dotted quad. Looked at are the ranges of the LAN, the\n"
+         "portal, the guest network and the PPPoE, PPTP and L2TP servers; for each that\n"
+         "clashes an address is proposed at which it would not.",
+     .yes = "it is free",
+     .no = "it clashes",
+     .run = run_lan_check,
+     .show = show_lan_check},
     {.name = "neighbours",
      .summary = "The neighbours on the LAN with their MACs and host names",
      .details = "Host names are those that DHCP clients gave.",

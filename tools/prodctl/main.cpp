@@ -7,9 +7,9 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,         kLanGroup, kWifiGroup,
-                           kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup, kAuditGroup,
-                           kConfigGroup,   kDebugGroup,  kCheckGroup,       kStrGroup};
+const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,   kLanGroup,         kIpv6Group,
+                           kWifiGroup,     kPortCommand, kLedGroup,   kDnsRedirectGroup, kUsbGroup,
+                           kAuditGroup,    kConfigGroup, kDebugGroup, kCheckGroup,       kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",

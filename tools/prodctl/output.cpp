@@ -399,4 +399,16 @@ bool flag_of(const cJSON *object, const char *name)
     return cJSON_IsTrue(member(object, name));
 }
 
+std::string joined(const cJSON *array)
+{
+    std::string result;
+    const cJSON *item;
+    cJSON_ArrayForEach(item, array)
+    {
+        result += result.empty() ? "" : ", ";
+        result += item->valuestring;
+    }
+    return result;
+}
+
 }  // namespace prodctl

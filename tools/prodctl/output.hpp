@@ -138,5 +138,7 @@ double number_of(const cJSON *object, const char *name);
 int int_of(const cJSON *object, const char *name);
 bool flag_of(const cJSON *object, const char *name);
 const cJSON *member(const cJSON *object, const char *name);
+/** The texts of an array, with commas between. */
+std::string joined(const cJSON *array);
 
 }  // namespace prodctl

@@ -13,6 +13,7 @@ int run_status(const Call &call, cJSON *answer)
 {
     add_system(answer);
     int status = add_wans(call, answer, 1, wan_count());
+    add_ipv6(answer);
     add_ports(answer);
     status = add_neighbours(call, answer) == kYes ? status : kNo;
     return add_modules(call, answer) == kYes ? status : kNo;
@@ -26,6 +27,7 @@ void show_status(const cJSON *answer, Page &page)
     };
     constexpr Section kSections[] = {{"System", show_system},
                                      {"WANs", show_wans},
+                                     {"IPv6", show_ipv6},
                                      {"Ports", show_ports},
                                      {"Neighbours on the LAN", show_neighbours},
                                      {"Debug levels", show_modules}};
@@ -39,7 +41,7 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary = "The whole device on one page: modes, WANs, ports, neighbours, debug levels",
+    .summary = "The whole device on one page: modes, WANs, IPv6, ports, neighbours, debug levels",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,

@@ -71,18 +71,6 @@ void add_servers(cJSON *object, std::initializer_list<const char *> servers)
     }
 }
 
-std::string joined(const cJSON *list)
-{
-    std::string result;
-    const cJSON *item;
-    cJSON_ArrayForEach(item, list)
-    {
-        result += result.empty() ? "" : ", ";
-        result += item->valuestring;
-    }
-    return result;
-}
-
 void add_addresses(cJSON *object, const WAN_IP_INFO_STRU &info)
 {
     add_text(object, "address", info.wan_ip);
@@ -362,6 +350,12 @@ constexpr Command kCommands[] = {
      .run = run_dns,
      .show = show_dns,
      .children = kDnsCommands},
+    {.name = "macs",
+     .summary = "The MAC of each WAN: configured, computed from the first one's, and actual",
+     .no = "with --apply: not every WAN has its MAC; or there is none for the first WAN",
+     .run = run_wan_macs,
+     .show = show_wan_macs,
+     .options = kWanMacsOptions},
     {.name = "save-lease",
      .summary = "Write a WAN's address file; for the script of its DHCP client",
      .arguments = "WAN ADDRESS MASK GATEWAY [DNS1 [DNS2]]",

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "prod_common_cfm.h"
+#include "prod_common_ifaddrs.h"
 
 namespace prodctl
 {
@@ -70,6 +71,31 @@ bool is_mask(const char *text)
     }
     const std::uint32_t host_part = ~ntohl(address.s_addr);
     return (host_part & (host_part + 1)) == 0;
+}
+
+int prefix_of(const char *mask)
+{
+    return ipmask_to_numeric(mask);
+}
+
+std::optional<AddressRange> address_range(const char *text)
+{
+    const std::string_view whole = text;
+    const std::size_t slash = whole.find('/');
+    if (slash == std::string_view::npos) {
+        return std::nullopt;
+    }
+    AddressRange range{std::string{whole.substr(0, slash)}, std::string{whole.substr(slash + 1)}};
+    if (const std::optional<int> prefix = number(range.mask.c_str(), 1, 32)) {
+        in_addr mask;
+        mask.s_addr = htonl(~0U << (32 - *prefix));
+        char quad[INET_ADDRSTRLEN];
+        range.mask = inet_ntop(AF_INET, &mask, quad, sizeof(quad));
+    }
+    const bool wrong = !is_dotted_quad(range.address.c_str()) ||
+                       ipv4_is_valid(range.address.c_str()) == 0 || !is_mask(range.mask.c_str()) ||
+                       prefix_of(range.mask.c_str()) == 0;
+    return wrong ? std::nullopt : std::optional{range};
 }
 
 std::optional<std::string> config_value(const std::string &key)

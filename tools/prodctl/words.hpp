@@ -32,6 +32,18 @@ bool is_dotted_quad(const char *text);
 /** Whether a text is a mask: a dotted quad whose one bits stand in front. */
 bool is_mask(const char *text);
 
+/** The prefix length of a mask. */
+int prefix_of(const char *mask);
+
+/** The address of a host and its mask, as dotted quads. */
+struct AddressRange {
+    std::string address;
+    std::string mask;
+};
+
+/** Reads "192.168.0.1/24" or "192.168.0.1/255.255.255.0"; a mask of no bits is none. */
+std::optional<AddressRange> address_range(const char *text);
+
 /** The configuration value of a key, nothing when it is absent. */
 std::optional<std::string> config_value(const std::string &key);
 

@@ -33,6 +33,28 @@ PLATFORM_API int ifaddrs_get_if_netmac(const char *ifname, unsigned char *mac);
  */
 PLATFORM_API int ifaddrs_ipmask_to_numeric(const char *mask);
 
+/**
+ * Whether two address ranges, each given by an address in it and its mask, share addresses: their
+ * networks are the same under the shorter of the two masks. Masks with gaps are taken as they are.
+ * @return non-zero when they do; 0 when not, and for an address that is NULL or none. A mask that
+ *         is NULL or none counts as 255.255.255.255.
+ */
+PLATFORM_API int check_ip_is_same_net(const char *ip1, const char *mask1, const char *ip2,
+                                      const char *mask2);
+
+/**
+ * The same host number in the next network, so that going on from there leaves any range at last.
+ * Addresses that no host of a network can have are passed over: 0.0.0.0/8, the loopback's
+ * 127.0.0.0/8 and the link-local 169.254.0.0/16.
+ *
+ * @param step_mask  the networks' mask, in host byte order
+ * @param out        16 bytes; may be @p ip. Untouched on failure.
+ * @param flag       0
+ * @return 0 on success; -1 behind 223.255.255.255, where the addresses of hosts end, and for an
+ *         address that is NULL or none or a NULL @p out
+ */
+PLATFORM_API int ifaddrs_ip_increase(const char *ip, uint32_t step_mask, char *out, int flag);
+
 PLATFORM_END
 
 #endif

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Hardware I/O: LEDs, switch ports and the names of the board's Ethernet interfaces.
+ * Hardware I/O: LEDs, switch ports, the names of the board's Ethernet interfaces and its MACs.
  *
  * No function here blocks for longer than a system call, and any thread may call any of them.
  */
@@ -146,6 +146,21 @@ PLATFORM_API int iof_port_status_get(int port, port_status *status);
  *         until the process ends. NULL when the board has none.
  */
 PLATFORM_API char *iof_eth_name_get(eth_idx_t index);
+
+/**
+ * Reads the board's base MAC, the first of the range that is the device's own.
+ * @param mac  6 bytes; untouched on failure
+ * @return 0 on success, non-zero when the board has none
+ */
+PLATFORM_API int iof_mac_addr_get(unsigned char *mac);
+
+/**
+ * Tells the switch to take in frames for a WAN's MAC. Earlier MACs stay known to it; one that it
+ * knows already is no failure, and neither is a board whose switch need not be told.
+ * @param mac  6 bytes
+ * @return 0 on success, non-zero when the switch refuses it
+ */
+PLATFORM_API int iof_mac_clone_set(unsigned char *mac);
 
 PLATFORM_END
 
