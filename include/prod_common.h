@@ -8,6 +8,7 @@
 
 #include "ipc/shared_memory.h"
 #include "json.h"
+#include "prod_common_audit_log.h"
 #include "prod_common_cfm.h"
 #include "prod_common_check.h"
 #include "prod_common_debug.h"
@@ -16,8 +17,10 @@
 #include "prod_common_ifaddrs.h"
 #include "prod_common_string.h"
 #include "prod_common_system.h"
+#include "prod_common_systool.h"
 #include "prod_common_time.h"
 #include "prod_common_types.h"
+#include "prod_common_usb.h"
 #include "prod_common_wan.h"
 #include "prod_common_wifi.h"
 

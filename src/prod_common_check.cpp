@@ -29,6 +29,7 @@
 #include "internal/net.hpp"
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
+#include "internal/usb.hpp"
 #include "platform/address.h"
 #include "platform/cfm.h"
 #include "platform/database.h"
@@ -310,10 +311,6 @@ void move_list(const char *count_key, const char *prefix, Record kind, const Mov
 constexpr const char *kDiskNameFile = "/tmp/UDiskname";
 constexpr int kBridgePorts = 32;
 constexpr std::size_t kMountLine = 255;
-
-// Two paths of one folder: the first is listed, the second is what the mount table shows.
-constexpr const char *kPartitionFolder = "/var/etc/upan";
-constexpr const char *kPartitionMounts = "/etc/upan";
 
 /** The interface numbers of a bridge's first ports, 0 where there is none. */
 bool bridge_ports(const char *bridge, int (&ports)[kBridgePorts])

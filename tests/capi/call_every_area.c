@@ -202,6 +202,32 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
+static void figures_and_storage(void)
+{
+    int memory = -1;
+    char now[PROD_CURTIME_SIZE];
+    char version[PROD_POLICY_VERSION_SIZE];
+    char disks[128];
+    char record[PROD_USB_RECORD_SIZE];
+    char message[PROD_AUDIT_MSG_SIZE] = "anna";
+    audit_save_log_info info;
+    EXPECT(systool_get_memInfo(&memory) == HLX_OK && memory > 0 && memory <= 100);
+    EXPECT(systool_get_memfree() > 0);
+    systool_get_curtime(now);
+    EXPECT(strlen(now) == 19);
+    EXPECT(get_prod_version(version, sizeof(version)) == 1 && get_svn_version() == 1);
+    EXPECT(get_hard_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0.0") == 0);
+    EXPECT(get_policy_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0") == 0);
+    add_dns_redirect_rule("capi.example", "192.0.2.1");
+    del_dns_redirect_rule("capi.example");
+    EXPECT(fill_audit_log_info(&info, "00:11:22:AA:BB:CC", "192.0.2.1", 4, message,
+                               sizeof(message)) == 1);
+    EXPECT(strncmp(info.msg, "user anna time:", 15) == 0 && info.appid == 4);
+    EXPECT(audit_log_set_new_usb_dir() == 0);
+    prod_common_usb_get_diskname(disks, sizeof(disks));
+    EXPECT(prod_common_write_usb_volume_to_file("sdz9", record, 0) == (int)strlen(record));
+}
+
 int main(void)
 {
     debug_levels();
@@ -218,5 +244,6 @@ int main(void)
     address_ranges();
     wan_status();
     name_servers();
+    figures_and_storage();
     return failures != 0;
 }

@@ -20,6 +20,12 @@ int main(void)
     RECORD(prod_dbg_cb_t);
     FIELD(prod_dbg_cb_t, name);
 
+    RECORD(audit_save_log_info);
+    FIELD(audit_save_log_info, mac_addr);
+    FIELD(audit_save_log_info, ipaddr);
+    FIELD(audit_save_log_info, appid);
+    FIELD(audit_save_log_info, msg);
+
     RECORD(DHCPS_CLIENT_LIST);
     FIELD(DHCPS_CLIENT_LIST, mac);
     FIELD(DHCPS_CLIENT_LIST, ipaddr);

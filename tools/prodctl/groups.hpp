@@ -21,6 +21,19 @@ extern const Command kPortCommand;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kAuditGroup;
+extern const Command kUsbGroup;
+extern const Command kDnsRedirectGroup;
+
+// Commands of the group system.
+int run_memory(const Call &call, cJSON *answer);
+void show_memory(const cJSON *answer, Page &page);
+int run_cpu(const Call &call, cJSON *answer);
+void show_cpu(const cJSON *answer, Page &page);
+int run_versions(const Call &call, cJSON *answer);
+void show_versions(const cJSON *answer, Page &page);
+int run_reboot(const Call &call, cJSON *answer);
+int run_restore(const Call &call, cJSON *answer);
 
 // Commands that have a source file of their own.
 int run_wan_macs(const Call &call, cJSON *answer);

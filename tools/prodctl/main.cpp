@@ -7,9 +7,10 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,    kLanGroup, kBridgeGroup,
-                           kIpv6Group,     kWifiGroup,   kPortCommand, kLedGroup, kConfigGroup,
-                           kDebugGroup,    kCheckGroup,  kStrGroup};
+const Command kGroups[] = {kStatusCommand, kSystemGroup,      kWanGroup,   kLanGroup,
+                           kBridgeGroup,   kIpv6Group,        kWifiGroup,  kPortCommand,
+                           kLedGroup,      kDnsRedirectGroup, kUsbGroup,   kAuditGroup,
+                           kConfigGroup,   kDebugGroup,       kCheckGroup, kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",
