@@ -268,7 +268,7 @@ int main(void)
     ipv6();
     address_ranges();
     wan_status();
-    figures_and_storage();
     name_servers();
+    figures_and_storage();
     return failures != 0;
 }
