@@ -179,7 +179,8 @@ typedef struct {
  * @p ip is another text than @p oip, the rest in the order of the functions below. Nothing is moved
  * when the table "dhcps-list" has no row for the interface "br0", or an argument is NULL.
  *
- * The caller stores "lan.ip" and "lan.mask", gives the LAN its address and restarts its DHCP server.
+ * The caller stores "lan.ip" and "lan.mask", gives the LAN its address and restarts its DHCP
+ * server.
  *
  * @param ip, mask    new address and mask of the LAN, dotted quads
  * @param oip, omask  the old ones
@@ -199,16 +200,14 @@ PROD_API void prod_check_change_lanip_handle(const char *ip, const char *mask, c
  *
  * @param uindex  id of the row; one that is missing is logged at level 2, "ifname is not exist!"
  */
-PROD_API void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask,
-                                            uint32_t uOldLanIp, uint32_t uOldLanMask,
-                                            unsigned int uindex);
+PROD_API void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanIp,
+                                            uint32_t uOldLanMask, unsigned int uindex);
 
 /**
  * Moves the DMZ host of each WAN, "wan%d.dmzip". The DMZ is switched off ("wan%d.dmzen") when its
  * host is now the LAN's own address or outside of the LAN.
  */
-PROD_API void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask,
-                                          uint32_t uOldLanMask);
+PROD_API void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
 
 /**
  * Moves the address that may manage the device, "lan.webip", unless that is 0.0.0.0, and switches
@@ -230,8 +229,7 @@ PROD_API void check_lanip_change_sync_virtual(uint32_t uLanIp, uint32_t uLanMask
  * Moves the hosts of the source-NAT rules, "ADDRESS;REST" in "adv.snat.list1" to
  * "adv.snat.listnum". 255 characters of a rule count, of its rest what stands before a blank.
  */
-PROD_API void check_lanip_change_sync_nat(uint32_t uLanIp, uint32_t uLanMask,
-                                          uint32_t uOldLanMask);
+PROD_API void check_lanip_change_sync_nat(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
 
 /** Moves the log servers, "adv.logs.list1" to "adv.logs.listnum", as the source-NAT rules. */
 PROD_API void check_lanip_change_sync_logserver(uint32_t uLanIp, uint32_t uLanMask,

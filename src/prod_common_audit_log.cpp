@@ -116,8 +116,8 @@ int fill_stay_str_by_ontime(int on_time, char *msg, int msg_len)
         return 0;
     }
     const int stay = get_sys_uptime() - on_time;
-    const Text<128> text{"[%d]day [%d]hour [%d]minute [%d]second", stay / kDay,
-                         stay % kDay / kHour, stay % kHour / kMinute, stay % kMinute};
+    const Text<128> text{"[%d]day [%d]hour [%d]minute [%d]second", stay / kDay, stay % kDay / kHour,
+                         stay % kHour / kMinute, stay % kMinute};
     fill_room(msg, room_of(msg_len), text.view());
     return 1;
 }

@@ -222,10 +222,7 @@ struct Move {
     bool leads_out(u32 host) const { return (host & mask) != network(); }
     u32 moved(u32 host) const { return (host & ~old_mask) + network(); }
     /** As the daemon of the port-forwarding rules keeps its hosts. */
-    u32 moved_forward(u32 host) const
-    {
-        return htonl((ntohl(host) & ~old_mask) + network());
-    }
+    u32 moved_forward(u32 host) const { return htonl((ntohl(host) & ~old_mask) + network()); }
 };
 
 /** How an address is held apart from the rest of its record. */

@@ -156,9 +156,8 @@ constexpr std::size_t kPolicyLine = PROD_POLICY_VERSION_SIZE - 1;
 Allocated<char> version_text()
 {
     void *text = nullptr;
-    return Allocated<char>{get_file_content(kVersionFile, &text, nullptr) == 1
-                               ? static_cast<char *>(text)
-                               : nullptr};
+    return Allocated<char>{
+        get_file_content(kVersionFile, &text, nullptr) == 1 ? static_cast<char *>(text) : nullptr};
 }
 
 /**

@@ -521,7 +521,7 @@ db_row_t *copy_row(sqlite3_stmt *statement, const Table &table)
 /** The names of a table's columns in one block; nullptr when memory is short. */
 char **copy_names(const Table &table)
 {
-    std::size_t size = 0;
+    std::size_t size = sizeof(char *);  // nullptr behind the last
     for (int i = 0; i < table.col_num; ++i) {
         size += sizeof(char *) + strlen(table.columns[i].name) + 1;
     }
@@ -529,7 +529,8 @@ char **copy_names(const Table &table)
     if (names == nullptr) {
         return nullptr;
     }
-    char *room = reinterpret_cast<char *>(names + table.col_num);
+    char *room = reinterpret_cast<char *>(names + table.col_num + 1);
+    names[table.col_num] = nullptr;
     for (int i = 0; i < table.col_num; ++i) {
         names[i] = room;
         keep_text(room, table.columns[i].name);

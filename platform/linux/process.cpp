@@ -185,8 +185,7 @@ class Service
         const platform::Fd stat = open_file("stat", O_RDONLY);
         char text[16];
         const ssize_t got = stat ? read(stat.get(), text, sizeof(text)) : 0;
-        return got > 0 &&
-               std::string_view{text, static_cast<std::size_t>(got)}.starts_with("down");
+        return got > 0 && std::string_view{text, static_cast<std::size_t>(got)}.starts_with("down");
     }
 
   private:
@@ -195,8 +194,8 @@ class Service
         char path[PATH_MAX];
         const int length =
             snprintf(path, sizeof(path), "%s/%s/supervise/%s", kServices, name_, file);
-        return platform::Fd{
-            length < static_cast<int>(sizeof(path)) ? open(path, how | O_CLOEXEC) : -1};
+        return platform::Fd{length < static_cast<int>(sizeof(path)) ? open(path, how | O_CLOEXEC)
+                                                                    : -1};
     }
 
     const char *name_;

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* A C program that calls every area of the library, as a daemon of the device does. */
+#include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -48,6 +49,25 @@ static void strings(void)
     free(joined);
     EXPECT(strcmp(str_to_hex("abc", hex, sizeof(hex)), "616263") == 0);
     EXPECT(strcmp(get_self_pname(), "<null>") != 0);
+}
+
+static void lan_move(void)
+{
+    db_table *table = get_ip_mac_bind_table();
+    db_val_t values[3];
+    db_row_t *row;
+    EXPECT(table != NULL && table->col_num == 3);
+    if (table == NULL)
+        return;
+    values[0].s = "192.168.0.9";
+    values[1].s = "02:00:00:00:00:09";
+    values[2].s = NULL;
+    EXPECT(table->add(table, values) > 0);
+    check_lanip_change_sync_ipmac_bind(inet_addr("192.168.1.1"), inet_addr("255.255.255.0"),
+                                       inet_addr("255.255.255.0"));
+    row = table->find(table, 0, "192.168.1.9", 0);
+    EXPECT(row != NULL && strcmp(row->values[1].s, "02:00:00:00:00:09") == 0);
+    free(row);
 }
 
 static void files(void)
@@ -105,6 +125,19 @@ static void wireless(void)
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
 }
 
+static void firmware(void)
+{
+    static char text[] = "no image";
+    int type = 0;
+    EXPECT(flash_check_fw_type_and_crc(text, &type, sizeof(text)) == FW_VALID_IMAGE && type < 0);
+    EXPECT(flash_check_fw_type_and_crc(NULL, &type, 0) == FW_UPLOAD_ERROR);
+    EXPECT(flash_check_fw("/tmp/no_such_image", type) == FW_INVALID_FORMAT);
+    EXPECT(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, text, sizeof(text)) == -1);
+    EXPECT(g_fw_type == type);
+    EXPECT(prod_upgrade_image_to_flash() == -1);
+    kill_other_upgrade_process(UPGRADE_BUTT);
+}
+
 static void hardware_and_system(void)
 {
     char mode[16] = "";
@@ -130,6 +163,8 @@ static void networks(void)
     prod_cfm_set_val("wans.flag", "1");
     EXPECT(wanid_to_phyid(1) == 4);
     EXPECT(phyid_to_lanid(0) == 1);
+    EXPECT(pppoe_v4_as_v6(1) == 0);
+    EXPECT(ethswctl_wan_set_by_main_ifname(9, 0) == 0);
 }
 
 static void ipv6(void)
@@ -164,6 +199,19 @@ static void address_ranges(void)
     EXPECT(check_get_new_ipaddr_by_hostid("192.168.5.77", lan.mask, 1, address) == 0);
     EXPECT(strcmp(address, "192.168.5.1") == 0);
     EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
+}
+
+static void name_servers(void)
+{
+    char text[256] = "";
+    char name[256];
+    add_dns_to_buf(text, sizeof(text), "9.9.9.9");
+    EXPECT(strcmp(text, " -s 9.9.9.9 ") == 0);
+    getAllWanDns(text, sizeof(text));
+    EXPECT(text[0] == '\0');
+    prod_cfm_set_val("netcheck.hostname", "www.example.net");
+    EXPECT(strcmp(get_netcheck_hostname(name), "www.example.net") == 0);
+    EXPECT(prod_resolve_domain(name, "", "0.0.0.0", text, NULL, NULL) == -1);
 }
 
 static void wan_status(void)
@@ -210,16 +258,19 @@ int main(void)
     debug_levels();
     shared_memory();
     strings();
+    lan_move();
     files();
     configuration();
     policies();
     json();
     wireless();
+    firmware();
     hardware_and_system();
     networks();
     ipv6();
     address_ranges();
     wan_status();
+    name_servers();
     figures_and_storage();
     return failures != 0;
 }

@@ -171,14 +171,14 @@ void start_daemon(const std::string &name, const std::string &script)
     write_text("/tmp/" + name, "#!/bin/sh\n" + script);
     ASSERT_EQ(chmod(("/tmp/" + name).c_str(), 0755), 0);
     must("/tmp/" + name + " </dev/null >/dev/null 2>&1 &");
-    eventually(name + " runs",
-               [&] { return story::run("prodctl check app " + name).status == 0; });
+    eventually(name + " runs", [&] { return story::run("prodctl check app " + name).status == 0; });
 }
 
 TEST(Figures, TheRestartLetsItsCallerAnswerFirst)
 {
-    start_daemon("pppd_l2tp", "trap 'echo closed >/tmp/closed; exit' HUP\n"
-                              "while :; do usleep 50000; done\n");
+    start_daemon("pppd_l2tp",
+                 "trap 'echo closed >/tmp/closed; exit' HUP\n"
+                 "while :; do usleep 50000; done\n");
     start_daemon("multiwan", "while :; do usleep 50000; done\n");
     timespec start;
     clock_gettime(CLOCK_MONOTONIC, &start);
@@ -189,8 +189,9 @@ TEST(Figures, TheRestartLetsItsCallerAnswerFirst)
                   0);
         EXPECT_STREQ(answer, "restarting");
         EXPECT_FALSE(rebooted) << "the caller has its answer before";
-        eventually("the PPP daemon has closed its connection",
-                   [] { return test::exists("/tmp/closed"); }, 2);
+        eventually(
+            "the PPP daemon has closed its connection", [] { return test::exists("/tmp/closed"); },
+            2);
         EXPECT_EQ(story::run("prodctl check app multiwan").status, 0) << "its turn comes later";
         eventually("the restart", [] { return rebooted.load(); });
     });

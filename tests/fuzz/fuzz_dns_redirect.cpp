@@ -27,9 +27,9 @@ int count_rules()
             continue;
         }
         ++count;
-        FUZZ_CHECK(name.size() <= 253 && name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
-                                                                "0123456789-_.") ==
-                                             std::string::npos);
+        FUZZ_CHECK(name.size() <= 253 &&
+                   name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
+                                          "0123456789-_.") == std::string::npos);
         FUZZ_CHECK(name.front() != '.' && name.back() != '.');
         const std::string text = test::read_text(std::string{KM_DNS_REDIRECT_DIR} + "/" + name);
         const std::size_t blank = text.find(' ');

@@ -31,9 +31,8 @@ namespace
 
 constexpr const char *kFolder = "/cfg/database";
 
-constexpr db_col_t kColumns[] = {{0, "name", DB_STRING, 1, 8},
-                                 {1, "count", DB_INT, 0, 0},
-                                 {2, "a \"note\"", DB_STRING, 0, 32}};
+constexpr db_col_t kColumns[] = {
+    {0, "name", DB_STRING, 1, 8}, {1, "count", DB_INT, 0, 0}, {2, "a \"note\"", DB_STRING, 0, 32}};
 
 struct FreeRow {
     void operator()(db_row_t *row) const { free(row); }
@@ -378,8 +377,8 @@ TEST_F(Database, ColumnsThatCannotBe)
         names.push_back("column " + std::to_string(i));
     }
     for (int i = 0; i < DB_COLUMN_MAX + 1; ++i) {
-        most.push_back({i, names[static_cast<std::size_t>(i)].c_str(), DB_STRING, i % 2,
-                        DB_LENGTH_MAX});
+        most.push_back(
+            {i, names[static_cast<std::size_t>(i)].c_str(), DB_STRING, i % 2, DB_LENGTH_MAX});
     }
     refused(most, DB_COLUMN_MAX + 1);
     ASSERT_NE(db_table_init(name(), &table, "absurd", most.data(), DB_COLUMN_MAX), 0);

@@ -455,7 +455,10 @@ class DnsRedirection : public testing::Test
     {
         return km_dns_redirect_add_rule(rule(domain, address).get()) == 0;
     }
-    static bool del(const char *domain) { return km_dns_redirect_del_rule(rule(domain).get()) == 0; }
+    static bool del(const char *domain)
+    {
+        return km_dns_redirect_del_rule(rule(domain).get()) == 0;
+    }
 };
 
 TEST_F(DnsRedirection, ARuleIsAHostsFile)
@@ -507,8 +510,8 @@ TEST_F(DnsRedirection, NamesThatAreNone)
 {
     write_text("/var/run/victim", "precious");
     for (const std::string name :
-         {"", ".", "..", "a..b", ".a", "a..", "../victim", "/var/run/victim", "a/b", "a b", "a\n", "*",
-          "*.example.net", "a\\b", "caf\xc3\xa9.example", "#a", "a~"}) {
+         {"", ".", "..", "a..b", ".a", "a..", "../victim", "/var/run/victim", "a/b", "a b", "a\n",
+          "*", "*.example.net", "a\\b", "caf\xc3\xa9.example", "#a", "a~"}) {
         EXPECT_FALSE(add(name.c_str(), "192.168.0.77")) << name;
         EXPECT_FALSE(del(name.c_str())) << name;
     }

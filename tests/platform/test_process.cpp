@@ -206,8 +206,8 @@ TEST(ProcessExists, OneThatEndedDoesNot)
 int ended_by(const Named &process)
 {
     siginfo_t info = {};
-    const int rc = waitid(P_PID, static_cast<id_t>(process.pid()), &info,
-                          WEXITED | WNOWAIT | WNOHANG);
+    const int rc =
+        waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT | WNOHANG);
     return rc == 0 && info.si_pid == process.pid() ? info.si_status : -1;
 }
 
@@ -412,7 +412,8 @@ TEST(MonitorStop, ADaemonThatNeverEnds)
 
 TEST(MonitorStop, NamesThatCannotBe)
 {
-    for (const char *const name : {static_cast<const char *>(nullptr), "", ".", "..", "../x", "a/b"}) {
+    for (const char *const name :
+         {static_cast<const char *>(nullptr), "", ".", "..", "../x", "a/b"}) {
         EXPECT_EQ(monitor_stop(name), -1);
         EXPECT_EQ(errno, EINVAL);
     }

@@ -89,9 +89,10 @@ TEST_F(Figures, VersionsThatAreNotKnown)
 {
     const FileHolds product{"/etc/prodversion.cfg"};
     const FileHolds policies{"/etc/policy_bak.cfg"};
-    EXPECT_EQ(prodctl({"system", "versions", "--json"}),
-              (Outcome{0, "{\"product\":\"\",\"build\":0,\"hardware\":\"1.0.0.0\",\"policies\":\"\"}\n",
-                       ""}));
+    EXPECT_EQ(
+        prodctl({"system", "versions", "--json"}),
+        (Outcome{0, "{\"product\":\"\",\"build\":0,\"hardware\":\"1.0.0.0\",\"policies\":\"\"}\n",
+                 ""}));
 }
 
 // ---- restart and restore -----------------------------------------------------------------------
@@ -165,8 +166,9 @@ TEST_F(Usb, AVolumeThatDoesNotAnswer)
     std::filesystem::create_directories("/sys/block/sdq");
     std::filesystem::create_directories("/var/etc/upan");
     const Outcome outcome = prodctl({"usb", "volumes", "--json"});
-    EXPECT_EQ(outcome.out, "{\"volumes\":[{\"name\":\"sdq\",\"total_gib\":0,\"used_gib\":0,"
-                           "\"free_gib\":0,\"available_gib\":0}]}\n");
+    EXPECT_EQ(outcome.out,
+              "{\"volumes\":[{\"name\":\"sdq\",\"total_gib\":0,\"used_gib\":0,"
+              "\"free_gib\":0,\"available_gib\":0}]}\n");
     EXPECT_THAT(outcome.err, HasSubstr("Statfs error /var/etc/upan/sdq."));
 }
 
@@ -200,8 +202,8 @@ TEST_F(Audit, Record)
             "prodctl audit record", "'12' is no application id from 4 to 10");
     refuses({"audit", "record", "4", "02:00", "192.168.0.10", "x"}, "prodctl audit record",
             "'02:00' is no MAC address");
-    refuses({"audit", "record", "4", "02:00:5e:00:53:01", "192.168.0", "x"},
-            "prodctl audit record", "'192.168.0' is no IPv4 address");
+    refuses({"audit", "record", "4", "02:00:5e:00:53:01", "192.168.0", "x"}, "prodctl audit record",
+            "'192.168.0' is no IPv4 address");
 }
 
 TEST_F(Audit, Stay)
@@ -257,8 +259,8 @@ TEST_F(DnsRedirect, ArgumentsThatAreWrong)
 {
     const std::string label(64, 'x');
     for (const std::string &name : {std::string{}, std::string{"."}, std::string{".."},
-                                   std::string{"a..b"}, std::string{"../x"}, std::string{"a b"},
-                                   std::string{"*.example"}, label, std::string(254, 'x')}) {
+                                    std::string{"a..b"}, std::string{"../x"}, std::string{"a b"},
+                                    std::string{"*.example"}, label, std::string(254, 'x')}) {
         refuses({"dns-redirect", "add", name, "192.0.2.1"}, "prodctl dns-redirect add",
                 "'" + name + "' is no domain name");
         refuses({"dns-redirect", "del", name}, "prodctl dns-redirect del",

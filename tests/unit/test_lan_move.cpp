@@ -132,16 +132,16 @@ TEST_F(LanMove, TheTablesAreTheProcesss)
     db_table *const pools = get_dhcps_list_table();
     EXPECT_EQ(pools, get_dhcps_list_table());
     ASSERT_EQ(pools->col_num, 9);
-    const db_col_t pool[] = {{0, "enable", DB_INT, 0, 0},        {1, "interface", DB_STRING, 1, 10},
-                             {2, "start ip", DB_STRING, 0, 16},  {3, "end ip", DB_STRING, 0, 16},
-                             {4, "gateway", DB_STRING, 0, 16},   {5, "mask", DB_STRING, 0, 16},
-                             {6, "lease", DB_INT, 0, 0},         {7, "main dns", DB_STRING, 0, 16},
+    const db_col_t pool[] = {{0, "enable", DB_INT, 0, 0},       {1, "interface", DB_STRING, 1, 10},
+                             {2, "start ip", DB_STRING, 0, 16}, {3, "end ip", DB_STRING, 0, 16},
+                             {4, "gateway", DB_STRING, 0, 16},  {5, "mask", DB_STRING, 0, 16},
+                             {6, "lease", DB_INT, 0, 0},        {7, "main dns", DB_STRING, 0, 16},
                              {8, "sec dns", DB_STRING, 0, 16}};
-    const db_col_t forward[] = {{0, "enabled", DB_INT, 0, 0},        {1, "ip", DB_STRING, 0, 16},
-                                {2, "protocol", DB_INT, 0, 0},       {3, "wan", DB_INT, 0, 0},
-                                {4, "inner-port", DB_STRING, 0, 128},
-                                {5, "outer-port", DB_STRING, 0, 128},
-                                {6, "name", DB_STRING, 0, 64}};
+    const db_col_t forward[] = {
+        {0, "enabled", DB_INT, 0, 0},         {1, "ip", DB_STRING, 0, 16},
+        {2, "protocol", DB_INT, 0, 0},        {3, "wan", DB_INT, 0, 0},
+        {4, "inner-port", DB_STRING, 0, 128}, {5, "outer-port", DB_STRING, 0, 128},
+        {6, "name", DB_STRING, 0, 64}};
     const db_col_t binding[] = {{0, "ip", DB_STRING, 1, 16},
                                 {1, "mac", DB_STRING, 1, 18},
                                 {2, "remark", DB_STRING, 0, 100}};
@@ -174,7 +174,9 @@ TEST_F(LanMove, ThePoolFollowsTheAddress)
 TEST_F(LanMove, ThePoolFillsANetworkOfAnotherMask)
 {
     const int id = add_pool();
-    config() = {{"wans.flag", "1"}, {"wan1.dmzip", "192.168.0.5"}, {"dhcps.Staticnum", "1"},
+    config() = {{"wans.flag", "1"},
+                {"wan1.dmzip", "192.168.0.5"},
+                {"dhcps.Staticnum", "1"},
                 {"dhcps.Staticip1", "192.168.0.7;m"}};
     const test::Config before = config();
     prod_check_change_lanip_handle("192.168.0.1", "255.255.0.0", "192.168.0.1", "255.255.255.0");
@@ -266,8 +268,8 @@ TEST_F(LanMove, APoolThatIsMissing)
 
 TEST_F(LanMove, APoolWithoutAddresses)
 {
-    const int id = add(get_dhcps_list_table(), {"0", "br0", "(none)", "", "(none)", "(none)", "0",
-                                                "(none)", "(none)"});
+    const int id = add(get_dhcps_list_table(),
+                       {"0", "br0", "(none)", "", "(none)", "(none)", "0", "(none)", "(none)"});
     prod_check_change_lanip_handle("192.168.1.1", "255.255.255.0", "192.168.0.1", "255.255.255.0");
     EXPECT_EQ(pool(id), (Cells{"0", "br0", "(none)", "", "192.168.1.1", "(none)", "0",
                                "192.168.1.1", "(none)"}));
@@ -277,10 +279,12 @@ TEST_F(LanMove, APoolWithoutAddresses)
 
 TEST_F(LanMove, TheDmzHostsFollow)
 {
-    config() = {{"wans.flag", "5"},          {"wan1.dmzip", "192.168.0.66"}, {"wan1.dmzen", "1"},
-                {"wan2.dmzip", "192.168.0.1"}, {"wan2.dmzen", "1"},          {"wan3.dmzip", ""},
-                {"wan3.dmzen", "1"},         {"wan5.dmzip", "none"},         {"wan5.dmzen", "1"},
-                {"wan6.dmzip", "192.168.0.7"}, {"wan6.dmzen", "1"}};
+    config() = {{"wans.flag", "5"},  {"wan1.dmzip", "192.168.0.66"},
+                {"wan1.dmzen", "1"}, {"wan2.dmzip", "192.168.0.1"},
+                {"wan2.dmzen", "1"}, {"wan3.dmzip", ""},
+                {"wan3.dmzen", "1"}, {"wan5.dmzip", "none"},
+                {"wan5.dmzen", "1"}, {"wan6.dmzip", "192.168.0.7"},
+                {"wan6.dmzen", "1"}};
     test::Config expected = config();
     check_lanip_change_sync_dmz(kNew, kMask, kMask);
     expected["wan1.dmzip"] = "192.168.1.66";
@@ -342,12 +346,18 @@ TEST_F(LanMove, CountsThatAreAbsurd)
 {
     add_pool();
     for (const char *const count : {"2147483647", "-1", "", "x"}) {
-        config() = {{"dhcps.Staticnum", count},  {"wans.flag", count},
-                    {"adv.snat.listnum", count}, {"adv.logs.listnum", count},
-                    {"wan64.dmzip", "192.168.0.3"},          {"wan65.dmzip", "192.168.0.3"},
-                    {"dhcps.Staticip4096", "192.168.0.3;a"}, {"dhcps.Staticip4097", "192.168.0.3;a"},
-                    {"adv.snat.list4096", "192.168.0.3;a"},  {"adv.snat.list4097", "192.168.0.3;a"},
-                    {"adv.logs.list4096", "192.168.0.3;a"},  {"adv.logs.list4097", "192.168.0.3;a"}};
+        config() = {{"dhcps.Staticnum", count},
+                    {"wans.flag", count},
+                    {"adv.snat.listnum", count},
+                    {"adv.logs.listnum", count},
+                    {"wan64.dmzip", "192.168.0.3"},
+                    {"wan65.dmzip", "192.168.0.3"},
+                    {"dhcps.Staticip4096", "192.168.0.3;a"},
+                    {"dhcps.Staticip4097", "192.168.0.3;a"},
+                    {"adv.snat.list4096", "192.168.0.3;a"},
+                    {"adv.snat.list4097", "192.168.0.3;a"},
+                    {"adv.logs.list4096", "192.168.0.3;a"},
+                    {"adv.logs.list4097", "192.168.0.3;a"}};
         prod_check_change_lanip_handle("192.168.1.1", "255.255.255.0", "192.168.0.1",
                                        "255.255.255.0");
         const bool large = count[0] == '2';
@@ -364,7 +374,8 @@ TEST_F(LanMove, ValuesOfAnyLength)
 {
     add_pool();
     const std::string rest(2307 - 9, 'x');
-    config() = {{"dhcps.Staticnum", "2"}, {"dhcps.Staticip1", "1.2.3.45;" + rest},
+    config() = {{"dhcps.Staticnum", "2"},
+                {"dhcps.Staticip1", "1.2.3.45;" + rest},
                 {"dhcps.Staticip2", "192.168.0.1;" + rest.substr(3)}};
     prod_check_change_lanip_handle("192.168.100.1", "255.255.255.0", "192.168.0.1",
                                    "255.255.255.0");
@@ -410,7 +421,8 @@ TEST_F(LanMove, BindingsFollow)
     add(bindings, {"192.168.0.11", "02:00:00:00:00:03", ""});
     add(bindings, {"(none)", "02:00:00:00:00:04", ""});
     check_lanip_change_sync_ipmac_bind(kNew, kMask, kMask);
-    EXPECT_EQ(column(bindings, 0), (Cells{"192.168.1.10", "192.168.1.11", "192.168.0.11", "(none)"}));
+    EXPECT_EQ(column(bindings, 0),
+              (Cells{"192.168.1.10", "192.168.1.11", "192.168.0.11", "(none)"}));
     EXPECT_EQ(column(bindings, 1), (Cells{"02:00:00:00:00:01", "02:00:00:00:00:02",
                                           "02:00:00:00:00:03", "02:00:00:00:00:04"}));
     EXPECT_EQ(column(bindings, 2), (Cells{"it's \"mine\"", "(none)", "", ""}));
@@ -428,9 +440,18 @@ TEST_F(LanMove, OnlyPortForwardingIsLocked)
     add(bindings, {"192.168.0.10", "02:00:00:00:00:01", ""});
     const db_table operations[2] = {*forwards, *bindings};
     for (db_table *const table : {forwards, bindings}) {
-        table->lock = [](db_table *) { asked.emplace_back("lock"); return 0; };
-        table->unlock = [](db_table *) { asked.emplace_back("unlock"); return 0; };
-        table->set = [](db_table *, int, const db_val_t *) { asked.emplace_back("set"); return 0; };
+        table->lock = [](db_table *) {
+            asked.emplace_back("lock");
+            return 0;
+        };
+        table->unlock = [](db_table *) {
+            asked.emplace_back("unlock");
+            return 0;
+        };
+        table->set = [](db_table *, int, const db_val_t *) {
+            asked.emplace_back("set");
+            return 0;
+        };
     }
     check_lanip_change_sync_virtual(kNew, kMask, kMask);
     EXPECT_EQ(asked, (Cells{"lock", "set", "set", "unlock"}));
@@ -447,12 +468,18 @@ void fill_everything()
 {
     add(get_port_map_table(), {"1", "192.168.0.100", "6", "1", "80", "8080", "a"});
     add(get_ip_mac_bind_table(), {"192.168.0.10", "02:00:00:00:00:01", ""});
-    config() = {{"dhcps.Staticnum", "1"},   {"dhcps.Staticip1", "192.168.0.50;m"},
-                {"wans.flag", "2"},         {"wan1.dmzip", "192.168.0.2"},
-                {"wan2.dmzip", "192.168.0.1"}, {"wan2.dmzen", "1"},
-                {"lan.webip", "192.168.0.9"},  {"adv.snat.listnum", "1"},
-                {"adv.snat.list1", "192.168.0.4;r"}, {"adv.logs.listnum", "1"},
-                {"adv.logs.list1", "192.168.0.5;r"}, {"lan.ip", "192.168.0.1"}};
+    config() = {{"dhcps.Staticnum", "1"},
+                {"dhcps.Staticip1", "192.168.0.50;m"},
+                {"wans.flag", "2"},
+                {"wan1.dmzip", "192.168.0.2"},
+                {"wan2.dmzip", "192.168.0.1"},
+                {"wan2.dmzen", "1"},
+                {"lan.webip", "192.168.0.9"},
+                {"adv.snat.listnum", "1"},
+                {"adv.snat.list1", "192.168.0.4;r"},
+                {"adv.logs.listnum", "1"},
+                {"adv.logs.list1", "192.168.0.5;r"},
+                {"lan.ip", "192.168.0.1"}};
 }
 
 TEST_F(LanMove, EverythingFollows)
@@ -493,9 +520,10 @@ TEST_F(LanMove, WithoutAPoolOfTheBridgeNothingFollows)
     fill_everything();
     const test::Config before = config();
     EXPECT_EQ(printed([] {
-        prod_check_change_lanip_handle("192.168.1.1", "255.255.255.0", "192.168.0.1",
-                                       "255.255.255.0");
-    }), "");
+                  prod_check_change_lanip_handle("192.168.1.1", "255.255.255.0", "192.168.0.1",
+                                                 "255.255.255.0");
+              }),
+              "");
     EXPECT_EQ(config(), before);
     EXPECT_EQ(ends(other), (Ends{"192.168.0.10", "192.168.0.20"}));
     EXPECT_EQ(column(get_port_map_table(), 1), (Cells{"192.168.0.100"}));
@@ -549,9 +577,9 @@ TEST_F(LanMove, ADatabaseThatIsNoneMovesNothing)
     test::write_text(kFile, std::string(5000, 'x'));
     prod_check_change_lanip_handle("192.168.1.1", "255.255.255.0", "192.168.0.1", "255.255.255.0");
     EXPECT_EQ(config(), before);
-    EXPECT_THAT(printed([] { check_lanip_change_sync_dhcps(kNew, kMask, kOld, kMask, 1); }),
-                Prints(log_line(PROD_DBG_ERROR, "check_lanip_change_sync_dhcps",
-                                "ifname is not exist!")));
+    EXPECT_THAT(
+        printed([] { check_lanip_change_sync_dhcps(kNew, kMask, kOld, kMask, 1); }),
+        Prints(log_line(PROD_DBG_ERROR, "check_lanip_change_sync_dhcps", "ifname is not exist!")));
     check_lanip_change_sync_virtual(kNew, kMask, kMask);
     check_lanip_change_sync_ipmac_bind(kNew, kMask, kMask);
     test::remove_all(kFile);

@@ -237,10 +237,9 @@ TEST_F(Wording, AnotherIdIsRefused)
 TEST_F(Wording, IsShownToWhoAsks)
 {
     char text[64] = "anna";
-    EXPECT_THAT(printed_at(PROD_DBG_INFO,
-                           [&] { fill_audit_log_msg_by_appid(4, text, sizeof(text)); }),
-                Prints(log_line(PROD_DBG_INFO, "fill_audit_log_msg_by_appid",
-                                "app_id 4 ,msg_len 64")));
+    EXPECT_THAT(
+        printed_at(PROD_DBG_INFO, [&] { fill_audit_log_msg_by_appid(4, text, sizeof(text)); }),
+        Prints(log_line(PROD_DBG_INFO, "fill_audit_log_msg_by_appid", "app_id 4 ,msg_len 64")));
     EXPECT_EQ(printed_at(PROD_DBG_DEBUG, [&] { fill_audit_log_msg_by_appid(4, text, 64); }), "");
 }
 
@@ -403,9 +402,9 @@ TEST_F(Storage, NothingMounted)
 TEST_F(Storage, AFolderThatIsNotThere)
 {
     test::remove_all("/etc/upan");
-    EXPECT_THAT(printed([] { EXPECT_EQ(audit_log_set_new_usb_dir(), 0); }),
-                Prints(log_line(PROD_DBG_ERROR, "audit_log_set_new_usb_dir",
-                                "scandir return -1 ")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(audit_log_set_new_usb_dir(), 0); }),
+        Prints(log_line(PROD_DBG_ERROR, "audit_log_set_new_usb_dir", "scandir return -1 ")));
 }
 
 TEST_F(Storage, NothingIsLeftOpen)

@@ -829,10 +829,20 @@ TEST_F(Versions, OfTheHardware)
 TEST_F(Versions, BuildNumber)
 {
     const std::pair<std::string, int> kCases[] = {
-        {"V2.0(77)\n", 77},      {"V2.0(77", 77},        {"V2.0( -5)", -5}, {"V2.0()", 0},
-        {"V2.0(x77)", 0},        {"V2.0", 0},            {"", 0},           {"(77)", 0},
-        {"\n(77)", 77},          {"V(1)(2)", 1},         {"V(a)(2)", 0},    {"V(0x10)", 0},
-        {"V(2147483647)", INT_MAX}, {"V(12.5)", 12},
+        {"V2.0(77)\n", 77},
+        {"V2.0(77", 77},
+        {"V2.0( -5)", -5},
+        {"V2.0()", 0},
+        {"V2.0(x77)", 0},
+        {"V2.0", 0},
+        {"", 0},
+        {"(77)", 0},
+        {"\n(77)", 77},
+        {"V(1)(2)", 1},
+        {"V(a)(2)", 0},
+        {"V(0x10)", 0},
+        {"V(2147483647)", INT_MAX},
+        {"V(12.5)", 12},
     };
     for (const auto &[text, number] : kCases) {
         write_text(kVersionFile, text);
@@ -901,17 +911,18 @@ class DnsRedirection : public testing::Test
 
 TEST_F(DnsRedirection, IsAskedOfTheKernelModules)
 {
-    EXPECT_EQ(printed_at(PROD_DBG_ERROR,
-                         [] {
-                             add_dns_redirect_rule("www.example.net", "192.168.0.1");
-                             del_dns_redirect_rule("www.example.net");
-                             add_dns_redirect_rule("", "");
-                         },
-                         "kjson"),
+    EXPECT_EQ(printed_at(
+                  PROD_DBG_ERROR,
+                  [] {
+                      add_dns_redirect_rule("www.example.net", "192.168.0.1");
+                      del_dns_redirect_rule("www.example.net");
+                      add_dns_redirect_rule("", "");
+                  },
+                  "kjson"),
               "");
-    EXPECT_THAT(redirections, ElementsAre(R"(add {"Domain":"www.example.net","Ip":"192.168.0.1"})",
-                                          R"(del {"Domain":"www.example.net"})",
-                                          R"(add {"Domain":"","Ip":""})"));
+    EXPECT_THAT(redirections,
+                ElementsAre(R"(add {"Domain":"www.example.net","Ip":"192.168.0.1"})",
+                            R"(del {"Domain":"www.example.net"})", R"(add {"Domain":"","Ip":""})"));
 }
 
 /** The trace of a rule. */
@@ -926,13 +937,14 @@ std::string shown(const char *function, const std::string &rule)
 
 TEST_F(DnsRedirection, IsShownToWhoAsks)
 {
-    EXPECT_THAT(printed_at(PROD_DBG_DEBUG, [] { add_dns_redirect_rule("a.example", "192.0.2.1"); },
-                           "kjson"),
-                Prints(shown("add_dns_redirect_rule",
-                             "{\n\t\"Domain\":\t\"a.example\",\n\t\"Ip\":\t\"192.0.2.1\"\n}")));
     EXPECT_THAT(
-        printed_at(PROD_DBG_TRACE, [] { del_dns_redirect_rule("a.example"); }, "kjson"),
-        Prints(shown("del_dns_redirect_rule", "{\n\t\"Domain\":\t\"a.example\"\n}")));
+        printed_at(
+            PROD_DBG_DEBUG, [] { add_dns_redirect_rule("a.example", "192.0.2.1"); }, "kjson"),
+        Prints(shown("add_dns_redirect_rule",
+                     "{\n\t\"Domain\":\t\"a.example\",\n\t\"Ip\":\t\"192.0.2.1\"\n}")));
+    EXPECT_THAT(printed_at(
+                    PROD_DBG_TRACE, [] { del_dns_redirect_rule("a.example"); }, "kjson"),
+                Prints(shown("del_dns_redirect_rule", "{\n\t\"Domain\":\t\"a.example\"\n}")));
     EXPECT_EQ(redirections.size(), 2U);
 }
 

@@ -114,8 +114,8 @@ struct tm *localtime_r(const time_t *when, struct tm *local) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *argument) noexcept
 {
-    static const auto real = reinterpret_cast<decltype(&pthread_create)>(
-        dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto real =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return thread_error != 0 ? thread_error : real(thread, attributes, body, argument);
 }
 
@@ -190,7 +190,8 @@ TEST_F(Memory, FiguresThatCannotBeRead)
 {
     for (const char *const text :
          {"", "\n", "MemTotal: 1000 kB\n", "MemTotal: 1000 kB\n\n", "MemTotal: 1000 kB\nMemFree:\n",
-          "MemTotal: much\nMemFree: 250 kB\n", "1000\n250\n", "MemTotal: 0 kB\nMemFree: 250 kB\n"}) {
+          "MemTotal: much\nMemFree: 250 kB\n", "1000\n250\n",
+          "MemTotal: 0 kB\nMemFree: 250 kB\n"}) {
         EXPECT_EQ(use_of(text), 100) << text;
     }
 }
@@ -199,9 +200,9 @@ TEST_F(Memory, AFileThatCannotBeOpened)
 {
     instead[kMemory] = {{}, EACCES};
     int use = -7;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(systool_get_memInfo(&use), HLX_ERR); }),
-                Prints(log_line(PROD_DBG_ERROR, "systool_get_memInfo",
-                                "getMemInfo: open file error.")));
+    EXPECT_THAT(
+        printed([&] { EXPECT_EQ(systool_get_memInfo(&use), HLX_ERR); }),
+        Prints(log_line(PROD_DBG_ERROR, "systool_get_memInfo", "getMemInfo: open file error.")));
     EXPECT_EQ(use, -7);
     EXPECT_EQ(printed([] { EXPECT_EQ(systool_get_memfree(), -1); }), "");
     EXPECT_EQ(printed([] { EXPECT_EQ(systool_get_memInfo(nullptr), HLX_ERR); }), "");
@@ -397,10 +398,10 @@ TEST_F(Cpu, AFileThatCannotBeOpened)
 {
     in_a_fresh_process([] {
         instead[kCpu] = {{}, EMFILE};
-        EXPECT_THAT(printed([] { EXPECT_EQ(systool_get_cpu_percent(), 0); }),
-                    Prints(log_line(PROD_DBG_ERROR, "systool_get_cpu_percent",
-                                    std::string{"Failed(24) to fopen, "} + strerror(EMFILE) +
-                                        ".")));
+        EXPECT_THAT(
+            printed([] { EXPECT_EQ(systool_get_cpu_percent(), 0); }),
+            Prints(log_line(PROD_DBG_ERROR, "systool_get_cpu_percent",
+                            std::string{"Failed(24) to fopen, "} + strerror(EMFILE) + ".")));
     });
 }
 
@@ -500,10 +501,10 @@ TEST_F(Reboot, TheCallerGoesOnAtOnce)
 TEST_F(Reboot, AThreadThatCannotBeStarted)
 {
     thread_error = EAGAIN;
-    EXPECT_THAT(printed([] { systool_reboot(); }),
-                Prints(log_line(PROD_DBG_ERROR, "systool_reboot",
-                                std::string{"Failed(11) to start the reboot, "} +
-                                    strerror(EAGAIN) + ".")));
+    EXPECT_THAT(
+        printed([] { systool_reboot(); }),
+        Prints(log_line(PROD_DBG_ERROR, "systool_reboot",
+                        std::string{"Failed(11) to start the reboot, "} + strerror(EAGAIN) + ".")));
     EXPECT_THAT(steps, IsEmpty());
 }
 

@@ -172,10 +172,10 @@ TEST_F(Disks, WithoutABuffer)
 {
     char text[8] = "before";
     for (const int room : {0, -1, INT_MIN}) {
-        EXPECT_THAT(printed([&, room = room] {
-                        EXPECT_EQ(prod_common_usb_get_diskname(text, room), HLX_ERR);
-                    }),
-                    Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
+        EXPECT_THAT(
+            printed(
+                [&, room = room] { EXPECT_EQ(prod_common_usb_get_diskname(text, room), HLX_ERR); }),
+            Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
     }
     EXPECT_THAT(printed([] { EXPECT_EQ(prod_common_usb_get_diskname(nullptr, 8), HLX_ERR); }),
                 Prints(log_line(PROD_DBG_ERROR, "prod_common_usb_get_diskname", "Null param.")));
@@ -205,7 +205,8 @@ TEST_F(Disks, AreWaitedForOnce)
 TEST_F(Usb, ARecordOfOnePartition)
 {
     partition("sda1", file_system(4096, 524288, 131072, 65536));
-    char text[PROD_USB_RECORD_SIZE + 4] = "abc";
+    char text[PROD_USB_RECORD_SIZE + 4];
+    memset(text, '#', sizeof(text));
     const std::string record = "sda1:2.000000G*1.500000G*0.500000G*0.250000G~";
     EXPECT_EQ(prod_common_write_usb_volume_to_file("sda1", text, 0),
               static_cast<int>(record.size()));
@@ -223,13 +224,13 @@ TEST_F(Usb, ARecordIsShownToWhoAsks)
     const auto line = [](const char *message) {
         return log_line(PROD_DBG_INFO, "prod_common_write_usb_volume_to_file", message);
     };
-    EXPECT_THAT(printed_at(PROD_DBG_INFO,
-                           [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
-                Prints(line("sda1:total:2.000000G") + line("User space:1.500000G") +
-                       line("free space:0.500000G") + line("avail space:0.250000G")));
-    EXPECT_EQ(printed_at(PROD_DBG_DEBUG,
-                         [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
-              "");
+    EXPECT_THAT(
+        printed_at(PROD_DBG_INFO, [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
+        Prints(line("sda1:total:2.000000G") + line("User space:1.500000G") +
+               line("free space:0.500000G") + line("avail space:0.250000G")));
+    EXPECT_EQ(
+        printed_at(PROD_DBG_DEBUG, [&] { prod_common_write_usb_volume_to_file("sda1", text, 0); }),
+        "");
 }
 
 TEST_F(Usb, LargeDisks)
@@ -405,9 +406,9 @@ TEST_F(Volumes, NoFolderOfPartitions)
 {
     disks({"sda"});
     test::remove_all("/var/etc/upan");
-    EXPECT_THAT(printed([] { EXPECT_EQ(prod_common_get_usbvolume(), HLX_ERR); }),
-                Prints(log_line(PROD_DBG_ERROR, "prod_common_get_usbvolume",
-                                "Can't open DiskNode.")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(prod_common_get_usbvolume(), HLX_ERR); }),
+        Prints(log_line(PROD_DBG_ERROR, "prod_common_get_usbvolume", "Can't open DiskNode.")));
     EXPECT_FALSE(test::exists(kVolumes));
 }
 

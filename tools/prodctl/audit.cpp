@@ -44,8 +44,7 @@ int run_word(const Call &call, cJSON *answer)
         return no_app_id(call, call[0]);
     }
     Message message{call[1]};
-    fill_audit_log_msg_by_appid(static_cast<uint32_t>(*app_id), message.text,
-                                sizeof(message.text));
+    fill_audit_log_msg_by_appid(static_cast<uint32_t>(*app_id), message.text, sizeof(message.text));
     add_text(answer, "message", message.text);
     return kYes;
 }

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The LAN moves to another address or mask.
+#include <arpa/inet.h>
 #include <dlfcn.h>
 
+#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -22,7 +23,7 @@ namespace
 {
 
 struct Change {
-    std::string key;        // of the configuration; empty for a record's value
+    std::string key;  // of the configuration; empty for a record's value
     db_table *table = nullptr;
     int row = 0;
     int column = 0;
@@ -107,22 +108,20 @@ class Rehearsal
         db_table operations = {};
     };
 
-    /** Whether another row has, or would have by then, a value that must be its own. */
+    /** Whether another row would have the value by then, and must not. */
     bool is_taken(const Change &change) const
     {
         if (change.table->columns[change.column].unique == 0) {
             return false;
         }
-        const Row other{
-            change.table->find(change.table, change.column, change.after.c_str(), 0), free};
+        const Row other{change.table->find(change.table, change.column, change.after.c_str(), 0),
+                        free};
         bool taken = other != nullptr && other->id != change.row;
         for (const Change &earlier : changes_) {
             if (earlier.table == change.table && earlier.column == change.column &&
                 earlier.row != change.row) {
-                taken = taken && earlier.row != other->id;
-                if (earlier.after == change.after) {
-                    return true;
-                }
+                const bool moved_away = other != nullptr && earlier.row == other->id;
+                taken = earlier.after == change.after || (taken && !moved_away);
             }
         }
         return taken;
@@ -141,9 +140,6 @@ class Rehearsal
                                .row = row,
                                .column = i,
                                .after = text_in(*table, values[i], i)});
-            if (changes.back().after == text_in(*table, stored->values[i], i)) {
-                continue;
-            }
             if (running->is_taken(changes.back())) {
                 return 0;
             }
@@ -157,8 +153,7 @@ class Rehearsal
     static int note_nothing(db_table *) { return 1; }
 
     inline static Rehearsal *running = nullptr;
-    Stage stages_[3] = {
-        {get_dhcps_list_table}, {get_port_map_table}, {get_ip_mac_bind_table}};
+    Stage stages_[3] = {{get_dhcps_list_table}, {get_port_map_table}, {get_ip_mac_bind_table}};
     std::vector<Change> changes_;
 };
 
@@ -175,19 +170,148 @@ struct Move {
     }
 };
 
-/** Whether a LAN can have that address: one of a host, in a network with room for others. */
+/** Whether a LAN can have that address: a host's, in a network with room for others. */
 bool can_be_lan(const AddressRange &range)
 {
     constexpr int kWidest = 8;
     constexpr int kNarrowest = 30;
+    in_addr address;
+    in_addr mask;
+    inet_pton(AF_INET, range.address.c_str(), &address);
+    inet_pton(AF_INET, range.mask.c_str(), &mask);
+    const std::uint32_t first = ntohl(address.s_addr) >> 24;
+    const std::uint32_t host_part = ntohl(~mask.s_addr);
+    const std::uint32_t host = ntohl(address.s_addr) & host_part;
     const int prefix = prefix_of(range.mask.c_str());
-    if (prod_check_ip_quietly(range.address.c_str()) != 0 || prefix < kWidest ||
-        prefix > kNarrowest) {
-        return false;
+    return first >= 1 && first <= 223 && first != 127 && prefix >= kWidest &&
+           prefix <= kNarrowest && host != 0 && host != host_part;
+}
+
+std::vector<Change> rehearse(const Move &move)
+{
+    Rehearsal rehearsal;
+    move.store();
+    std::vector<Change> changes = rehearsal.take();
+    std::erase_if(changes, [](const Change &change) { return change.before == change.after; });
+    return changes;
+}
+
+/** Gives the LAN's bridge the address; what else it has stays. */
+bool set_bridge_address(const AddressRange &range)
+{
+    const char *const ifname = ifaddrs_get_lan_ifname();
+    return ifname != nullptr && doSystemCmd("ifconfig '%s' %s netmask %s", ifname,
+                                            range.address.c_str(), range.mask.c_str()) == 0;
+}
+
+std::string name_of(const Change &change)
+{
+    return change.table != nullptr ? format("%s %d %s", table_name(change.table), change.row,
+                                            change.table->columns[change.column].name)
+                                   : change.key;
+}
+
+void add_change(cJSON *changes, const Change &change)
+{
+    cJSON *const object = add_object_to(changes);
+    add_text(object, "setting", name_of(change));
+    add_text(object, "before", change.before);
+    add_text(object, "after", change.after);
+}
+
+/** Moves the LAN of the device. @return an exit status */
+int carry_out(const Call &call, const Move &move, std::vector<Change> &changes)
+{
+    if (!set_bridge_address(move.to)) {
+        changes.clear();
+        return call.no("the LAN's bridge cannot have that address: nothing was changed");
     }
-    return true;
+    move.store();
+    int kept = 0;
+    for (Change &change : changes) {
+        const std::string now = present(change);
+        kept += now != change.after ? 1 : 0;
+        change.after = now;
+    }
+    int status = kYes;
+    if (kept > 0) {
+        status = call.no("%d of the settings could not be changed", kept);
+    }
+    if (prod_cfm_commit() == 0) {
+        status = call.no("the configuration could not be made persistent");
+    }
+    if (prod_cfm_get_int_val("dhcps.en") == 1 && doSystemCmd("service restart dhcps") != 0) {
+        status = call.no("the DHCP server could not be restarted");
+    }
+    return status;
 }
 
 }  // namespace
 
+int run_lan_move(const Call &call, cJSON *answer)
+{
+    const std::optional<AddressRange> to = address_range(call[0]);
+    if (!to || !can_be_lan(*to)) {
+        return call.usage("'%s' is not ADDRESS/MASK of a host, with a mask of 8 to 30 bits",
+                          call[0]);
+    }
+    const Move move{*to,
+                    {config_value("lan.ip").value_or(""), config_value("lan.mask").value_or("")}};
+    if (!is_dotted_quad(move.from.address.c_str()) || !is_mask(move.from.mask.c_str())) {
+        return call.no("lan.ip and lan.mask do not tell where the LAN is now");
+    }
+    db_table *const pools = get_dhcps_list_table();
+    if (pools == nullptr || get_port_map_table() == nullptr || get_ip_mac_bind_table() == nullptr) {
+        return call.no("the record database cannot be opened");
+    }
+    if (Row{pools->find(pools, 1, "br0", 0), free} == nullptr) {
+        return call.no("dhcps-list has no record of br0: nothing would follow the LAN");
+    }
+    const bool dry_run = call.given("--dry-run");
+    std::vector<Change> changes = rehearse(move);
+    const int status = dry_run || changes.empty() ? kYes : carry_out(call, move, changes);
+    add_text(answer, "address", to->address);
+    add_text(answer, "mask", to->mask);
+    add_flag(answer, "dry_run", dry_run);
+    cJSON *const list = cJSON_AddArrayToObject(answer, "changes");
+    for (const Change &change : changes) {
+        add_change(list, change);
+    }
+    return status;
+}
+
+void show_lan_move(const cJSON *answer, Page &page)
+{
+    std::vector<std::vector<Cell>> rows;
+    const cJSON *change;
+    cJSON_ArrayForEach(change, member(answer, "changes"))
+    {
+        rows.push_back({text_of(change, "setting"),
+                        text_of(change, "before"),
+                        {text_of(change, "after"), Tone::kStrong}});
+    }
+    if (rows.empty()) {
+        page.line({{"Nothing to change.", Tone::kFaint}});
+        return;
+    }
+    page.table({"SETTING", "BEFORE", "AFTER"}, rows);
+    if (flag_of(answer, "dry_run")) {
+        page.gap();
+        page.line({{"Nothing was changed.", Tone::kFaint}});
+    }
+}
+
 }  // namespace prodctl
+
+/** The store's own function, but for a rehearsal: the library calls whichever it finds first. */
+int SetValue(const char *key, const char *value)
+{
+    using prodctl::Rehearsal;
+    if (Rehearsal *const rehearsal = Rehearsal::current()) {
+        rehearsal->note({.key = key, .after = value});
+        return 1;
+    }
+    static auto *const store =
+        reinterpret_cast<int (*)(const char *, const char *)>(dlsym(RTLD_NEXT, "SetValue"));
+    return store != nullptr ? store(key, value) : 0;
+}

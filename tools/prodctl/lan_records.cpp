@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The tables of records that name LAN hosts.
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -136,7 +137,6 @@ void show_show(const cJSON *answer, Page &page)
     const cJSON *table;
     cJSON_ArrayForEach(table, answer)
     {
-        page.gap();
         page.heading(table->string);
         std::vector<const char *> titles;
         std::vector<std::vector<Cell>> rows;
@@ -290,6 +290,20 @@ constexpr Command kCommands[] = {
 
 }  // namespace
 
-const std::span<const Command> kLanRecordCommands = kCommands;
+const char *table_name(const db_table *table)
+{
+    for (const NamedTable &named : kTables) {
+        if (named.open() == table) {
+            return named.name;
+        }
+    }
+    return "";
+}
+
+constinit const Command kLanRecordsGroup = {
+    .name = "records",
+    .summary = "The records that name LAN hosts: DHCP pools, port forwarding, address bindings",
+    .children = kCommands,
+};
 
 }  // namespace prodctl

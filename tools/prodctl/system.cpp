@@ -230,10 +230,7 @@ constexpr Command kCommands[] = {
      .no = "the kernel does not tell",
      .run = run_memory,
      .show = show_memory},
-    {.name = "cpu",
-     .summary = "CPU load over one second",
-     .run = run_cpu,
-     .show = show_cpu},
+    {.name = "cpu", .summary = "CPU load over one second", .run = run_cpu, .show = show_cpu},
     {.name = "versions",
      .summary = "Versions of firmware, hardware and policies",
      .run = run_versions,
@@ -243,8 +240,9 @@ constexpr Command kCommands[] = {
      .run = run_reboot},
     {.name = "restore",
      .summary = "Put databases, images and configuration back to those of the factory",
-     .details = "The device must restart afterwards: \"prodctl system restore --yes && prodctl system\n"
-                "reboot\".",
+     .details =
+         "The device must restart afterwards: \"prodctl system restore --yes && prodctl system\n"
+         "reboot\".",
      .run = run_restore,
      .options = kRestoreOptions},
 };

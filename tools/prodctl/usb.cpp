@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "groups.hpp"
 #include "prod_common_usb.h"
@@ -18,6 +20,7 @@ namespace
 
 constexpr const char *kVolumeFile = "/tmp/UsbVolumeInfo";
 constexpr std::size_t kNamesSize = 4096;
+constexpr const char *kFigures[] = {"total_gib", "used_gib", "free_gib", "available_gib"};
 
 std::vector<std::string> disks()
 {
@@ -73,24 +76,38 @@ std::string volume_text()
     return text;
 }
 
+/** The figures behind a volume's name, ":1.000000G*0.250000G" and so on; false for another text. */
+bool read_figures(const char *text, double (&figures)[4])
+{
+    char before = ':';
+    for (double &figure : figures) {
+        char *end;
+        if (*text != before) {
+            return false;
+        }
+        figure = strtod(text + 1, &end);
+        if (*end != 'G') {
+            return false;
+        }
+        text = end + 1;
+        before = '*';
+    }
+    return true;
+}
+
 /** Adds what one record tells; a damaged one is passed over. */
 void add_volume(cJSON *list, const std::string &record)
 {
-    const std::size_t end = record.rfind(':');
-    double total;
-    double used;
-    double unused;
-    double available;
-    if (end == std::string::npos || sscanf(record.c_str() + end, ":%lfG*%lfG*%lfG*%lfG", &total,
-                                           &used, &unused, &available) != 4) {
+    const std::size_t name_end = std::min(record.rfind(':'), record.size());
+    double figures[4];
+    if (!read_figures(record.c_str() + name_end, figures)) {
         return;
     }
     cJSON *const volume = add_object_to(list);
-    add_text(volume, "name", std::string_view{record}.substr(0, end));
-    add_number(volume, "total_gib", total);
-    add_number(volume, "used_gib", used);
-    add_number(volume, "free_gib", unused);
-    add_number(volume, "available_gib", available);
+    add_text(volume, "name", std::string_view{record}.substr(0, name_end));
+    for (std::size_t i = 0; i < std::size(kFigures); ++i) {
+        add_number(volume, kFigures[i], figures[i]);
+    }
 }
 
 int run_volumes(const Call &call, cJSON *answer)
@@ -118,7 +135,7 @@ void show_volumes(const cJSON *answer, Page &page)
     cJSON_ArrayForEach(volume, member(answer, "volumes"))
     {
         std::vector<Cell> row{printable(text_of(volume, "name"))};
-        for (const char *const figure : {"total_gib", "used_gib", "free_gib", "available_gib"}) {
+        for (const char *const figure : kFigures) {
             row.emplace_back(format("%.3f", number_of(volume, figure)));
         }
         rows.push_back(std::move(row));
@@ -137,8 +154,9 @@ constexpr Command kCommands[] = {
      .show = show_disks},
     {.name = "volumes",
      .summary = "The room on the partitions of the USB disks",
-     .details = "Writes /tmp/UsbVolumeInfo, which the web pages read, anew. A partition whose file\n"
-                "system does not answer has zeros.",
+     .details =
+         "Writes /tmp/UsbVolumeInfo, which the web pages read, anew. A partition whose file\n"
+         "system does not answer has zeros.",
      .no = "the folder of the partitions cannot be read",
      .run = run_volumes,
      .show = show_volumes},

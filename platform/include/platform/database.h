@@ -38,7 +38,8 @@ PLATFORM_BEGIN
 
 typedef enum { DB_INT = 0, DB_STRING = 1 } db_type_t;
 
-/** A column of a table. */
+/** A column of a table; in the order in which column tables are written. */
+/* NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding) */
 typedef struct {
     int index;        /**< its place in the table, from 0 */
     const char *name; /**< any text; "_id" is taken */
@@ -145,8 +146,9 @@ typedef struct db_table {
 
 /**
  * Fills the handle of a table. The database and the table are made when they are missing; a table
- * that lacks a column gets it, and its rows have no value there (0 for DB_INT). Columns of the table
- * that are not named are left alone. Cheap for a table that this process has asked for before.
+ * that lacks a column gets it, and its rows have no value there (0 for DB_INT). Columns of the
+ * table that are not named are left alone. Cheap for a table that this process has asked for
+ * before.
  *
  * @param db_name     at most 63 characters, no slash, no dot in front
  * @param table       overwritten
