@@ -36,6 +36,13 @@ PLATFORM_API int file_get_value_from_ini(const char *file, const char *key, char
 PLATFORM_API int file_check_exist_or_not(const char *path);
 
 /**
+ * Removes the white space around a text in place: blanks, tabs, newlines, carriage returns,
+ * vertical tabs and form feeds.
+ * @return @p text, also NULL
+ */
+PLATFORM_API char *string_str_trim(char *text);
+
+/**
  * The encoding of a text, as far as its bytes tell: CODE_FORMAT_UTF8 when it is valid UTF-8 with at
  * least one character beyond ASCII, CODE_FORMAT_GBK when it is made of ASCII and two-byte GBK
  * characters, assigned or not, CODE_FORMAT_PLAIN for everything else and for NULL. A short GBK text
