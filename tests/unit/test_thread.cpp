@@ -37,7 +37,11 @@ void *__libc_malloc(std::size_t size);
 
 void *malloc(std::size_t size)
 {
-    return size != 0 && size == refused_size ? nullptr : __libc_malloc(size);
+    if (size != 0 && size == refused_size) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __libc_malloc(size);
 }
 
 int prctl(int option, ...) noexcept
