@@ -164,7 +164,9 @@ TEST(Usage, NoCommand)
     refuses({}, "prodctl", "a command is missing");
     refuses({"--json"}, "prodctl", "a command is missing");
     for (const std::string &group : listed(prodctl({"--help"}).out, "commands")) {
-        if (group != "status" && group != "port") {
+        if (group == "watch") {
+            refuses({group}, "prodctl " + group, "an argument is missing, expected: PATH...");
+        } else if (group != "status" && group != "port") {
             refuses({group}, "prodctl " + group, "a command is missing");
         }
     }
@@ -341,7 +343,7 @@ Words offered(Words words)
 TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
-    EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi"}));
+    EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi", "watch"}));
     EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "macs", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));
     EXPECT_EQ(offered({"--json", "wan", "st"}), (Words{"status"}));

@@ -19,6 +19,9 @@ extern const Command kPortCommand;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kLockGroup;
+extern const Command kMqGroup;
+extern const Command kWatchCommand;
 
 // Commands that have a source file of their own.
 int run_wan_macs(const Call &call, cJSON *answer);

@@ -9,7 +9,8 @@ using namespace prodctl;
 
 const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,    kLanGroup,
                            kIpv6Group,     kWifiGroup,   kPortCommand, kLedGroup,
-                           kConfigGroup,   kDebugGroup,  kCheckGroup,  kStrGroup};
+                           kConfigGroup,   kDebugGroup,  kLockGroup,   kMqGroup,
+                           kWatchCommand,  kCheckGroup,  kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",
