@@ -15,6 +15,7 @@
 
 #include "ipc/msg_queue.h"
 #include "prod_common_debug.h"
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
@@ -36,11 +37,9 @@ int sends;
 extern "C" {
 
 // An allocation of exactly the size that a test asks for fails.
-void *__libc_malloc(std::size_t size);
-
 void *malloc(std::size_t size)
 {
-    return size != 0 && size == refused_size ? nullptr : __libc_malloc(size);
+    return size != 0 && size == refused_size ? nullptr : test::real_malloc(size);
 }
 
 int msgsnd(int id, const void *message, std::size_t size, int flags)

@@ -18,6 +18,7 @@
 #include "ipc/thread.h"
 #include "prod_common_debug.h"
 #include "prod_common_fnotify.h"
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
@@ -55,12 +56,10 @@ Function real(const char *name)
 
 extern "C" {
 
-void *__libc_calloc(std::size_t count, std::size_t size);
-
 void *calloc(std::size_t count, std::size_t size)
 {
     const std::size_t wanted = count * size;
-    return wanted != 0 && wanted == refused_size ? nullptr : __libc_calloc(count, size);
+    return wanted != 0 && wanted == refused_size ? nullptr : test::real_calloc(count, size);
 }
 
 int inotify_init1(int flags) noexcept

@@ -12,6 +12,7 @@
 
 #include "ipc/thread.h"
 #include "prod_common_debug.h"
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
 #include "support/files.hpp"
 
@@ -33,15 +34,13 @@ constexpr auto kNoThread = static_cast<pthread_t>(-1);
 
 extern "C" {
 
-void *__libc_malloc(std::size_t size);
-
 void *malloc(std::size_t size)
 {
     if (size != 0 && size == refused_size) {
         errno = ENOMEM;
         return nullptr;
     }
-    return __libc_malloc(size);
+    return test::real_malloc(size);
 }
 
 int prctl(int option, ...) noexcept
