@@ -17,8 +17,8 @@ using namespace prod;
 namespace
 {
 
-constexpr std::uint32_t kChanges = IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE | IN_DELETE |
-                                   IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::uint32_t kChanges =
+    IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
 static_assert(kChanges == 0xFC2);
 
 constexpr std::size_t kBufferSize = 288;  // with a NUL behind what is read

@@ -12,11 +12,12 @@
  *
  * A lock is held by the process, whichever thread took it, and the kernel releases it when that
  * process ends, however it ends; exec() keeps it, a child of fork() does not have it. It is not
- * re-entrant: a process that locks the same name twice waits for itself. ipc_unlock() of a free lock
- * lets two holders in afterwards, so the calls must be paired.
+ * re-entrant: a process that locks the same name twice waits for itself. ipc_unlock() of a free
+ * lock lets two holders in afterwards, so the calls must be paired.
  *
  * All functions may be called from any thread of any process. Failures are logged at level 2 under
- * "prod"; a NULL name is one ("Failed to get sem id, invalid arguments."). All leave errno undefined.
+ * "prod"; a NULL name is one ("Failed to get sem id, invalid arguments."). All leave errno
+ * undefined.
  */
 #ifndef IPC_LOCK_H
 #define IPC_LOCK_H
@@ -39,9 +40,10 @@ PROD_API int ipc_lock(const char *name, ...) PROD_PRINTF(1, 2);
 PROD_API int ipc_lock_nowait(const char *name, ...) PROD_PRINTF(1, 2);
 
 /**
- * Takes a named lock, trying every 100 ms for some time. Setting the clock changes nothing about it.
- * @param seconds  whole seconds of the device's uptime, which may have begun the moment before; at 0
- *                 and below it is tried once
+ * Takes a named lock, trying every 100 ms for some time. Setting the clock changes nothing about
+ * it.
+ * @param seconds  whole seconds of the device's uptime, which may have begun the moment before; at
+ * 0 and below it is tried once
  * @return 1 when taken; 0 when it was held all the time, or at once when it cannot be had
  */
 PROD_API int ipc_lock_timeout(int seconds, const char *name, ...) PROD_PRINTF(2, 3);

@@ -16,7 +16,8 @@
 
 #include "prod_common_types.h"
 
-/** The queues that the device has. Any other number is a queue too, but 0: each call makes a new one. */
+/** The queues that the device has. Any other number is a queue too, but 0: each call makes a new
+ * one. */
 enum {
     MQ_BEGIN = 0x8900,
     MQ_PORTAL_SEND_SMS = 0x8901,
@@ -31,7 +32,7 @@ typedef unsigned int mq_id_t;
 
 /** A message as the kernel takes it, for a program that uses a queue without this library. */
 __extension__ typedef struct {
-    long msg_type;         /**< MQ_MSG_TYPE */
+    long msg_type;        /**< MQ_MSG_TYPE */
     unsigned char data[]; /**< the record */
 } msg_buf_t;
 
@@ -57,12 +58,12 @@ PROD_API int mq_put(mq_id_t id, const void *data, int data_len, int block);
 /**
  * Takes the oldest record out of a queue.
  *
- * A record longer than @p data_len is not cut: the call fails and the record stays for a reader with
- * more room. Behind a shorter one @p data is filled with zeros.
+ * A record longer than @p data_len is not cut: the call fails and the record stays for a reader
+ * with more room. Behind a shorter one @p data is filled with zeros.
  * @param data      room for the record; unchanged on failure
  * @param data_len  its bytes, at least 1
- * @param block     0: only what is there now; otherwise wait without limit, though a signal ends the
- *                  wait as a failure
+ * @param block     0: only what is there now; otherwise wait without limit, though a signal ends
+ * the wait as a failure
  * @return 1 with a record; 0 otherwise, silently when @p block is 0 and nothing was there
  */
 PROD_API int mq_get(mq_id_t id, void *data, int data_len, int block);

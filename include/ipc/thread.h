@@ -20,12 +20,12 @@ PROD_BEGIN
 /**
  * Starts a thread named "thread", which runs a function once and ends.
  *
- * It is joinable and never joined by the library: one that returns keeps its stack until the process
- * ends, unless the caller joins it, so a body is expected to run for the process's life.
+ * It is joinable and never joined by the library: one that returns keeps its stack until the
+ * process ends, unless the caller joins it, so a body is expected to run for the process's life.
  * @param handler  the body
  * @param args     handed to it; stays the caller's
- * @return the thread's id; (pthread_t)-1 when @p handler is NULL (silently), when memory is short or
- *         the thread cannot be created, with errno telling which of the two
+ * @return the thread's id; (pthread_t)-1 when @p handler is NULL (silently), when memory is short
+ * or the thread cannot be created, with errno telling which of the two
  */
 PROD_API pthread_t start_thread(thread_body_t handler, void *args);
 

@@ -17,8 +17,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
         least += sizeof(inotify_event);
         FUZZ_CHECK(least <= size);
         const std::size_t length = strlen(event.name);  // a sanitizer sees a name without an end
-        const bool inside = event.name >= buffer.data() &&
-                            event.name + length <= buffer.data() + size;
+        const bool inside =
+            event.name >= buffer.data() && event.name + length <= buffer.data() + size;
         FUZZ_CHECK(length == 0 || inside);
     }
     return 0;

@@ -38,9 +38,10 @@ int value_of(const char *name)
 
 TEST(LockRun, TheCommandIsItself)
 {
-    EXPECT_EQ(prodctl({"lock", "run", "tool", "--", "sh", "-c", "echo out; echo err >&2; cat; exit 7"},
-                      "input\n"),
-              (Outcome{7, "out\ninput\n", "err\n"}));
+    EXPECT_EQ(
+        prodctl({"lock", "run", "tool", "--", "sh", "-c", "echo out; echo err >&2; cat; exit 7"},
+                "input\n"),
+        (Outcome{7, "out\ninput\n", "err\n"}));
     EXPECT_EQ(prodctl({"lock", "run", "tool", "echo", "plain"}), (Outcome{0, "plain\n", ""}));
     EXPECT_EQ(prodctl({"--json", "lock", "run", "tool", "--", "echo", "--json"}),
               (Outcome{0, "--json\n", ""}));
@@ -58,8 +59,9 @@ TEST(LockRun, HoldsTheLockMeanwhile)
     EXPECT_EQ(ipc_lock_nowait("a_%s", "held"), 0);
     EXPECT_EQ(prodctl({"lock", "run", "a_held", "--timeout", "0", "--", "echo", "never"}),
               (Outcome{1, "", "prodctl lock run: the lock 'a_held' was not to be had in time\n"}));
-    EXPECT_EQ(prodctl({"lock", "run", "a_held", "--timeout=1", "--json", "--", "echo", "never"}).out,
-              "{\"error\":\"the lock 'a_held' was not to be had in time\"}\n");
+    EXPECT_EQ(
+        prodctl({"lock", "run", "a_held", "--timeout=1", "--json", "--", "echo", "never"}).out,
+        "{\"error\":\"the lock 'a_held' was not to be had in time\"}\n");
     // The command may die of anything.
     ASSERT_EQ(system("killall -9 sleep"), 0);
     eventually("the lock is free", [] { return value_of("a_held") == 1; });
@@ -72,9 +74,8 @@ TEST(LockRun, WaitsForItsTurn)
     test::Child second{[](test::Child &) {
         _exit(prodctl({"lock", "run", "turn", "--", "touch", "/tmp/turn"}).status);
     }};
-    eventually("it waits", [] {
-        return semctl(semget(ftok("/var/run/lock.turn", 1), 1, 0), 0, GETNCNT) == 1;
-    });
+    eventually("it waits",
+               [] { return semctl(semget(ftok("/var/run/lock.turn", 1), 1, 0), 0, GETNCNT) == 1; });
     EXPECT_FALSE(test::exists("/tmp/turn"));
     ASSERT_EQ(ipc_unlock("turn"), 1);
     second.expect_status(0);

@@ -36,7 +36,7 @@ namespace
 
 // ---- the C library under a test's control -----------------------------------------------------
 
-std::size_t refused_size;
+[[maybe_unused]] std::size_t refused_size;
 int init_errno;
 int create_error;
 std::atomic<int> notify_fd{-1};
@@ -56,11 +56,14 @@ Function real(const char *name)
 
 extern "C" {
 
+// The thread sanitizer calls these before a thread has a state of its own.
+#ifndef __SANITIZE_THREAD__
 void *calloc(std::size_t count, std::size_t size)
 {
     const std::size_t wanted = count * size;
     return wanted != 0 && wanted == refused_size ? nullptr : test::real_calloc(count, size);
 }
+#endif
 
 int inotify_init1(int flags) noexcept
 {
@@ -172,17 +175,17 @@ class Notify : public testing::Test
 };
 
 /** A test whose body runs in a process that has watched nothing yet. */
-#define FRESH_TEST(name)                                                   \
-    void name##_body();                                                    \
-    TEST_F(Notify, name)                                                   \
-    {                                                                      \
-        test::Child child{[](test::Child &) {                              \
-            name##_body();                                                 \
-            fflush(nullptr);                                               \
-            _exit(testing::Test::HasFailure() ? 1 : 0);                    \
-        }};                                                                \
-        child.expect_status(0);                                            \
-    }                                                                      \
+#define FRESH_TEST(name)                                \
+    void name##_body();                                 \
+    TEST_F(Notify, name)                                \
+    {                                                   \
+        test::Child child{[](test::Child &) {           \
+            name##_body();                              \
+            fflush(nullptr);                            \
+            _exit(testing::Test::HasFailure() ? 1 : 0); \
+        }};                                             \
+        child.expect_status(0);                         \
+    }                                                   \
     void name##_body()
 
 // ---- what is told -----------------------------------------------------------------------------
@@ -248,7 +251,8 @@ FRESH_TEST(EachPathHasItsCallback)
               1);
     close(creat("/tmp/watched/b/1", 0644));
     close(creat("/tmp/watched/a/2", 0644));
-    EXPECT_THAT(seen(2), ElementsAre(Change{"/tmp/watched/b", "b:1"}, Change{"/tmp/watched/a", "2"}));
+    EXPECT_THAT(seen(2),
+                ElementsAre(Change{"/tmp/watched/b", "b:1"}, Change{"/tmp/watched/a", "2"}));
 }
 
 FRESH_TEST(OfTwoForOnePathTheFirstIsCalled)
@@ -328,8 +332,7 @@ FRESH_TEST(TenThousandChangesArriveInOrder)
     const std::vector<Change> all = seen(kChanges);
     ASSERT_EQ(all.size(), static_cast<std::size_t>(kChanges));
     for (int i = 0; i < kChanges; ++i) {
-        ASSERT_EQ(all[static_cast<std::size_t>(i)],
-                  (Change{"/tmp/watched", std::to_string(i)}));
+        ASSERT_EQ(all[static_cast<std::size_t>(i)], (Change{"/tmp/watched", std::to_string(i)}));
     }
 }
 
@@ -401,11 +404,12 @@ std::string error(const std::string &function, const std::string &message)
 FRESH_TEST(APathThatCannotBeWatched)
 {
     EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/absent", record), 0); }),
-                Prints(error("fnotify_listen", "Failed(2) to inotify_add_watch /tmp/absent, No such "
-                                               "file or directory.")));
-    EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
                 Prints(error("fnotify_listen",
-                             "Failed(14) to inotify_add_watch (null), Bad address.")));
+                             "Failed(2) to inotify_add_watch /tmp/absent, No such "
+                             "file or directory.")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
+        Prints(error("fnotify_listen", "Failed(14) to inotify_add_watch (null), Bad address.")));
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1) << "the next one can";
 }
 
@@ -437,6 +441,7 @@ FRESH_TEST(NoThreadCanBeStarted)
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1);
 }
 
+#ifndef __SANITIZE_THREAD__
 FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
 {
     // Watches are numbered from 1: one is made for each number up to that of a spare descriptor.
@@ -457,6 +462,7 @@ FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
     test::write_text(kPath, "changed");
     EXPECT_THAT(seen_until_now(), ElementsAre()) << "the watch has no record";
 }
+#endif
 
 /** What the thread says about a read that fails, and that it goes on after a second. */
 void expect_read_failure(int err, prod_dbg_lvl_t module_level, const std::string &expected)
@@ -504,9 +510,8 @@ FRESH_TEST(AReadThatFails)
 FRESH_TEST(AChildOfForkGetsNoCallbacks)
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
-    test::Child child{[](test::Child &) {
-        _exit(fnotify_listen("/tmp/watched/file", record) == 1 ? 0 : 1);
-    }};
+    test::Child child{
+        [](test::Child &) { _exit(fnotify_listen("/tmp/watched/file", record) == 1 ? 0 : 1); }};
     child.expect_status(0);
     close(creat("/tmp/watched/new", 0644));
     EXPECT_THAT(seen(1), ElementsAre(Change{"/tmp/watched", "new"})) << "the parent goes on";

@@ -79,10 +79,11 @@ constexpr Command kCommands[] = {
      .arguments = "NAME -- COMMAND [ARGUMENT...]",
      .min_arguments = 2,
      .max_arguments = kAny,
-     .details = "The lock is the one that the device's daemons mean by NAME, where / counts as _.\n"
-                "It is held until COMMAND ends, however it ends; what COMMAND started in the\n"
-                "background does not hold it. Input, output and exit status are COMMAND's own: 126\n"
-                "when it cannot be run, 127 when it is not found. --json is for a failure only.",
+     .details =
+         "The lock is the one that the device's daemons mean by NAME, where / counts as _.\n"
+         "It is held until COMMAND ends, however it ends; what COMMAND started in the\n"
+         "background does not hold it. Input, output and exit status are COMMAND's own: 126\n"
+         "when it cannot be run, 127 when it is not found. --json is for a failure only.",
      .yes = "the command ended with 0",
      .no = "the lock was not to be had in time, or the command ended with 1",
      .run = run_run,

@@ -7,10 +7,9 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,    kLanGroup,
-                           kIpv6Group,     kWifiGroup,   kPortCommand, kLedGroup,
-                           kConfigGroup,   kDebugGroup,  kLockGroup,   kMqGroup,
-                           kWatchCommand,  kCheckGroup,  kStrGroup};
+const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,     kLanGroup,    kIpv6Group,
+                           kWifiGroup,     kPortCommand, kLedGroup,     kConfigGroup, kDebugGroup,
+                           kLockGroup,     kMqGroup,     kWatchCommand, kCheckGroup,  kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",

@@ -62,8 +62,8 @@ std::optional<Request> request_of(const Call &call)
         size = number(call.value(kSize), 1, kLargestSize);
     }
     if (!size) {
-        static_cast<void>(call.usage("'%s' is no size from 1 to %d", call.value(kSize),
-                                     kLargestSize));
+        static_cast<void>(
+            call.usage("'%s' is no size from 1 to %d", call.value(kSize), kLargestSize));
         return std::nullopt;
     }
     return Request{*queue, static_cast<std::size_t>(*size), call.given(kWait)};

@@ -145,9 +145,10 @@ constinit const Command kWatchCommand = {
     .arguments = "PATH...",
     .min_arguments = 1,
     .max_arguments = kAny,
-    .details = "A line for each change: the path as it was given and, for a folder, the name of what\n"
-               "was written, created, deleted or moved in it. One change of a program may be several\n"
-               "here. It goes on until --count, --timeout or a signal ends it.",
+    .details =
+        "A line for each change: the path as it was given and, for a folder, the name of what\n"
+        "was written, created, deleted or moved in it. One change of a program may be several\n"
+        "here. It goes on until --count, --timeout or a signal ends it.",
     .yes = "as many changes came as --count says, or any without it",
     .no = "they did not come in time, or a path cannot be watched",
     .run = run_watch,
