@@ -60,7 +60,7 @@ struct dnotify_t {
     list_head_t handlers;  // in the order in which they came
 };
 
-constinit dnotify_t notify;
+constinit dnotify_t notify = {};
 constinit pthread_mutex_t list_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 class ListLock

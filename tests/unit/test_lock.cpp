@@ -75,7 +75,9 @@ int semop(int id, sembuf *records, std::size_t count) noexcept
 int semget(key_t key, int count, int flags) noexcept
 {
     static const auto next = real<int (*)(key_t, int, int)>("semget");
-    lookups += recording;
+    if (recording) {
+        ++lookups;
+    }
     return next(key, count, flags);
 }
 

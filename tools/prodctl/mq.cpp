@@ -121,7 +121,7 @@ int run_get(const Call &call, cJSON *answer)
     }
     record.resize(record.find_last_not_of('\0') + 1);
     add_queue(answer, request->queue);
-    add_text(answer, "text", std::string{record.c_str()});
+    add_text(answer, "text", record.substr(0, record.find('\0')));
     std::string hex;
     for (const char byte : record) {
         hex += format("%02x", static_cast<unsigned char>(byte));
