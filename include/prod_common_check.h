@@ -3,12 +3,13 @@
  * @file
  * Checks that daemons make before they act: whether an address range clashes with one that the
  * device serves, and which would not; presence checks, each answered from the kernel's view at the
- * moment of the call; and two small edits, of a rule text and of a stored time. All functions may
- * be called from any thread.
+ * moment of the call. The settings that follow the LAN to another network; and two small edits, of
+ * a rule text and of a stored time. All functions may be called from any thread.
  */
 #ifndef PROD_COMMON_CHECK_H
 #define PROD_COMMON_CHECK_H
 
+#include "platform/database.h"
 #include "prod_common_types.h"
 
 /** Bytes that a rule text of check_modify_item_in_rule() needs. */
@@ -150,6 +151,119 @@ PROD_API int check_get_new_ipaddr_by_hostid(const char *ipAddr, const char *mask
                                             char *outIp);
 
 /* ---- the LAN moves ------------------------------------------------------------------------- */
+/*
+ * When the LAN gets another address or mask, every setting that names a LAN host follows it:
+ * records of the database "default" and configuration keys, which are written by the tracked
+ * SetValue() and not committed. A host keeps its host part and gets the network part of the LAN:
+ *
+ *     moved = (host & ~old mask) + (LAN & new mask)
+ *
+ * calculated on the 32-bit values as inet_addr() gives them. Text that is no address stays as it
+ * is, as does a record of another form than its reader expects. Lists count to 4096, WANs to 64.
+ * What cannot be stored is passed over: a move that is cut short leaves earlier settings moved and
+ * later ones not. So a move is not to be repeated for what has moved already.
+ */
+
+/** A DHCP pool: each a dotted quad. */
+typedef struct {
+    char start_ip[16];
+    char end_ip[16];
+    char mask[16];
+    char gateway[16];
+    char dns1[16];
+    char dns2[16];
+} DHCPS_RULE;
+
+/**
+ * Moves everything of the LAN: the pool first, by check_lanip_change_sync_dhcps(), and, when
+ * @p ip is another text than @p oip, the rest in the order of the functions below. Nothing is moved
+ * when the table "dhcps-list" has no row for the interface "br0", or an argument is NULL.
+ *
+ * The caller stores "lan.ip" and "lan.mask", gives the LAN its address and restarts its DHCP
+ * server.
+ *
+ * @param ip, mask    new address and mask of the LAN, dotted quads
+ * @param oip, omask  the old ones
+ */
+PROD_API void prod_check_change_lanip_handle(const char *ip, const char *mask, const char *oip,
+                                             const char *omask);
+
+/**
+ * Moves a DHCP pool, a row of "dhcps-list": its gateway and main DNS become the LAN's address. With
+ * another address start and end follow, their host part cut by the new mask; with another mask they
+ * become the first and the last host address, and the row gets the mask. An end that is the LAN's
+ * own address moves inwards by one; a mask without host addresses leaves both ends alone. With
+ * another address and for the row of "br0" the static leases follow, too: the addresses in front of
+ * "dhcps.Staticip1" to "dhcps.Staticnum". What stands behind a blank in a lease is lost.
+ *
+ * All addresses and masks as inet_addr() gives them.
+ *
+ * @param uindex  id of the row; one that is missing is logged at level 2, "ifname is not exist!"
+ */
+PROD_API void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanIp,
+                                            uint32_t uOldLanMask, unsigned int uindex);
+
+/**
+ * Moves the DMZ host of each WAN, "wan%d.dmzip". The DMZ is switched off ("wan%d.dmzen") when its
+ * host is now the LAN's own address or outside of the LAN.
+ */
+PROD_API void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
+
+/**
+ * Moves the address that may manage the device, "lan.webip", unless that is 0.0.0.0, and switches
+ * its restriction off ("lan.webipen") when it is now outside of the LAN.
+ */
+PROD_API void check_lanip_change_sync_lan_control(uint32_t uLanIp, uint32_t uLanMask,
+                                                  uint32_t uOldLanMask);
+
+/**
+ * Moves the hosts of the port-forwarding rules, the rows of "port-map", in one series under the
+ * table's lock. Their daemon keeps these addresses in its own byte order: moved is
+ * htonl((ntohl(host) & ~old mask) + (LAN & new mask)), so that on a little-endian machine
+ * 192.168.0.100 follows a LAN of 192.168.1.1/24 to 192.1.168.192.
+ */
+PROD_API void check_lanip_change_sync_virtual(uint32_t uLanIp, uint32_t uLanMask,
+                                              uint32_t uOldLanMask);
+
+/**
+ * Moves the hosts of the source-NAT rules, "ADDRESS;REST" in "adv.snat.list1" to
+ * "adv.snat.listnum". 255 characters of a rule count, of its rest what stands before a blank.
+ */
+PROD_API void check_lanip_change_sync_nat(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
+
+/** Moves the log servers, "adv.logs.list1" to "adv.logs.listnum", as the source-NAT rules. */
+PROD_API void check_lanip_change_sync_logserver(uint32_t uLanIp, uint32_t uLanMask,
+                                                uint32_t uOldLanMask);
+
+/**
+ * Moves the hosts that are bound to a MAC, the rows of "ip-mac-bind", each by itself. A host whose
+ * new address another row has stays as it is.
+ */
+PROD_API void check_lanip_change_sync_ipmac_bind(uint32_t uLanIp, uint32_t uLanMask,
+                                                 uint32_t uOldLanMask);
+
+/**
+ * The tables of the database "default" that name LAN hosts, each opened on first use and good for
+ * the whole process. A table that cannot be opened is tried again at the next call.
+ * @return NULL when it cannot be opened
+ *
+ * "dhcps-list", the DHCP pools. Columns: "enable" int, "interface" text of 9 characters, unique,
+ * then texts of 15 characters "start ip", "end ip", "gateway", "mask", "lease" int, and again
+ * "main dns", "sec dns".
+ */
+PROD_API db_table *get_dhcps_list_table(void);
+
+/**
+ * "port-map", the port-forwarding rules. Columns: "enabled" int, "ip" text of 15 characters,
+ * "protocol" int, "wan" int, "inner-port" and "outer-port" texts of 127, "name" of 63.
+ */
+PROD_API db_table *get_port_map_table(void);
+
+/**
+ * "ip-mac-bind", the addresses that are bound to MACs. Columns: "ip" text of 15 characters, unique,
+ * "mac" of 17, unique, "remark" of 99.
+ */
+PROD_API db_table *get_ip_mac_bind_table(void);
 
 /* ---- presence ------------------------------------------------------------------------------ */
 

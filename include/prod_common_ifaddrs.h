@@ -305,6 +305,39 @@ PROD_API void wan_interface_addr_init(void);
 
 /* ---- DNS servers for the relay ------------------------------------------------------------- */
 
+/**
+ * Gathers the DNS servers that the WAN side offers now as options for the device's DNS relay, one
+ * " -s ADDRESS " for each, and leaves them in "/etc/dns.conf" for whoever starts the relay, without
+ * a newline. A server that occurs twice is listed once. In this order:
+ *
+ * - those of the VPN client that is the way out, while its interface has an address:
+ *   "/etc/ppp/resolv.conf.wan0" for PPTP on ppp0 ("pptp.cli.pptpEnable" and "pptp.cli.pptppxy" are
+ *   1), otherwise "/etc/ppp/resolv.conf.wan45" for L2TP on ppp45 ("l2tp.cli.l2tpEnable" and
+ *   "l2tp.cli.l2tppxy" are 1);
+ * - for the WANs 4 to 1, and WAN 0 while a radio is a client ("wl2g.public.mode" or
+ *   "wl5g.public.mode" is "apclient"), if the WAN's port has link: "wan%d.manual.dns1" and "dns2"
+ *   when "wan%d.manual.dns.en" is not 0, otherwise "dns1" and "dns2" of "/etc/wan%d.ini".
+ *
+ * A server has 7 to 26 characters, digits of addresses (0-9 A-F a-f . : %) only, and is not
+ * "0.0.0.0"; anything else is left out.
+ *
+ * @param dns_buf  receives the text, zeroed to its end; the option that has no room is cut. NULL
+ *                 does nothing.
+ * @param size     bytes of @p dns_buf; 256 hold the servers of all WANs and two of a VPN. Nothing
+ * is done when it is 0 or less.
+ *
+ * A file that cannot be written is passed over. One process at a time.
+ */
+PROD_API void getAllWanDns(char *dns_buf, int size);
+
+/**
+ * Appends " -s <dns> " to a text unless the server stands in it between blanks already. The option
+ * is cut at 31 characters and at the end of the text's room. Does nothing for a NULL argument.
+ * @param dns_buf  a text to which options were added before, or an empty one
+ * @param size     bytes of @p dns_buf
+ */
+PROD_API void add_dns_to_buf(char *dns_buf, int size, const char *dns);
+
 PROD_END
 
 #endif

@@ -1,8 +1,9 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Services of the system as a whole: working mode, brand and language, factory restore, host
- * names, the request/response exchange with other daemons, commands, and a soft watchdog.
+ * Services of the system as a whole: working mode, brand and language, versions, DNS redirection,
+ * factory restore, host names, the request/response exchange with other daemons, commands, and a
+ * soft watchdog.
  *
  * All functions may be called from any thread, except system_qx_gethostbyname() and, one owner a
  * process, the soft watchdog.
@@ -14,6 +15,9 @@
 
 /** Bytes that hold any mode name of get_systerm_mode(). */
 #define PROD_MODE_NAME_SIZE 9
+
+/** Bytes that get_policy_version() needs, which is given a size and does not look at it. */
+#define PROD_POLICY_VERSION_SIZE 256
 
 /** A response of send_and_recv_from_program() must be shorter than this. */
 #define PROD_RESPONSE_SIZE 512
@@ -43,6 +47,58 @@ PROD_API int brand_is_kavro(void);
 
 /** 1 when "sys.language" is not set, empty, or "cn" in any case; else 0. */
 PROD_API int lang_is_cn(void);
+
+/* ---- versions ------------------------------------------------------------------------------ */
+
+/**
+ * The firmware's version: "/etc/prodversion.cfg" without the newlines at its end.
+ * @param product_version  receives at most @p len - 1 characters
+ * @return 1; 0 when the file cannot be read or is empty, and without a buffer
+ */
+PROD_API int get_prod_version(char *product_version, unsigned int len);
+
+/**
+ * The hardware's version, a constant of the design: "1.0.0.0".
+ * @param hard_version  receives at most @p len - 1 characters; nothing is written without a buffer
+ * @return 0, always: callers in the field test for it
+ */
+PROD_API int get_hard_version(char *hard_version, unsigned int len);
+
+/**
+ * The firmware's build number: the integer behind the first "(" of "/etc/prodversion.cfg", which
+ * must not be its first character.
+ * @return 0 when the file cannot be read or holds no such number
+ */
+PROD_API int get_svn_version(void);
+
+/**
+ * Version of the policies that the firmware brings along: in "/etc/policy_bak.cfg", the second
+ * field between ";" of the first line that contains "ver", without white space around it. Of a line
+ * 255 characters count, the rest is the next line.
+ *
+ * @param policy_version  PROD_POLICY_VERSION_SIZE bytes; untouched when no line contains "ver" or
+ *                        that line has no second field, so initialise it
+ * @param len             not looked at
+ * @return 0; 1 when the file cannot be opened and for NULL
+ */
+PROD_API int get_policy_version(char *policy_version, unsigned int len);
+
+/* ---- DNS redirection ----------------------------------------------------------------------- */
+
+/**
+ * Makes the device's name server answer for a domain with an address of the caller's choice. The
+ * rule, {"Domain","Ip"}, goes to the kernel-module control, whose result is not looked at; it is
+ * shown on standard output while the level of module "kjson" is 3 or more.
+ *
+ * A NULL argument and a rule that cannot be built are logged at level 2, module "prod", as "Failed
+ * to add dns_redirect rule".
+ */
+PROD_API void add_dns_redirect_rule(const char *domain, const char *ip);
+
+/** Takes such a rule back. A failure is logged as "Failed to del rule by domain". */
+PROD_API void del_dns_redirect_rule(const char *domain);
+
+/* ---- factory restore and other daemons ----------------------------------------------------- */
 
 /**
  * Removes the databases: those under "/cfg/database", "/cfg/prod-script" and the wireless

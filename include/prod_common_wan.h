@@ -204,9 +204,111 @@ PROD_API char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsig
 
 /* ---- kind of access ------------------------------------------------------------------------ */
 
+/**
+ * Finds out what the line behind a WAN offers, with the programs "discovery-pppoe" and, when no
+ * access concentrator answers it, "discovery-dhcp" on the interface of "port.%d.ifname".
+ *
+ * Each is run until it succeeds, three times at most, with a second's pause after each failure. A
+ * program that cannot be started has failed, and so has a name that no interface can have, for
+ * which none is started. The commands, what they print and the time they took go to standard
+ * output. Blocks for at most six runs, which give up after 2 seconds each, and six pauses.
+ *
+ * @return HLX_WAN_CONNECT_PPPOE, HLX_WAN_CONNECT_DHCP, or HLX_WAN_CONNECT_STATIC when neither
+ *         answered
+ */
+PROD_API int prod_detect_wan_type(int wanid);
+
+/**
+ * Whether both sides of a WAN dial PPPoE with the same account: "wan%d.connecttype" and
+ * "ipv6.wan%d.type" are 2, and "wan%d.ppoe.userid" and "wan%d.ppoe.pwd" equal
+ * "ipv6.wan1.pppoe.user" and "ipv6.wan1.pppoe.pwd", those of WAN 1 for every WAN. Two empty
+ * accounts are the same.
+ * @return 1 or 0
+ */
+PROD_API int pppoe_v4_as_v6(int wanid);
+
 /* ---- name resolution ----------------------------------------------------------------------- */
 
+/**
+ * Asks one DNS server over one interface for the IPv4 addresses of a name, past the system's
+ * resolver and its cache: whether a line and a server work is what the caller wants to know.
+ *
+ * One query, no repetition, and the first datagram that arrives is taken for the answer, whoever
+ * sent it: its id and flags are not looked at. An answer is read as far as it can be.
+ *
+ * @param domain          the name, at most 122 characters; a dot at its end asks for an empty last
+ *                        label, and "" for an empty name
+ * @param interface_name  interface to send from, its first 15 characters count; NULL or "" leaves
+ *                        it to the routes. Needs the right to bind to a device (CAP_NET_RAW).
+ * @param dnsserver       dotted quad
+ * @param ipaddr1         16 bytes
+ * @param ipaddr2         16 bytes, or NULL: one address is enough
+ * @param ipaddr3         16 bytes, or NULL: two are enough; not used when @p ipaddr2 is NULL
+ * @return how many addresses were stored, 0 to 3, in the answer's order; the other texts are
+ *         untouched. -1 on failure, after perror() with the step that failed: "create socket",
+ *         "socket set send time", "socket set recv time", "bind interface", "send request" (also
+ *         for a server that is no address), "recv response". -1 without a message, and nothing
+ *         sent, for a NULL @p domain, @p dnsserver or @p ipaddr1, for the servers "" and "0.0.0.0",
+ *         and for a longer name.
+ *
+ * Blocks for at most 2 seconds each for sending and for the answer.
+ */
+PROD_API int prod_resolve_domain(const char *domain, const char *interface_name,
+                                 const char *dnsserver, char *ipaddr1, char *ipaddr2,
+                                 char *ipaddr3);
+
+/**
+ * The name that the network check resolves: "netcheck.hostname" or, when that is not set,
+ * "netcheck.hostname.cn" on a device that speaks Chinese and "netcheck.hostname.en" on any other.
+ * @param domain  256 bytes, a longer name is cut; empty when no key is set
+ * @return @p domain
+ */
+PROD_API char *get_netcheck_hostname(char *domain);
+
 /* ---- bridge and switch --------------------------------------------------------------------- */
+
+/*
+ * All of these run shell commands whose results nobody looks at, one after the other without a
+ * lock; commands and the file written are logged at level 4, module "prod". A value that cannot be
+ * what the command needs (an interface name of 16 characters or more, or with a slash or a blank)
+ * drops that one command. A port that is listed twice has its commands run twice.
+ */
+
+/**
+ * Puts the interface of every LAN port into the bridge "br0" and takes that of every WAN port out,
+ * whether it is there already or not: "brctl addif br0 %s" and "brctl delif br0 %s" in the order
+ * of "sys.ports", with the names of "port.%d.ifname".
+ */
+PROD_API void update_bridge(void);
+
+/** update_bridge() under its own name in the log. */
+PROD_API void update_bridge_test(void);
+
+/**
+ * Switches one Ethernet interface to WAN operation, or back to LAN operation, with the program
+ * "ethswctl", and shows the command on standard output.
+ * @param enable  non-zero for WAN operation
+ */
+PROD_API void ethswctl_wan_switch(const char *ifname, int enable);
+
+/**
+ * ethswctl_wan_switch() for a physical port, by the interface of "ports.phy.%d.eth". Without that
+ * key the command is run with an empty name.
+ * @return 0
+ */
+PROD_API int ethswctl_wan_set_by_main_ifname(int phy_port, int enable);
+
+/**
+ * Makes a router of a device that was one switch: creates "br0", switches the ports of "sys.ports"
+ * to WAN or LAN operation, makes all of them untagged members of the switch's VLAN, moves their
+ * interfaces as update_bridge() does, gives the bridge the factory MAC ("HW_NIC0_ADDR") and the
+ * address "lan.ip", and switches IPv4 forwarding on. A failing step is passed over; that of the
+ * VLAN is logged at level 2.
+ */
+PROD_API void leave_switch_only_mode(void);
+
+/** Restarts auto-negotiation on every LAN port, so that the hosts there ask for addresses anew. */
+PROD_API void down_lan_phy_connect(void);
 
 PROD_END
 

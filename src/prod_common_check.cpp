@@ -11,11 +11,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <optional>
+#include <span>
+#include <utility>
 
 #include "internal/config.hpp"
 #include "internal/handle.hpp"
@@ -24,8 +29,10 @@
 #include "internal/net.hpp"
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
+#include "internal/usb.hpp"
 #include "platform/address.h"
 #include "platform/cfm.h"
+#include "platform/database.h"
 
 using namespace prod;
 
@@ -120,15 +127,190 @@ bool leave(const PROD_IP_CONFLICT_STRU &in_the_way, const char *mask,
 
 // ---- the LAN moves --------------------------------------------------------------------------
 
+constexpr const char *kDatabase = "default";
+constexpr const char *kLanBridge = "br0";
+constexpr int kMostWans = 64;
+constexpr int kMostListed = 4096;
+constexpr std::size_t kListedSize = 256;
+
+enum DhcpColumn {
+    kDhcpEnable,
+    kDhcpInterface,
+    kDhcpStart,
+    kDhcpEnd,
+    kDhcpGateway,
+    kDhcpMask,
+    kDhcpLease,
+    kDhcpMainDns,
+    kDhcpSecDns,
+    kDhcpColumns
+};
+constexpr db_col_t kDhcpsList[] = {
+    {kDhcpEnable, "enable", DB_INT, 0, 0},       {kDhcpInterface, "interface", DB_STRING, 1, 10},
+    {kDhcpStart, "start ip", DB_STRING, 0, 16},  {kDhcpEnd, "end ip", DB_STRING, 0, 16},
+    {kDhcpGateway, "gateway", DB_STRING, 0, 16}, {kDhcpMask, "mask", DB_STRING, 0, 16},
+    {kDhcpLease, "lease", DB_INT, 0, 0},         {kDhcpMainDns, "main dns", DB_STRING, 0, 16},
+    {kDhcpSecDns, "sec dns", DB_STRING, 0, 16}};
+
+constexpr int kPortMapIp = 1;
+constexpr db_col_t kPortMap[] = {
+    {0, "enabled", DB_INT, 0, 0},         {kPortMapIp, "ip", DB_STRING, 0, 16},
+    {2, "protocol", DB_INT, 0, 0},        {3, "wan", DB_INT, 0, 0},
+    {4, "inner-port", DB_STRING, 0, 128}, {5, "outer-port", DB_STRING, 0, 128},
+    {6, "name", DB_STRING, 0, 64}};
+
+constexpr int kIpMacBindIp = 0;
+constexpr db_col_t kIpMacBind[] = {{kIpMacBindIp, "ip", DB_STRING, 1, 16},
+                                   {1, "mac", DB_STRING, 1, 18},
+                                   {2, "remark", DB_STRING, 0, 100}};
+
+constexpr int kMostColumns = kDhcpColumns;
+static_assert(std::size(kDhcpsList) == kDhcpColumns && std::size(kPortMap) <= kMostColumns &&
+              std::size(kIpMacBind) <= kMostColumns);
+
+using Table = std::atomic<db_table *>;
+using Row = Allocated<db_row_t>;
+
+/** A table that the process opens on first use and keeps. */
+db_table *open_once(Table &kept, const char *name, std::span<const db_col_t> columns)
+{
+    db_table *table = kept.load(std::memory_order_acquire);
+    if (table != nullptr) {
+        return table;
+    }
+    // Published when it is whole: other threads may be here too, and one of them may fork.
+    Allocated<db_table> mine{static_cast<db_table *>(malloc(sizeof(db_table)))};
+    if (mine == nullptr || db_table_init(kDatabase, mine.get(), name, columns.data(),
+                                         static_cast<int>(columns.size())) == 0) {
+        return nullptr;
+    }
+    return kept.compare_exchange_strong(table, mine.get()) ? mine.release() : table;
+}
+
+/** An address as inet_addr() gives it; nothing for text that is none. */
+std::optional<u32> address_in(const char *text)
+{
+    const u32 address = text != nullptr ? inet_addr(text) : INADDR_NONE;
+    return address != INADDR_NONE ? std::optional<u32>{address} : std::nullopt;
+}
+
+/** The dotted quad of an address as inet_addr() gives it. */
+Ipv4Text quad(u32 address)
+{
+    return ipv4_text(ntohl(address));
+}
+
+constexpr u32 kUp = 1;
+constexpr u32 kDown = ~u32{0};
+
+/** The address so many places further up. */
+u32 further(u32 address, u32 places)
+{
+    return htonl(ntohl(address) + places);
+}
+
+/**
+ * From where to where hosts move. Addresses and masks are as inet_addr() gives them, and so are the
+ * sums: where a mask was lengthened, carries go where the machine's byte order takes them.
+ */
+struct Move {
+    u32 lan;
+    u32 mask;
+    u32 old_mask;
+
+    u32 network() const { return lan & mask; }
+    bool leads_out(u32 host) const { return (host & mask) != network(); }
+    u32 moved(u32 host) const { return (host & ~old_mask) + network(); }
+    /** As the daemon of the port-forwarding rules keeps its hosts. */
+    u32 moved_forward(u32 host) const { return htonl((ntohl(host) & ~old_mask) + network()); }
+};
+
+/** How an address is held apart from the rest of its record. */
+enum class Record { kLease, kRule };
+
+/** Moves the address in front of a record. One without address or rest stays as it is. */
+void move_record(const char *key, Record kind, const Move &move)
+{
+    static_assert(kValueSize == 2308, "the patterns leave room for a NUL");
+    char address[kValueSize];
+    char rest[kValueSize];
+    const bool is_rule = kind == Record::kRule;
+    const ConfigValue value{key, is_rule ? kListedSize : kValueSize};
+    const int parts = is_rule ? sscanf(value.c_str(), "%2307[^;];%2307s", address, rest)
+                              : sscanf(value.c_str(), "%2307[^;]%2307s", address, rest);
+    const std::optional<u32> host = parts == 2 ? address_in(address) : std::nullopt;
+    if (host) {
+        // With room for more than the store takes: what would be cut is refused instead.
+        SetValue(key, Text<kValueSize + kIpv4TextSize>{"%s%s%s", quad(move.moved(*host)).c_str(),
+                                                       is_rule ? ";" : "", rest}
+                          .c_str());
+    }
+}
+
+/** Moves the address that is a key's whole value. @return where to, nothing when there is none */
+std::optional<u32> move_value(const char *key, const Move &move)
+{
+    const std::optional<u32> host = address_in(ConfigValue{key}.c_str());
+    if (!host) {
+        return std::nullopt;
+    }
+    const u32 moved = move.moved(*host);
+    SetValue(key, quad(moved).c_str());
+    return moved;
+}
+
+/** A row's values, some of them replaced by other addresses. */
+class Changed
+{
+  public:
+    explicit Changed(const db_row_t &row)
+    {
+        std::copy_n(row.values, std::min(row.col_num, kMostColumns), values_);
+    }
+    Changed(const Changed &) = delete;
+    Changed &operator=(const Changed &) = delete;
+
+    void put(int column, u32 address)
+    {
+        copy_text(quads_[column], quad(address).view());
+        values_[column].s = quads_[column];
+    }
+    const db_val_t *values() const { return values_; }
+
+  private:
+    db_val_t values_[kMostColumns] = {};
+    char quads_[kMostColumns][kIpv4TextSize];
+};
+
+/** Moves the host in a column of each row; a row without an address there stays as it is. */
+void move_rows(db_table *table, const db_result &rows, int column, const Move &move,
+               u32 (Move::*rule)(u32) const)
+{
+    for (const db_row_t *row = rows.rows; row != nullptr; row = row->next) {
+        const std::optional<u32> host =
+            column < row->col_num ? address_in(row->values[column].s) : std::nullopt;
+        if (host) {
+            Changed changed{*row};
+            changed.put(column, (move.*rule)(*host));
+            table->set(table, row->id, changed.values());
+        }
+    }
+}
+
+/** Moves the records of a numbered list. */
+void move_list(const char *count_key, const char *prefix, Record kind, const Move &move)
+{
+    const int count = std::clamp(config_int(count_key), 0, kMostListed);
+    for (int i = 1; i <= count; ++i) {
+        move_record(ConfigKey{"%s%d", prefix, i}.c_str(), kind, move);
+    }
+}
+
 // ---- presence -------------------------------------------------------------------------------
 
 constexpr const char *kDiskNameFile = "/tmp/UDiskname";
 constexpr int kBridgePorts = 32;
 constexpr std::size_t kMountLine = 255;
-
-// Two paths of one folder: the first is listed, the second is what the mount table shows.
-constexpr const char *kPartitionFolder = "/var/etc/upan";
-constexpr const char *kPartitionMounts = "/etc/upan";
 
 /** The interface numbers of a bridge's first ports, 0 where there is none. */
 bool bridge_ports(const char *bridge, int (&ports)[kBridgePorts])
@@ -383,6 +565,155 @@ int check_get_new_ipaddr_by_hostid(const char *ipAddr, const char *mask, uint32_
 }
 
 // ---- the LAN moves --------------------------------------------------------------------------
+
+void prod_check_change_lanip_handle(const char *ip, const char *mask, const char *oip,
+                                    const char *omask)
+{
+    if (ip == nullptr || mask == nullptr || oip == nullptr || omask == nullptr) {
+        return;
+    }
+    db_table *const pools = get_dhcps_list_table();
+    Row pool{pools != nullptr ? pools->find(pools, kDhcpInterface, kLanBridge, 0) : nullptr};
+    if (pool == nullptr) {
+        return;
+    }
+    const u32 lan = inet_addr(ip);
+    const u32 lan_mask = inet_addr(mask);
+    const u32 old_mask = inet_addr(omask);
+    check_lanip_change_sync_dhcps(lan, lan_mask, inet_addr(oip), old_mask,
+                                  static_cast<unsigned int>(pool->id));
+    pool.reset();
+    if (strncmp(ip, oip, kIpv4TextSize) != 0) {
+        check_lanip_change_sync_dmz(lan, lan_mask, old_mask);
+        check_lanip_change_sync_lan_control(lan, lan_mask, old_mask);
+        check_lanip_change_sync_virtual(lan, lan_mask, old_mask);
+        check_lanip_change_sync_nat(lan, lan_mask, old_mask);
+        check_lanip_change_sync_logserver(lan, lan_mask, old_mask);
+        check_lanip_change_sync_ipmac_bind(lan, lan_mask, old_mask);
+    }
+}
+
+void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanIp,
+                                   uint32_t uOldLanMask, unsigned int uindex)
+{
+    db_table *const pools = get_dhcps_list_table();
+    const Row row{pools != nullptr ? pools->get(pools, static_cast<int>(uindex)) : nullptr};
+    if (row == nullptr || row->col_num < kDhcpColumns) {
+        PROD_LOG_ERROR(kProd, "ifname is not exist!");
+        return;
+    }
+    const Move move{uLanIp, uLanMask, uOldLanMask};
+    const u32 host_part = ~uLanMask;
+    Changed pool{*row};
+    const auto put_end = [&](int column, u32 address, u32 inwards) {
+        pool.put(column, address == uLanIp ? further(uLanIp, inwards) : address);
+    };
+    if (uLanIp != uOldLanIp) {
+        for (const auto &[column, inwards] : {std::pair{kDhcpStart, kUp}, {kDhcpEnd, kDown}}) {
+            const std::optional<u32> end = address_in(row->values[column].s);
+            if (end && host_part != 0) {
+                // By the new mask, so that the pool ends up in the new network, whatever its size.
+                put_end(column, (*end & host_part) + move.network(), inwards);
+            }
+        }
+        pool.put(kDhcpGateway, uLanIp);
+        pool.put(kDhcpMainDns, uLanIp);
+        pools->set(pools, row->id, pool.values());
+        const char *const interface = row->values[kDhcpInterface].s;
+        if (interface != nullptr && strcasecmp(interface, kLanBridge) == 0) {
+            move_list("dhcps.Staticnum", "dhcps.Staticip", Record::kLease, move);
+        }
+    }
+    if (uLanMask != uOldLanMask) {
+        if (host_part != 0) {
+            put_end(kDhcpStart, further(move.network(), 1), kUp);
+            put_end(kDhcpEnd, further(move.network(), ntohl(host_part) - 1), kDown);
+        }
+        pool.put(kDhcpGateway, uLanIp);
+        pool.put(kDhcpMainDns, uLanIp);
+        pool.put(kDhcpMask, uLanMask);
+        pools->set(pools, row->id, pool.values());
+    }
+}
+
+void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    const Move move{uLanIp, uLanMask, uOldLanMask};
+    const int wans = std::min(config_int("wans.flag"), kMostWans);
+    for (int i = 1; i <= wans; ++i) {
+        const std::optional<u32> host = move_value(ConfigKey{"wan%d.dmzip", i}.c_str(), move);
+        // A DMZ that leads to the device itself would open it to the Internet.
+        if (host && (*host == uLanIp || move.leads_out(*host))) {
+            SetValue(ConfigKey{"wan%d.dmzen", i}.c_str(), "0");
+        }
+    }
+}
+
+void check_lanip_change_sync_lan_control(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    constexpr const char *kKey = "lan.webip";
+    if (ConfigValue{kKey} == kNoAddress) {
+        return;
+    }
+    const Move move{uLanIp, uLanMask, uOldLanMask};
+    const std::optional<u32> host = move_value(kKey, move);
+    if (host && move.leads_out(*host)) {
+        SetValue("lan.webipen", "0");
+    }
+}
+
+void check_lanip_change_sync_virtual(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    db_table *const forwards = get_port_map_table();
+    db_result rows;
+    if (forwards == nullptr || forwards->all(forwards, &rows) == 0) {
+        return;
+    }
+    forwards->lock(forwards);
+    move_rows(forwards, rows, kPortMapIp, {uLanIp, uLanMask, uOldLanMask}, &Move::moved_forward);
+    forwards->unlock(forwards);
+    rows.free(&rows);
+}
+
+void check_lanip_change_sync_nat(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    move_list("adv.snat.listnum", "adv.snat.list", Record::kRule, {uLanIp, uLanMask, uOldLanMask});
+}
+
+void check_lanip_change_sync_logserver(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    move_list("adv.logs.listnum", "adv.logs.list", Record::kRule, {uLanIp, uLanMask, uOldLanMask});
+}
+
+void check_lanip_change_sync_ipmac_bind(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
+{
+    db_table *const bindings = get_ip_mac_bind_table();
+    db_result rows;
+    if (bindings == nullptr || bindings->all(bindings, &rows) == 0) {
+        return;
+    }
+    // Without a lock: each binding stands for itself.
+    move_rows(bindings, rows, kIpMacBindIp, {uLanIp, uLanMask, uOldLanMask}, &Move::moved);
+    rows.free(&rows);
+}
+
+db_table *get_dhcps_list_table(void)
+{
+    static constinit Table table{nullptr};
+    return open_once(table, "dhcps-list", kDhcpsList);
+}
+
+db_table *get_port_map_table(void)
+{
+    static constinit Table table{nullptr};
+    return open_once(table, "port-map", kPortMap);
+}
+
+db_table *get_ip_mac_bind_table(void)
+{
+    static constinit Table table{nullptr};
+    return open_once(table, "ip-mac-bind", kIpMacBind);
+}
 
 // ---- presence -------------------------------------------------------------------------------
 

@@ -24,7 +24,9 @@
 #include "platform/debug.h"
 #include "platform/hardware.h"
 #include "platform/process.h"
+#include "platform/text.h"
 #include "prod_common_hal.h"
+#include "prod_common_wan.h"
 
 using namespace prod;
 
@@ -335,6 +337,100 @@ void set_wan_mac(Site site, int wan_id, const Mac &mac)
 }
 
 // ---- DNS servers for the relay --------------------------------------------------------------
+
+/** One server as the relay's options: " -s 10.0.0.1 ". */
+using RelayOption = Text<32>;
+
+/** A VPN client that can be the device's way out, and where it leaves what it learnt. */
+struct VpnSource {
+    const char *enabled_key;
+    const char *proxy_key;
+    const char *resolver_file;
+    const char *ifname;
+};
+constexpr VpnSource kVpnSources[] = {
+    {"pptp.cli.pptpEnable", "pptp.cli.pptppxy", "/etc/ppp/resolv.conf.wan0", "ppp0"},
+    {"l2tp.cli.l2tpEnable", "l2tp.cli.l2tppxy", "/etc/ppp/resolv.conf.wan45", "ppp45"},
+};
+
+/** Servers as they are gathered, in the caller's text. */
+class RelayOptions
+{
+  public:
+    RelayOptions(char *text, int size) : text_(text), size_(size) {}
+
+    /** Adds a text from outside if it is a server. */
+    void add(const char *server)
+    {
+        if (is_server(server)) {
+            add_dns_to_buf(text_, size_, server);
+        }
+    }
+
+  private:
+    /**
+     * The relay is started with this text: what could be another option, or a shell's business, is
+     * no server, nor is an address too long for an option, which would be cut to another address.
+     */
+    static bool is_server(const char *text)
+    {
+        constexpr std::size_t kShortest = 7;  // "1.1.1.1"
+        constexpr std::size_t kLongest = RelayOption::capacity() - sizeof(" -s  ");
+        const std::string_view server{text};
+        return server.size() >= kShortest && server.size() <= kLongest && server != kNoAddress &&
+               server.find_first_not_of("0123456789ABCDEFabcdef.:%") == std::string_view::npos;
+    }
+
+    char *text_;
+    int size_;
+};
+
+/** The servers of the VPN that is the way out, as long as it is up. Of two only the first counts.
+ */
+void add_vpn_servers(RelayOptions &options)
+{
+    for (const VpnSource &vpn : kVpnSources) {
+        if (config_int(vpn.enabled_key) != 1 || config_int(vpn.proxy_key) != 1) {
+            continue;
+        }
+        LineReader<255> lines{vpn.resolver_file};
+        char address[kIpv4TextSize];
+        if (ifaddrs_get_ifip(vpn.ifname, address) == -1) {
+            return;
+        }
+        while (const char *const line = lines.next()) {
+            char server[256];
+            if (sscanf(line, "nameserver %255[^\n\r]", server) == 1) {
+                options.add(server);
+            }
+        }
+        return;
+    }
+}
+
+/** The servers that an operator set for a WAN, else those that its client learnt. */
+void add_wan_servers(RelayOptions &options, int wan_id)
+{
+    const bool manual = config_int(ConfigKey{"wan%d.manual.dns.en", wan_id}.c_str()) != 0;
+    for (const int i : {1, 2}) {
+        if (manual) {
+            options.add(ConfigValue{ConfigKey{"wan%d.manual.dns%d", wan_id, i}.c_str()}.c_str());
+            continue;
+        }
+        char server[INI_VALUE_SIZE] = {};
+        file_get_value_from_ini(Text<32>{"/etc/wan%d.ini", wan_id}.c_str(),
+                                Text<8>{"dns%d", i}.c_str(), server);
+        server[strcspn(server, "\n")] = '\0';
+        options.add(server);
+    }
+}
+
+/** Whether a radio is the device's uplink, which counts as WAN 0. */
+bool has_wireless_uplink()
+{
+    return ConfigValue{"wl2g.public.mode"} == "apclient" ||
+           ConfigValue{"wl5g.public.mode"} == "apclient";
+}
 
 }  // namespace
 
@@ -720,3 +816,34 @@ void wan_interface_addr_init(void)
 }
 
 // ---- DNS servers for the relay --------------------------------------------------------------
+
+void getAllWanDns(char *dns_buf, int size)
+{
+    if (dns_buf == nullptr || size <= 0) {
+        return;
+    }
+    memset(dns_buf, 0, static_cast<std::size_t>(size));
+    RelayOptions options{dns_buf, size};
+    add_vpn_servers(options);
+    const int lowest = has_wireless_uplink() ? WAN_ID_0 : WAN_ID_1;
+    for (int wan_id = WAN_ID_4; wan_id >= lowest; --wan_id) {
+        if (get_port_link_status(wanid_to_phyid(wan_id)) != 0) {
+            add_wan_servers(options, wan_id);
+        }
+    }
+    if (const Stream file{fopen("/etc/dns.conf", "we")}) {
+        fputs(dns_buf, file.get());
+    }
+}
+
+void add_dns_to_buf(char *dns_buf, int size, const char *dns)
+{
+    if (dns_buf == nullptr || dns == nullptr || size <= 0) {
+        return;
+    }
+    const auto room = static_cast<std::size_t>(size);
+    const std::size_t length = strnlen(dns_buf, room);
+    if (length < room && strstr(dns_buf, RelayOption{" %s ", dns}.c_str()) == nullptr) {
+        copy_text(dns_buf + length, room - length, RelayOption{" -s %s ", dns}.view());
+    }
+}

@@ -14,14 +14,20 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "internal/config.hpp"
 #include "internal/console.hpp"
 #include "internal/handle.hpp"
+#include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/text.hpp"
+#include "internal/trace.hpp"
 #include "platform/debug.h"
+#include "platform/km.h"
 #include "platform/process.h"
+#include "platform/text.h"
+#include "prod_common_file.h"
 #include "prod_common_hal.h"
 #include "prod_common_string.h"
 #include "prod_common_wifi.h"
@@ -49,6 +55,8 @@ QX_SYSMODE tell_mode(QX_SYSMODE mode, std::string_view name, char *out)
     copy_text(out, PROD_MODE_NAME_SIZE, name);
     return mode;
 }
+
+// ---- other daemons --------------------------------------------------------------------------
 
 bool set_time_limit(int fd, int which, int seconds)
 {
@@ -137,6 +145,61 @@ bool receive_response(Site site, const Fd &fd, char (&response)[PROD_RESPONSE_SI
     return true;
 }
 
+// ---- versions -------------------------------------------------------------------------------
+
+constexpr const char *kVersionFile = "/etc/prodversion.cfg";
+constexpr const char *kPolicyFile = "/etc/policy_bak.cfg";
+constexpr const char *kHardwareVersion = "1.0.0.0";
+constexpr std::size_t kPolicyLine = PROD_POLICY_VERSION_SIZE - 1;
+
+/** The version file's text; nullptr when it cannot be read. */
+Allocated<char> version_text()
+{
+    void *text = nullptr;
+    return Allocated<char>{
+        get_file_content(kVersionFile, &text, nullptr) == 1 ? static_cast<char *>(text) : nullptr};
+}
+
+/**
+ * The second of the fields between ";". The first must have a character, or the line has no second
+ * one.
+ */
+std::string_view second_field(const char *line)
+{
+    const std::size_t first = strcspn(line, ";");
+    if (first == 0 || line[first] == '\0') {
+        return {};
+    }
+    const char *const second = line + first + 1;
+    return {second, strcspn(second, ";")};
+}
+
+// ---- DNS redirection ------------------------------------------------------------------------
+
+using Json = std::unique_ptr<cJSON, Closer<cJSON_Delete>>;
+
+/** The module under which all JSON on its way to the kernel modules is shown. */
+constexpr const char *kKernelJson = "kjson";
+
+/** A rule as the kernel-module control takes it; nullptr when it cannot be built. */
+Json redirect_rule(const char *domain)
+{
+    Json rule{domain != nullptr ? cJSON_CreateObject() : nullptr};
+    if (rule != nullptr && cJSON_AddStringToObject(rule.get(), "Domain", domain) == nullptr) {
+        rule.reset();
+    }
+    return rule;
+}
+
+void show_rule(Site site, const cJSON *rule)
+{
+    if (dbg_enabled(kKernelJson, PROD_DBG_DEBUG)) {
+        json_trace(site, rule);
+    }
+}
+
+// ---- soft watchdog --------------------------------------------------------------------------
+
 /** Ends the process although its last words cannot be said, because nobody takes its output. */
 [[noreturn]] void end_process(int)
 {
@@ -195,6 +258,92 @@ int lang_is_cn(void)
     const ConfigValue language{"sys.language", 64};
     return language.empty() || strcasecmp(language.c_str(), "cn") == 0;
 }
+
+// ---- versions -------------------------------------------------------------------------------
+
+int get_prod_version(char *product_version, unsigned int len)
+{
+    if (product_version == nullptr || len == 0) {
+        return 0;
+    }
+    const Allocated<char> text = version_text();
+    if (text == nullptr || *text == '\0') {
+        return 0;
+    }
+    copy_text(product_version, len, text.get());
+    std::size_t length = strlen(product_version);
+    while (length > 0 && product_version[length - 1] == '\n') {
+        product_version[--length] = '\0';
+    }
+    return 1;
+}
+
+int get_hard_version(char *hard_version, unsigned int len)
+{
+    if (hard_version != nullptr) {
+        copy_text(hard_version, len, kHardwareVersion);
+    }
+    return 0;  // deliberate: what other functions call a failure is this one's only result
+}
+
+int get_svn_version(void)
+{
+    const Allocated<char> text = version_text();
+    const char *const number = text != nullptr ? strchr(text.get(), '(') : nullptr;
+    if (number == nullptr || number == text.get()) {
+        return 0;
+    }
+    const char *rest = number;
+    return static_cast<int>(take_number(rest, "(").value_or(0));
+}
+
+int get_policy_version(char *policy_version, unsigned int)
+{
+    if (policy_version == nullptr) {
+        return 1;
+    }
+    LineReader<kPolicyLine> lines{kPolicyFile};
+    if (!lines.is_open()) {
+        return 1;
+    }
+    const char *line;
+    do {
+        line = lines.next();
+    } while (line != nullptr && strstr(line, "ver") == nullptr);
+    const std::string_view version = line != nullptr ? second_field(line) : std::string_view{};
+    if (!version.empty()) {
+        copy_text(policy_version, PROD_POLICY_VERSION_SIZE, version);
+        string_str_trim(policy_version);
+    }
+    return 0;
+}
+
+// ---- DNS redirection ------------------------------------------------------------------------
+
+void add_dns_redirect_rule(const char *domain, const char *ip)
+{
+    const Json rule = redirect_rule(domain);
+    if (rule == nullptr || ip == nullptr ||
+        cJSON_AddStringToObject(rule.get(), "Ip", ip) == nullptr) {
+        PROD_LOG_ERROR(kProd, "Failed to add dns_redirect rule");
+        return;
+    }
+    show_rule(PROD_SITE, rule.get());
+    km_dns_redirect_add_rule(rule.get());
+}
+
+void del_dns_redirect_rule(const char *domain)
+{
+    const Json rule = redirect_rule(domain);
+    if (rule == nullptr) {
+        PROD_LOG_ERROR(kProd, "Failed to del rule by domain");
+        return;
+    }
+    show_rule(PROD_SITE, rule.get());
+    km_dns_redirect_del_rule(rule.get());
+}
+
+// ---- factory restore and other daemons ------------------------------------------------------
 
 void systool_restore_db(void)
 {

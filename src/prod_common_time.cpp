@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "internal/config.hpp"
+#include "internal/local_time.hpp"
 #include "internal/log.hpp"
 #include "internal/shell.hpp"
 #include "internal/text.hpp"
@@ -82,18 +83,17 @@ u64 monotonic_clock(u64 units_per_second)
            static_cast<u64>(now.tv_nsec) / ns_per_unit;
 }
 
-/** Writes a time of the device's zone as it is set now, whoever has set it since. */
 char *format_time(char (&out)[kDateSize], time_t when, bool with_clock)
 {
-    struct tm local = {};
-    tzset();
-    if (localtime_r(&when, &local) == nullptr) {
+    const std::optional<struct tm> local = local_time(when);
+    if (!local) {
         out[0] = '\0';
         return out;
     }
-    Text<kDateSize> text{"%04d-%02d-%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday};
+    Text<kDateSize> text{"%04d-%02d-%02d", local->tm_year + 1900, local->tm_mon + 1,
+                         local->tm_mday};
     if (with_clock) {
-        text.appendf(" %02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+        text.appendf(" %02d:%02d:%02d", local->tm_hour, local->tm_min, local->tm_sec);
     }
     copy_text(out, text.view());
     return out;

@@ -1,17 +1,26 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_wan.h"
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "internal/config.hpp"
+#include "internal/dns_message.hpp"
+#include "internal/factory.hpp"
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"
+#include "internal/shell.hpp"
+#include "internal/trace.hpp"
 #include "internal/wan.hpp"
 #include "platform/address.h"
 #include "platform/hardware.h"
@@ -23,6 +32,7 @@
 #include "prod_common_ifaddrs.h"
 #include "prod_common_string.h"
 #include "prod_common_system.h"
+#include "prod_common_time.h"
 
 using namespace prod;
 
@@ -39,6 +49,8 @@ namespace
 class Ports
 {
   public:
+    explicit Ports(std::size_t size = kPlacesSize) : places_("sys.ports", size) {}
+
     int count() const { return static_cast<int>(strlen(places_.c_str())); }
 
     /** Physical id of the port at a place, from 0; 0 when there is no such place. */
@@ -63,7 +75,7 @@ class Ports
 
   private:
     static constexpr std::size_t kPlacesSize = 32;
-    ConfigValue places_{"sys.ports", kPlacesSize};
+    ConfigValue places_;
 };
 
 /** The first so many ports are WANs; compared as it stands, however odd. */
@@ -247,9 +259,223 @@ bool read_server(const char *line, char (&server)[kServerSize])
 
 // ---- kind of access -------------------------------------------------------------------------
 
+constexpr int kProbeAttempts = 3;
+constexpr unsigned int kProbePause = 1;  // seconds
+
+/** A program that asks the line for one kind of access. */
+struct Probe {
+    const char *before;  // its command, before and behind the interface
+    const char *after;
+    bool (*is_answer)(std::string_view line);  // whether what it prints means success
+};
+
+constexpr Probe kPppoeProbe = {"discovery-pppoe -I ", " -t 2 -a 1 2>&1", [](std::string_view line) {
+                                   return line.starts_with("AC-Ethernet-Address: ");
+                               }};
+
+constexpr Probe kDhcpProbe = {"discovery-dhcp -i ", " -t 2 -p 2>&1", [](std::string_view line) {
+                                  return line.find("servermac=\"") != std::string_view::npos;
+                              }};
+
+/** Runs a probe once, with a name read anew: the WAN may be set up meanwhile. */
+bool probe_once(int wanid, const Probe &probe)
+{
+    char name[32] = {};
+    prod_common_get_phyifname(static_cast<unsigned int>(wanid), name, sizeof(name));
+    if (!can_name_interface(name)) {
+        return false;
+    }
+    const Text<256> command{"%s%s%s", probe.before, ShellWord{name}.c_str(), probe.after};
+    console_print("\033[1;%d;%dmExecuting: %s\n\033[0m", kBackground, kCyan, command.c_str());
+    const Pipe pipe{popen(command.c_str(), "re")};
+    char line[256];
+    while (pipe != nullptr && fgets(line, sizeof(line), pipe.get()) != nullptr) {
+        console_print("\033[0mOutput: %s\033[0m", line);
+        if (probe.is_answer(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Runs a probe until it succeeds or its attempts are used up, and shows how long that took. */
+bool is_answered(int wanid, const Probe &probe)
+{
+    const u64 start = get_now_ms();
+    bool answered = false;
+    for (int attempt = 0; attempt < kProbeAttempts && !answered; ++attempt) {
+        answered = probe_once(wanid, probe);
+        if (!answered) {
+            sleep(kProbePause);  // after the last attempt too
+        }
+    }
+    const u64 took = get_now_ms() - start;
+    console_print("\033[1;%d;%dmIt takes %llu.%03llus.\n\033[0m", kBackground, kCyan, took / 1000,
+                  took % 1000);
+    return answered;
+}
+
+/** Whether two keys hold the same text; an absent key holds an empty one. */
+bool hold_the_same(const char *key, const char *other_key)
+{
+    return ConfigValue{key} == ConfigValue{other_key}.c_str();
+}
+
 // ---- name resolution ------------------------------------------------------------------------
 
+constexpr timeval kDnsPatience = {.tv_sec = 2, .tv_usec = 0};
+constexpr uint16_t kDnsPort = 53;
+
+/** A datagram: a query on its way out, then the answer to it. */
+struct DnsMessage {
+    unsigned char bytes[kDnsMessageSize];
+    std::size_t size;
+};
+
+bool set_option(const Fd &fd, int option, const void *value, std::size_t size)
+{
+    return setsockopt(fd.get(), SOL_SOCKET, option, value, static_cast<socklen_t>(size)) == 0;
+}
+
+/** Sends the datagram, whole. */
+bool send_to(const Fd &fd, const char *server, const DnsMessage &message)
+{
+    sockaddr_in destination = {};
+    destination.sin_family = AF_INET;
+    destination.sin_port = htons(kDnsPort);
+    // A text that is no address becomes the broadcast one, where a socket may not send just so.
+    destination.sin_addr.s_addr = inet_addr(server);
+    errno = 0;  // a part that was sent leaves none
+    return sendto(fd.get(), message.bytes, message.size, 0,
+                  reinterpret_cast<const sockaddr *>(&destination),
+                  sizeof(destination)) == static_cast<ssize_t>(message.size);
+}
+
+/** Puts what arrives in place of the query; nothing of that stays behind it. */
+bool receive(const Fd &fd, DnsMessage &message)
+{
+    const ssize_t got = recv(fd.get(), message.bytes, sizeof(message.bytes), 0);
+    message.size = got > 0 ? static_cast<std::size_t>(got) : 0;
+    memset(message.bytes + message.size, 0, sizeof(message.bytes) - message.size);
+    return got >= 0;
+}
+
+/** Asks a server. @return nullptr, or the step that failed, with errno as it left it */
+const char *exchange(DnsMessage &message, const char *server, const char *ifname)
+{
+    const Fd fd{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    if (!fd) {
+        return "create socket";
+    }
+    if (!set_option(fd, SO_SNDTIMEO, &kDnsPatience, sizeof(kDnsPatience))) {
+        return "socket set send time";
+    }
+    if (!set_option(fd, SO_RCVTIMEO, &kDnsPatience, sizeof(kDnsPatience))) {
+        return "socket set recv time";
+    }
+    if (ifname != nullptr && *ifname != '\0') {
+        char device[32] = {};
+        memcpy(device, ifname, strnlen(ifname, IFNAMSIZ));
+        if (!set_option(fd, SO_BINDTODEVICE, device, sizeof(device))) {
+            return "bind interface";
+        }
+    }
+    if (!send_to(fd, server, message)) {
+        return "send request";
+    }
+    return receive(fd, message) ? nullptr : "recv response";
+}
+
 // ---- bridge and switch ----------------------------------------------------------------------
+
+constexpr const char *kForwarding = "/proc/sys/net/ipv4/ip_forward";
+constexpr int kLanSwitch = 1;
+constexpr std::size_t kAllPlacesSize = 64;  // what a change of the whole device looks at
+constexpr std::size_t kFactoryMacDigits = 12;
+
+/** Logs a command and runs it; nobody looks at its result. */
+PROD_PRINTF(2, 3) void run_logged(Site site, const char *format, ...)
+{
+    Text<256> command;
+    va_list args;
+    va_start(args, format);
+    command.vappend(format, args);
+    va_end(args);
+    PROD_LOG_GATED_AT(site, PROD_DBG_INFO, kProd, "<CMD> %s", command.c_str());
+    doSystemCmd("%s", command.c_str());
+}
+
+void move_ports(Site site)
+{
+    const Ports ports;
+    for (int i = 0; i < ports.count(); ++i) {
+        char name[32];
+        prod_common_get_port_ifname(static_cast<unsigned int>(i) + 1, name, sizeof(name));
+        if (!can_name_interface(name)) {
+            continue;
+        }
+        const bool is_wan = phyid_to_wanid(ports.at(i)) != 0;
+        run_logged(site, "brctl %s br0 %s", is_wan ? "delif" : "addif", ShellWord{name}.c_str());
+    }
+}
+
+/** Tells every port which side it is on. @return the ports as bits of a mask */
+unsigned int assign_ports()
+{
+    unsigned int mask = 0;
+    const Ports ports{kAllPlacesSize};
+    for (int i = 0; i < ports.count(); ++i) {
+        const int phyid = ports.at(i);
+        if (phyid >= 0 && phyid < 32) {
+            mask |= 1U << phyid;
+        }
+        ethswctl_wan_set_by_main_ifname(phyid, phyid_to_wanid(phyid) != 0);
+    }
+    return mask;
+}
+
+void set_bridge_mac(Site site)
+{
+    const FactoryValue mac{"HW_NIC0_ADDR", 64};
+    const char *const digits = mac.c_str();
+    if (strlen(digits) != kFactoryMacDigits ||
+        strspn(digits, "0123456789abcdefABCDEF") != kFactoryMacDigits) {
+        return;
+    }
+    Text<32> address{"%.2s", digits};
+    for (std::size_t i = 2; i < kFactoryMacDigits; i += 2) {
+        address.appendf(":%.2s", digits + i);
+    }
+    run_logged(site, "ifconfig br0 hw ether %s", address.c_str());
+}
+
+void set_bridge_address(Site site)
+{
+    const ConfigValue ip{"lan.ip", 64};
+    in_addr address;
+    // inet_aton() takes what follows a blank for a comment; a shell would not.
+    if (inet_aton(ip.c_str(), &address) != 0) {
+        run_logged(site, "ifconfig br0 %s", ShellWord{ip.c_str()}.c_str());
+    }
+}
+
+void bcm_leave_switch_only_mode()
+{
+    run_logged(PROD_SITE, "brctl addbr br0");
+    const int eth_id = kLanSwitch;
+    const unsigned int untag_bit = assign_ports();
+    const unsigned int tag_bit = 0;
+    const int result = iof_vlan_set(eth_id, untag_bit, tag_bit);
+    if (result != 0) {
+        PROD_LOG_ERROR(kProd, "Failed(%d) to %s", result,
+                       "iof_vlan_set(eth_id, untag_bit, tag_bit)");
+    }
+    update_bridge_test();
+    set_bridge_mac(PROD_SITE);
+    set_bridge_address(PROD_SITE);
+    PROD_LOG_INFO(kProd, "%s to file `%s`: 1", "Write", kForwarding);
+    do_file_cmd(kForwarding, 0, "1");
+}
 
 }  // namespace
 
@@ -583,6 +809,113 @@ char *prod_common_get_wanifname(unsigned int wanid, char *ifname, unsigned int i
 
 // ---- kind of access -------------------------------------------------------------------------
 
+int prod_detect_wan_type(int wanid)
+{
+    if (is_answered(wanid, kPppoeProbe)) {
+        return HLX_WAN_CONNECT_PPPOE;
+    }
+    return is_answered(wanid, kDhcpProbe) ? HLX_WAN_CONNECT_DHCP : HLX_WAN_CONNECT_STATIC;
+}
+
+int pppoe_v4_as_v6(int wanid)
+{
+    if (prod_cfm_get_int_val("wan%d.connecttype", wanid) != HLX_WAN_CONNECT_PPPOE ||
+        prod_cfm_get_int_val("ipv6.wan%d.type", wanid) != HLX_WAN_CONNECT_PPPOE) {
+        return 0;
+    }
+    // The IPv6 account is that of WAN 1, whichever WAN is asked for.
+    return hold_the_same(ConfigKey{"wan%d.ppoe.userid", wanid}.c_str(), "ipv6.wan1.pppoe.user") &&
+                   hold_the_same(ConfigKey{"wan%d.ppoe.pwd", wanid}.c_str(), "ipv6.wan1.pppoe.pwd")
+               ? 1
+               : 0;
+}
+
 // ---- name resolution ------------------------------------------------------------------------
 
+int prod_resolve_domain(const char *domain, const char *interface_name, const char *dnsserver,
+                        char *ipaddr1, char *ipaddr2, char *ipaddr3)
+{
+    if (domain == nullptr || dnsserver == nullptr || ipaddr1 == nullptr || *dnsserver == '\0' ||
+        strcmp(dnsserver, kNoAddress) == 0) {
+        return -1;
+    }
+    DnsMessage message;
+    message.size = make_dns_query(domain, message.bytes);
+    if (message.size == 0) {
+        return -1;
+    }
+    if (const char *const failed_step = exchange(message, dnsserver, interface_name)) {
+        perror(failed_step);
+        return -1;
+    }
+    // A third address has no place without a second one.
+    char *const texts[] = {ipaddr1, ipaddr2, ipaddr3};
+    const auto wanted =
+        static_cast<std::size_t>(std::find(texts, std::end(texts), nullptr) - texts);
+    in_addr addresses[std::size(texts)];
+    const std::size_t found = parse_dns_answer({message.bytes, message.size}, {addresses, wanted});
+    for (std::size_t i = 0; i < found; ++i) {
+        inet_ntop(AF_INET, &addresses[i], texts[i], kIpv4TextSize);
+    }
+    return static_cast<int>(found);
+}
+
+char *get_netcheck_hostname(char *domain)
+{
+    constexpr std::size_t kSize = 256;
+    if (domain == nullptr) {
+        return nullptr;
+    }
+    copy_text(domain, kSize, ConfigValue{"netcheck.hostname"}.c_str());
+    if (*domain == '\0') {
+        const char *const key = lang_is_cn() != 0 ? "netcheck.hostname.cn" : "netcheck.hostname.en";
+        copy_text(domain, kSize, ConfigValue{key}.c_str());
+    }
+    return domain;
+}
+
 // ---- bridge and switch ----------------------------------------------------------------------
+
+void update_bridge(void)
+{
+    move_ports(PROD_SITE);
+}
+
+void update_bridge_test(void)
+{
+    move_ports(PROD_SITE);
+}
+
+void ethswctl_wan_switch(const char *ifname, int enable)
+{
+    if (ifname == nullptr || !can_name_interface(ifname)) {
+        return;
+    }
+    const Text<256> command{"ethswctl -c wan -i %s -o %s", ShellWord{ifname}.c_str(),
+                            enable != 0 ? "enable" : "disable"};
+    command_trace(PROD_SITE, command.c_str());
+    doSystemCmd("%s", command.c_str());
+}
+
+int ethswctl_wan_set_by_main_ifname(int phy_port, int enable)
+{
+    const Text<32> key{"ports.phy.%d.eth", phy_port};
+    const ConfigValue ifname{key.c_str(), 128};
+    ethswctl_wan_switch(ifname.c_str(), enable);
+    return 0;
+}
+
+void leave_switch_only_mode(void)
+{
+    bcm_leave_switch_only_mode();
+}
+
+void down_lan_phy_connect(void)
+{
+    const Ports ports;
+    for (int i = 0; i < ports.count(); ++i) {
+        if (phyid_is_lan(ports.at(i)) != 0) {
+            iof_port_restart_auto_nego(ports.at(i));
+        }
+    }
+}

@@ -158,3 +158,21 @@ int ifaddrs_ip_increase(const char *ip, uint32_t step_mask, char *out, int)
     const in_addr address{htonl(*next)};
     return inet_ntop(AF_INET, &address, out, INET_ADDRSTRLEN) != nullptr ? 0 : -1;
 }
+
+int ifaddrs_get_ifip(const char *ifname, char *addr)
+{
+    if (addr == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    platform::Interface interface {
+        ifname
+    };
+    if (!interface.ask(SIOCGIFADDR)) {
+        return -1;
+    }
+    sockaddr_in address;
+    memcpy(&address, &interface.answer().ifr_addr, sizeof(address));
+    inet_ntop(AF_INET, &address.sin_addr, addr, INET_ADDRSTRLEN);
+    return 0;
+}

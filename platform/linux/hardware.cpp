@@ -3,9 +3,13 @@
 
 #include <fcntl.h>
 #include <linux/ethtool.h>
+#include <linux/if_bridge.h>
 #include <linux/neighbour.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 #include <linux/sockios.h>
 #include <net/if.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -194,6 +198,20 @@ bool read_port(const char *ifname, port_status &status)
     return true;
 }
 
+/** The interface behind a switch port; nullptr when the board has no such port. */
+const char *port_interface(const cJSON *board, int port)
+{
+    const cJSON *entry;
+    cJSON_ArrayForEach(entry, member(board, "ports"))
+    {
+        const cJSON *const id = member(entry, "id");
+        if (cJSON_IsNumber(id) != 0 && id->valueint == port) {
+            return platform::interface_of(member(entry, "ifname"));
+        }
+    }
+    return nullptr;
+}
+
 // ----------------------------------------------------------------------------- interface names
 
 struct EthName {
@@ -280,6 +298,94 @@ int take_in(const char *ifname, const unsigned char *mac)
     return err == EEXIST ? 0 : err;
 }
 
+// ---------------------------------------------------------------------------------------- switch
+
+constexpr int kSwitch = 1;        // the board's only one
+constexpr int kSwitchPorts = 32;  // as many as a mask has bits
+
+/** What a port is to the switch's VLAN. */
+enum class Membership { kNone, kTagged, kUntagged };
+
+Membership membership_of(int port, unsigned int untag_bit, unsigned int tag_bit)
+{
+    const unsigned int bit = 1U << port;
+    return (untag_bit & bit) != 0 ? Membership::kUntagged
+           : (tag_bit & bit) != 0 ? Membership::kTagged
+                                  : Membership::kNone;
+}
+
+/** Puts a port of a bridge into a VLAN or takes it out. @return 0 or an errno value */
+int set_membership(const char *ifname, int vlan, Membership membership)
+{
+    struct {
+        nlmsghdr head;
+        ifinfomsg link;
+        rtattr spec;
+        rtattr info;
+        bridge_vlan_info vlan;
+    } request{};
+    request.head.nlmsg_len = sizeof(request);
+    request.head.nlmsg_type = membership == Membership::kNone ? RTM_DELLINK : RTM_SETLINK;
+    request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+    request.link.ifi_family = AF_BRIDGE;
+    request.link.ifi_index = static_cast<int>(if_nametoindex(ifname));
+    request.spec.rta_type = IFLA_AF_SPEC;
+    request.spec.rta_len = sizeof(request.spec) + sizeof(request.info) + sizeof(request.vlan);
+    request.info.rta_type = IFLA_BRIDGE_VLAN_INFO;
+    request.info.rta_len = sizeof(request.info) + sizeof(request.vlan);
+    request.vlan.vid = static_cast<u16>(vlan);
+    // Frames that come without a tag belong to the VLAN as well.
+    request.vlan.flags =
+        membership == Membership::kUntagged ? BRIDGE_VLAN_INFO_UNTAGGED | BRIDGE_VLAN_INFO_PVID : 0;
+
+    const int err = platform::ask_rtnetlink(request.head);
+    const bool was_none = membership == Membership::kNone && err == ENOENT;
+    return was_none ? 0 : err;
+}
+
+/** The bridge that the kernel switches the ports of the LAN with. */
+class SwitchBridge
+{
+  public:
+    explicit SwitchBridge(const char *name) : name_(name != nullptr ? name : "") {}
+
+    bool has(const char *ifname) const
+    {
+        char path[kPathSize];
+        snprintf(path, sizeof(path), "/sys/class/net/%s/brif/%s", name_, ifname);
+        return access(path, F_OK) == 0;
+    }
+
+    bool tells_vlans_apart() const
+    {
+        char setting = '0';
+        const Fd fd{open_setting(O_RDONLY)};
+        return fd && read(fd.get(), &setting, 1) == 1 && setting == '1';
+    }
+
+    /** @return 0 or an errno value */
+    int tell_vlans_apart(bool whether) const
+    {
+        const Fd fd{open_setting(O_WRONLY)};
+        if (!fd) {
+            return errno == ENOENT ? EOPNOTSUPP : errno;
+        }
+        return write(fd.get(), whether ? "1" : "0", 1) == 1 ? 0 : errno;
+    }
+
+  private:
+    static constexpr std::size_t kPathSize = 64 + std::size_t{2} * IFNAMSIZ;
+
+    int open_setting(int how) const
+    {
+        char path[kPathSize];
+        snprintf(path, sizeof(path), "/sys/class/net/%s/bridge/vlan_filtering", name_);
+        return open(path, how | O_CLOEXEC);
+    }
+
+    const char *name_;
+};
+
 }  // namespace
 
 int iof_gpio_get(gpio_id_t id, unsigned int *state)
@@ -340,21 +446,12 @@ int iof_port_status_get(int port, port_status *status)
         return -1;
     }
     const Json board = platform::read_board();
-    const cJSON *entry;
-    cJSON_ArrayForEach(entry, member(board.get(), "ports"))
-    {
-        const cJSON *const id = member(entry, "id");
-        if (cJSON_IsNumber(id) == 0 || id->valueint != port) {
-            continue;
-        }
-        port_status now{};
-        if (!read_port(platform::interface_of(member(entry, "ifname")), now)) {
-            return -1;
-        }
-        *status = now;
-        return 0;
+    port_status now{};
+    if (!read_port(port_interface(board.get(), port), now)) {
+        return -1;
     }
-    return -1;
+    *status = now;
+    return 0;
 }
 
 char *iof_eth_name_get(eth_idx_t index)
@@ -390,4 +487,51 @@ int iof_mac_clone_set(unsigned char *mac)
         }
     }
     return result;
+}
+
+int iof_vlan_set(int eth_id, unsigned int untag_bit, unsigned int tag_bit)
+{
+    if (eth_id != kSwitch) {
+        return ENODEV;
+    }
+    const Json board = platform::read_board();
+    const SwitchBridge bridge{platform::interface_of(member(board.get(), "lan_bridge"))};
+    const char *switched[kSwitchPorts] = {};
+    bool all_untagged = true;
+    for (int port = 0; port < kSwitchPorts; ++port) {
+        const char *const ifname = port_interface(board.get(), port);
+        if (ifname != nullptr && bridge.has(ifname)) {
+            switched[port] = ifname;
+            all_untagged =
+                all_untagged && membership_of(port, untag_bit, tag_bit) == Membership::kUntagged;
+        }
+    }
+    // A bridge that does not look at tags at all is just this, on any kernel.
+    if (all_untagged && !bridge.tells_vlans_apart()) {
+        return 0;
+    }
+    int first_error = 0;
+    for (int port = 0; port < kSwitchPorts; ++port) {
+        const int err =
+            switched[port] != nullptr
+                ? set_membership(switched[port], eth_id, membership_of(port, untag_bit, tag_bit))
+                : 0;
+        first_error = first_error != 0 ? first_error : err;
+    }
+    const int err = bridge.tell_vlans_apart(!all_untagged);
+    return first_error != 0 ? first_error : err;
+}
+
+int iof_port_restart_auto_nego(int port)
+{
+    const Json board = platform::read_board();
+    const char *const ifname = port_interface(board.get(), port);
+    if (ifname == nullptr) {
+        return ENODEV;
+    }
+    platform::Interface interface {
+        ifname
+    };
+    ethtool_value restart{ETHTOOL_NWAY_RST, 0};
+    return interface.ask(SIOCETHTOOL, &restart) ? 0 : errno;
 }

@@ -3,21 +3,29 @@
 // Rates need two looks at the counters. One is remembered in a small file, so that a caller who
 // asks now and then never waits: the rate is that since the remembered look. Only when there is
 // none of a sensible age does a call take both looks itself.
+//
+// A DNS redirection is a hosts file of one line in the directory that dnsmasq was started with as
+// --hostsdir. dnsmasq sees the file come and, as of 2.87, go; a SIGHUP besides makes it forget what
+// it has cached for the name, and makes an older one notice the removal.
 #include "platform/km.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
 
 #include "board.hpp"
 #include "file.hpp"
+#include "platform/process.h"
 
 using platform::Fd;
 using platform::Json;
@@ -26,6 +34,8 @@ using platform::take_number;
 
 namespace
 {
+
+// ---- rates of the WANs -------------------------------------------------------------------------
 
 constexpr const char *kSamplesFile = "/var/run/wan_flow.samples";
 constexpr int kWans = 16;  // more than any board has
@@ -241,6 +251,107 @@ Json flow_of(const Sample &from, const Sample &to)
     return flow;
 }
 
+// ---- DNS redirection ---------------------------------------------------------------------------
+
+constexpr std::size_t kLongestDomain = 253;
+constexpr std::size_t kLongestLabel = 63;
+
+bool is_label_character(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+}
+
+/** A domain name in lower case, without the dot at its end; also the name of its rule's file. */
+class Domain
+{
+  public:
+    explicit Domain(const char *text)
+    {
+        std::string_view rest{text != nullptr ? text : ""};
+        if (rest.ends_with('.')) {
+            rest.remove_suffix(1);
+        }
+        if (rest.size() > kLongestDomain) {
+            return;
+        }
+        std::size_t label = 0;
+        for (const char c : rest) {
+            const char lower = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+            label = c == '.' ? 0 : label + 1;
+            // An empty label has nothing in front of the next dot; no path gets through this.
+            if (c == '.' ? size_ == 0 || name_[size_ - 1] == '.' : !is_label_character(lower)) {
+                return;
+            }
+            if (label > kLongestLabel) {
+                return;
+            }
+            name_[size_++] = lower;
+        }
+        valid_ = label > 0;
+    }
+
+    bool is_valid() const { return valid_; }
+    const char *c_str() const { return name_; }
+
+  private:
+    bool valid_ = false;
+    std::size_t size_ = 0;
+    char name_[kLongestDomain + 1] = {};
+};
+
+/** An address in the notation that everybody agrees on. */
+class Address
+{
+  public:
+    explicit Address(const char *text)
+    {
+        in6_addr address;
+        for (const int family : {AF_INET, AF_INET6}) {
+            if (text != nullptr && inet_pton(family, text, &address) == 1) {
+                valid_ = inet_ntop(family, &address, text_, sizeof(text_)) != nullptr;
+                return;
+            }
+        }
+    }
+
+    bool is_valid() const { return valid_; }
+    const char *c_str() const { return text_; }
+
+  private:
+    bool valid_ = false;
+    char text_[INET6_ADDRSTRLEN] = {};
+};
+
+/** Where a domain's rule is. */
+struct RulePath {
+    explicit RulePath(const Domain &domain)
+    {
+        snprintf(text, sizeof(text), "%s/%s", KM_DNS_REDIRECT_DIR, domain.c_str());
+    }
+    char text[sizeof(KM_DNS_REDIRECT_DIR) + 1 + kLongestDomain + 1];
+};
+
+/** Puts a whole file in the place of another, which nobody ever sees half written. */
+bool replace_file(const char *path, std::string_view text)
+{
+    char fresh[] = KM_DNS_REDIRECT_DIR "/.XXXXXX";  // dnsmasq passes over a leading dot
+    const Fd fd{mkostemp(fresh, O_CLOEXEC)};
+    if (!fd) {
+        return false;
+    }
+    const bool done = fchmod(fd.get(), 0644) == 0 && platform::write_all(fd.get(), text) &&
+                      rename(fresh, path) == 0;
+    if (!done) {
+        unlink(fresh);
+    }
+    return done;
+}
+
+void tell_name_server()
+{
+    proc_send_signal("dnsmasq", SIGHUP);
+}
+
 }  // namespace
 
 int km_wan_statistic_get_wan_flow(cJSON *object)
@@ -306,5 +417,32 @@ int km_wan_statistic_get_wan_flow(cJSON *object)
         return -1;
     }
     static_cast<void>(flows.release());
+    return 0;
+}
+
+int km_dns_redirect_add_rule(cJSON *rule)
+{
+    const Domain domain{platform::text_of(member(rule, "Domain"))};
+    const Address address{platform::text_of(member(rule, "Ip"))};
+    if (!domain.is_valid() || !address.is_valid()) {
+        return -1;
+    }
+    mkdir(KM_DNS_REDIRECT_DIR, 0755);
+    char line[INET6_ADDRSTRLEN + kLongestDomain + 3];
+    snprintf(line, sizeof(line), "%s %s\n", address.c_str(), domain.c_str());
+    if (!replace_file(RulePath{domain}.text, line)) {
+        return -1;
+    }
+    tell_name_server();
+    return 0;
+}
+
+int km_dns_redirect_del_rule(cJSON *rule)
+{
+    const Domain domain{platform::text_of(member(rule, "Domain"))};
+    if (!domain.is_valid() || unlink(RulePath{domain}.text) != 0) {
+        return -1;
+    }
+    tell_name_server();
     return 0;
 }

@@ -10,11 +10,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
 #include "file.hpp"
@@ -118,6 +121,108 @@ bool runs(const char *number, std::string_view wanted)
            platform::after(platform::first_of(stat, close_at), open_at + 1) == wanted;
 }
 
+/** Whether a directory entry of /proc is a process of a name. */
+bool is_process(const dirent &entry, std::string_view wanted)
+{
+    return entry.d_name[0] >= '1' && entry.d_name[0] <= '9' && runs(entry.d_name, wanted);
+}
+
+/** Walks through the processes of a name as the kernel keeps it. */
+class Processes
+{
+  public:
+    explicit Processes(const char *name)
+        : wanted_(name, strnlen(name, kKernelName)), proc_(opendir("/proc"))
+    {
+    }
+
+    /** The number of the next one, 0 behind the last. */
+    pid_t next()
+    {
+        while (const dirent *const entry = proc_ != nullptr ? readdir(proc_.get()) : nullptr) {
+            if (is_process(*entry, wanted_)) {
+                return static_cast<pid_t>(strtol(entry->d_name, nullptr, 10));
+            }
+        }
+        return 0;
+    }
+
+  private:
+    std::string_view wanted_;
+    platform::Dir proc_;
+};
+
+bool is_empty(const char *text)
+{
+    return text == nullptr || text[0] == '\0';
+}
+
+// ---- the process monitor -----------------------------------------------------------------------
+
+constexpr const char *kServices = "/var/service";  // where the monitor has a folder per daemon
+constexpr timespec kStopStep{0, 20000000};
+constexpr int kStopSteps = 100;  // two seconds
+
+/**
+ * One daemon in the process monitor's care, by the files of its "supervise" folder: commands go
+ * into "control", and "stat" tells what it does.
+ */
+class Service
+{
+  public:
+    explicit Service(const char *name) : name_(name) {}
+
+    /** Hands a command to the monitor; false when it does not look after the daemon. */
+    bool tell(char command) const
+    {
+        const platform::Fd control = open_file("control", O_WRONLY | O_NONBLOCK);
+        return control && write(control.get(), &command, 1) == 1;
+    }
+
+    /** Whether the daemon, and what ends it, has ended. */
+    bool is_down() const
+    {
+        const platform::Fd stat = open_file("stat", O_RDONLY);
+        char text[16];
+        const ssize_t got = stat ? read(stat.get(), text, sizeof(text)) : 0;
+        return got > 0 && std::string_view{text, static_cast<std::size_t>(got)}.starts_with("down");
+    }
+
+  private:
+    platform::Fd open_file(const char *file, int how) const
+    {
+        char path[PATH_MAX];
+        const int length =
+            snprintf(path, sizeof(path), "%s/%s/supervise/%s", kServices, name_, file);
+        return platform::Fd{length < static_cast<int>(sizeof(path)) ? open(path, how | O_CLOEXEC)
+                                                                    : -1};
+    }
+
+    const char *name_;
+};
+
+/** Waits until a daemon has ended, two seconds at most. */
+template <typename HasEnded>
+bool wait_for_end(HasEnded has_ended)
+{
+    for (int i = 0; i < kStopSteps; ++i) {
+        if (has_ended()) {
+            return true;
+        }
+        nanosleep(&kStopStep, nullptr);
+    }
+    return has_ended();
+}
+
+/** A stop that the monitor has been told of. */
+bool stop_supervised(const Service &service)
+{
+    const auto is_down = [&] { return service.is_down(); };
+    return wait_for_end(is_down) || (service.tell('k') && wait_for_end(is_down));
+}
+
+// ---- messages ----------------------------------------------------------------------------------
+
 int connect_again(int socket, const sockaddr_un &address)
 {
     int rc = 0;
@@ -172,17 +277,49 @@ int do_file_cmd(const char *path, int mode, const char *format, ...)
 
 int monitor_check_exist(const char *process_name)
 {
-    if (process_name == nullptr || process_name[0] == '\0') {
-        return 0;
+    return !is_empty(process_name) && Processes{process_name}.next() != 0 ? 1 : 0;
+}
+
+int proc_send_signal(const char *process_name, int signo)
+{
+    if (is_empty(process_name) || signo < 0 || signo >= NSIG) {
+        errno = EINVAL;
+        return -1;
     }
-    const std::string_view wanted{process_name, strnlen(process_name, kKernelName)};
-    const platform::Dir proc{opendir("/proc")};
-    while (const dirent *const entry = proc != nullptr ? readdir(proc.get()) : nullptr) {
-        if (entry->d_name[0] >= '1' && entry->d_name[0] <= '9' && runs(entry->d_name, wanted)) {
-            return 1;
+    int failure = ESRCH;
+    Processes processes{process_name};
+    while (const pid_t pid = processes.next()) {
+        if (kill(pid, signo) == 0) {
+            failure = 0;
+        } else if (failure == ESRCH) {
+            failure = errno;
         }
     }
-    return 0;
+    errno = failure;
+    return failure == 0 ? 0 : -1;
+}
+
+int monitor_stop(const char *process_name)
+{
+    if (is_empty(process_name) || process_name[0] == '.' || strchr(process_name, '/') != nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    const Service service{process_name};
+    if (service.tell('d') && !stop_supervised(service)) {
+        errno = ETIMEDOUT;
+        return -1;
+    }
+    for (const int signo : {SIGTERM, SIGKILL}) {
+        if (proc_send_signal(process_name, signo) != 0) {
+            return errno == ESRCH ? 0 : -1;
+        }
+        if (wait_for_end([=] { return monitor_check_exist(process_name) == 0; })) {
+            return 0;
+        }
+    }
+    errno = ETIMEDOUT;
+    return -1;
 }
 
 int hlx_proc_send_msg(HLX_MSG *frame, const char *socket_path)

@@ -13,6 +13,7 @@ namespace
 {
 
 constexpr std::size_t kLongestLine = 1024;
+constexpr std::string_view kWhiteSpace{" \t\n\v\f\r"};
 
 /** Lines of a file without their ends; what is beyond the limit is dropped with its line. */
 class Lines
@@ -78,4 +79,22 @@ int file_check_exist_or_not(const char *path)
 {
     struct stat status;
     return path != nullptr && stat(path, &status) == 0 ? 1 : 0;
+}
+
+char *string_str_trim(char *text)
+{
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const std::string_view whole{text};
+    const std::size_t last = whole.find_last_not_of(kWhiteSpace);
+    if (last == std::string_view::npos) {
+        text[0] = '\0';
+        return text;
+    }
+    const std::size_t first = whole.find_first_not_of(kWhiteSpace);
+    const std::size_t length = last + 1 - first;
+    memmove(text, text + first, length);
+    text[length] = '\0';
+    return text;
 }

@@ -1,5 +1,6 @@
 /* SPDX-License-Identifier: MIT */
 /* A C program that calls every area of the library, as a daemon of the device does. */
+#include <arpa/inet.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -104,6 +105,25 @@ static void strings(void)
     EXPECT(strcmp(get_self_pname(), "<null>") != 0);
 }
 
+static void lan_move(void)
+{
+    db_table *table = get_ip_mac_bind_table();
+    db_val_t values[3];
+    db_row_t *row;
+    EXPECT(table != NULL && table->col_num == 3);
+    if (table == NULL)
+        return;
+    values[0].s = "192.168.0.9";
+    values[1].s = "02:00:00:00:00:09";
+    values[2].s = NULL;
+    EXPECT(table->add(table, values) > 0);
+    check_lanip_change_sync_ipmac_bind(inet_addr("192.168.1.1"), inet_addr("255.255.255.0"),
+                                       inet_addr("255.255.255.0"));
+    row = table->find(table, 0, "192.168.1.9", 0);
+    EXPECT(row != NULL && strcmp(row->values[1].s, "02:00:00:00:00:09") == 0);
+    free(row);
+}
+
 static void files(void)
 {
     void *data = NULL;
@@ -126,6 +146,18 @@ static void configuration(void)
     EXPECT(prod_cfm_unset_val("capi.key") == 1);
 }
 
+static void policies(void)
+{
+    char values[PROD_POLICY_TEXT_SIZE] = "";
+    EXPECT(write_file("/etc/reboot_policy.cfg", "reboot_policy:enable=1\tname=Bob's", 34) == 1);
+    assem_policy_data("/etc/reboot_policy.cfg", "reboot_policy:", values);
+    EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
+    EXPECT(upload_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_backup_file_handle(FILE_OPERATE_BUTT, values, 0) == -1);
+    EXPECT(prod_systool_cfg_upload("no backup", 9) == CFG_FILE_INVALID);
+}
+
 static void json(void)
 {
     cJSON *object = cJSON_CreateObject();
@@ -145,6 +177,19 @@ static void wireless(void)
     EXPECT(strcmp(wifi_get_mibname("wlan0", "band", name), "wlan0_band") == 0);
     EXPECT(wifi_set_bss_val(2, 0, "bss_ssid", "capi") == 1);
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
+}
+
+static void firmware(void)
+{
+    static char text[] = "no image";
+    int type = 0;
+    EXPECT(flash_check_fw_type_and_crc(text, &type, sizeof(text)) == FW_VALID_IMAGE && type < 0);
+    EXPECT(flash_check_fw_type_and_crc(NULL, &type, 0) == FW_UPLOAD_ERROR);
+    EXPECT(flash_check_fw("/tmp/no_such_image", type) == FW_INVALID_FORMAT);
+    EXPECT(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, text, sizeof(text)) == -1);
+    EXPECT(g_fw_type == type);
+    EXPECT(prod_upgrade_image_to_flash() == -1);
+    kill_other_upgrade_process(UPGRADE_BUTT);
 }
 
 static void hardware_and_system(void)
@@ -172,6 +217,8 @@ static void networks(void)
     prod_cfm_set_val("wans.flag", "1");
     EXPECT(wanid_to_phyid(1) == 4);
     EXPECT(phyid_to_lanid(0) == 1);
+    EXPECT(pppoe_v4_as_v6(1) == 0);
+    EXPECT(ethswctl_wan_set_by_main_ifname(9, 0) == 0);
 }
 
 static void ipv6(void)
@@ -208,6 +255,19 @@ static void address_ranges(void)
     EXPECT(prod_check_ip("192.168.5.1") == 0 && prod_system_param_valid("a|b") == 0);
 }
 
+static void name_servers(void)
+{
+    char text[256] = "";
+    char name[256];
+    add_dns_to_buf(text, sizeof(text), "9.9.9.9");
+    EXPECT(strcmp(text, " -s 9.9.9.9 ") == 0);
+    getAllWanDns(text, sizeof(text));
+    EXPECT(text[0] == '\0');
+    prod_cfm_set_val("netcheck.hostname", "www.example.net");
+    EXPECT(strcmp(get_netcheck_hostname(name), "www.example.net") == 0);
+    EXPECT(prod_resolve_domain(name, "", "0.0.0.0", text, NULL, NULL) == -1);
+}
+
 static void wan_status(void)
 {
     WAN_IP_INFO_STRU saved = {"100.64.1.7", "255.255.255.0", "100.64.1.1", "9.9.9.9", "1.1.1.1"};
@@ -221,6 +281,32 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
+static void figures_and_storage(void)
+{
+    int memory = -1;
+    char now[PROD_CURTIME_SIZE];
+    char version[PROD_POLICY_VERSION_SIZE];
+    char disks[128];
+    char record[PROD_USB_RECORD_SIZE];
+    char message[PROD_AUDIT_MSG_SIZE] = "anna";
+    audit_save_log_info info;
+    EXPECT(systool_get_memInfo(&memory) == HLX_OK && memory > 0 && memory <= 100);
+    EXPECT(systool_get_memfree() > 0);
+    systool_get_curtime(now);
+    EXPECT(strlen(now) == 19);
+    EXPECT(get_prod_version(version, sizeof(version)) == 1 && get_svn_version() == 1);
+    EXPECT(get_hard_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0.0") == 0);
+    EXPECT(get_policy_version(version, sizeof(version)) == 0 && strcmp(version, "1.0.0") == 0);
+    add_dns_redirect_rule("capi.example", "192.0.2.1");
+    del_dns_redirect_rule("capi.example");
+    EXPECT(fill_audit_log_info(&info, "00:11:22:AA:BB:CC", "192.0.2.1", 4, message,
+                               sizeof(message)) == 1);
+    EXPECT(strncmp(info.msg, "user anna time:", 15) == 0 && info.appid == 4);
+    EXPECT(audit_log_set_new_usb_dir() == 0);
+    prod_common_usb_get_diskname(disks, sizeof(disks));
+    EXPECT(prod_common_write_usb_volume_to_file("sdz9", record, 0) == (int)strlen(record));
+}
+
 int main(void)
 {
     debug_levels();
@@ -229,15 +315,20 @@ int main(void)
     queues();
     threads();
     strings();
+    lan_move();
     files();
     configuration();
+    policies();
     json();
     wireless();
+    firmware();
     hardware_and_system();
     networks();
     ipv6();
     address_ranges();
     wan_status();
+    name_servers();
+    figures_and_storage();
     changed_files();
     return failures != 0;
 }

@@ -24,6 +24,12 @@ int main(void)
     FIELD(msg_buf_t, msg_type);
     printf("  %-16s at %zu\n", "data", offsetof(msg_buf_t, data));
 
+    RECORD(audit_save_log_info);
+    FIELD(audit_save_log_info, mac_addr);
+    FIELD(audit_save_log_info, ipaddr);
+    FIELD(audit_save_log_info, appid);
+    FIELD(audit_save_log_info, msg);
+
     RECORD(DHCPS_CLIENT_LIST);
     FIELD(DHCPS_CLIENT_LIST, mac);
     FIELD(DHCPS_CLIENT_LIST, ipaddr);
@@ -110,5 +116,52 @@ int main(void)
 
     RECORD(HLX_MSG);
     FIELD(HLX_MSG, Length);
+
+    RECORD(DHCPS_RULE);
+    FIELD(DHCPS_RULE, start_ip);
+    FIELD(DHCPS_RULE, end_ip);
+    FIELD(DHCPS_RULE, mask);
+    FIELD(DHCPS_RULE, gateway);
+    FIELD(DHCPS_RULE, dns1);
+    FIELD(DHCPS_RULE, dns2);
+
+    RECORD(db_col_t);
+    FIELD(db_col_t, index);
+    FIELD(db_col_t, name);
+    FIELD(db_col_t, type);
+    FIELD(db_col_t, unique);
+    FIELD(db_col_t, length);
+
+    RECORD(db_val_t);
+    FIELD(db_val_t, n);
+    FIELD(db_val_t, s);
+
+    RECORD(db_row_t);
+    FIELD(db_row_t, next);
+    FIELD(db_row_t, id);
+    FIELD(db_row_t, refer);
+    FIELD(db_row_t, col_num);
+    FIELD(db_row_t, values);
+
+    RECORD(db_result);
+    FIELD(db_result, rows);
+    FIELD(db_result, row_num);
+    FIELD(db_result, col_names);
+    FIELD(db_result, col_num);
+    FIELD(db_result, inited);
+    FIELD(db_result, free);
+
+    RECORD(db_table);
+    FIELD(db_table, find);
+    FIELD(db_table, get);
+    FIELD(db_table, set);
+    FIELD(db_table, all);
+    FIELD(db_table, lock);
+    FIELD(db_table, unlock);
+    FIELD(db_table, add);
+    FIELD(db_table, del);
+    FIELD(db_table, columns);
+    FIELD(db_table, col_num);
+    FIELD(db_table, port);
     return 0;
 }

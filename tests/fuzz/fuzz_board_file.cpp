@@ -6,6 +6,7 @@
 #include <initializer_list>
 
 #include "fuzz/fuzz.hpp"
+#include "platform/factory.h"
 #include "platform/hardware.h"
 #include "platform/km.h"
 #include "platform/wifi.h"
@@ -29,6 +30,20 @@ void ask_ports()
             FUZZ_CHECK(status.link == 7 && status.speed == 7 && status.duplex == 7);
         }
     }
+    FUZZ_CHECK(iof_vlan_set(1, 0, 0) == 0);  // nothing is in a bridge here
+}
+
+void ask_factory_settings()
+{
+    auto *const value = static_cast<char *>(malloc(FACTORY_VALUE_SIZE));
+    for (const char *const name : {"HW_NIC0_ADDR", "QX_ATE_SN", ""}) {
+        memset(value, '#', FACTORY_VALUE_SIZE);
+        const bool found = ApmibGetValue(name, value) != 0;
+        const std::size_t length = strnlen(value, FACTORY_VALUE_SIZE);
+        FUZZ_CHECK(length < FACTORY_VALUE_SIZE && found == (length > 0));
+        FUZZ_CHECK(strcmp(name, "HW_NIC0_ADDR") != 0 || length == 0 || length == 12);
+    }
+    free(value);
 }
 
 void ask_names()
@@ -85,6 +100,7 @@ void ask_rates()
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     fuzz::write_file("/etc/board.json", data, size);
+    ask_factory_settings();
     ask_ports();
     ask_names();
     ask_leds();

@@ -209,4 +209,36 @@ TEST(NextAddress, AlwaysComesToAnEnd)
     }
 }
 
+TEST(AddressOfInterface, IsTheKernels)
+{
+    ASSERT_EQ(
+        system("ip link add ip0 type veth peer name ip1 &&"
+               "ip address add 100.100.100.254/24 dev ip0 && ip address add 10.0.0.1/8 dev ip0"),
+        0);
+    char address[16] = "xxxxxxxxxxxxxxx";
+    const int before = test::open_descriptors();
+    EXPECT_EQ(ifaddrs_get_ifip("ip0", address), 0);
+    EXPECT_EQ(test::open_descriptors(), before);
+    EXPECT_STREQ(address, "100.100.100.254");
+}
+
+TEST(AddressOfInterface, Failures)
+{
+    ASSERT_EQ(system("ip link add bare0 type veth peer name bare1"), 0);
+    char address[16] = "as it was";
+    EXPECT_EQ(ifaddrs_get_ifip("bare0", address), -1);
+    EXPECT_EQ(errno, EADDRNOTAVAIL);
+    EXPECT_EQ(ifaddrs_get_ifip("none0", address), -1);
+    EXPECT_EQ(errno, ENODEV);
+    for (const char *const name : {static_cast<const char *>(nullptr), "", "sixteen_letters_"}) {
+        errno = 0;
+        EXPECT_EQ(ifaddrs_get_ifip(name, address), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_STREQ(address, "as it was");
+    errno = 0;
+    EXPECT_EQ(ifaddrs_get_ifip("lo", nullptr), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
 }  // namespace

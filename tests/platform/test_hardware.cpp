@@ -2,11 +2,19 @@
 // Run with the board file of the virtual device, whose LEDs are ordinary files.
 #include "platform/hardware.h"
 
+#include <dlfcn.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/if_bridge.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -19,6 +27,88 @@
 
 using test::read_text;
 using test::write_text;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/** In the place of a kernel whose bridge tells VLANs apart: what it is asked, what it answers. */
+struct VlanKernel {
+    std::vector<std::string> requests;
+    std::vector<int> answers;  // errno values in order; then all succeed
+    ssize_t answer_size = sizeof(nlmsghdr) + sizeof(nlmsgerr);
+};
+VlanKernel *vlan_kernel;
+
+/** A request as "set|unset INTERFACE vlan N [untagged] [pvid]". */
+std::string described(const void *data, std::size_t size)
+{
+    struct {
+        nlmsghdr head;
+        ifinfomsg link;
+        rtattr spec;
+        rtattr info;
+        bridge_vlan_info vlan;
+    } request;
+    if (size != sizeof(request)) {
+        return "a request of " + std::to_string(size) + " bytes";
+    }
+    memcpy(&request, data, size);
+    EXPECT_EQ(request.head.nlmsg_len, size);
+    EXPECT_EQ(request.head.nlmsg_flags, NLM_F_REQUEST | NLM_F_ACK);
+    EXPECT_EQ(request.link.ifi_family, AF_BRIDGE);
+    EXPECT_EQ(request.spec.rta_type, IFLA_AF_SPEC);
+    EXPECT_EQ(request.spec.rta_len, 12);
+    EXPECT_EQ(request.info.rta_type, IFLA_BRIDGE_VLAN_INFO);
+    EXPECT_EQ(request.info.rta_len, 8);
+    char ifname[IF_NAMESIZE] = "nobody";
+    if_indextoname(static_cast<unsigned int>(request.link.ifi_index), ifname);
+    std::string text = request.head.nlmsg_type == RTM_SETLINK   ? "set "
+                       : request.head.nlmsg_type == RTM_DELLINK ? "unset "
+                                                                : "? ";
+    text += std::string{ifname} + " vlan " + std::to_string(request.vlan.vid);
+    text += (request.vlan.flags & BRIDGE_VLAN_INFO_UNTAGGED) != 0 ? " untagged" : "";
+    text += (request.vlan.flags & BRIDGE_VLAN_INFO_PVID) != 0 ? " pvid" : "";
+    return text;
+}
+
+}  // namespace
+
+extern "C" {
+
+ssize_t send(int fd, const void *data, size_t size, int flags)
+{
+    if (vlan_kernel != nullptr) {
+        vlan_kernel->requests.push_back(described(data, size));
+        return static_cast<ssize_t>(size);
+    }
+    static const auto real =
+        reinterpret_cast<ssize_t (*)(int, const void *, size_t, int)>(dlsym(RTLD_NEXT, "send"));
+    return real(fd, data, size, flags);
+}
+
+ssize_t recv(int fd, void *data, size_t size, int flags)
+{
+    if (vlan_kernel != nullptr) {
+        struct {
+            nlmsghdr head;
+            nlmsgerr error;
+        } answer{};
+        answer.head.nlmsg_type = NLMSG_ERROR;
+        if (!vlan_kernel->answers.empty()) {
+            answer.error.error = -vlan_kernel->answers.front();
+            vlan_kernel->answers.erase(vlan_kernel->answers.begin());
+        }
+        EXPECT_GE(size, sizeof(answer));
+        memcpy(data, &answer, sizeof(answer));
+        return vlan_kernel->answer_size;
+    }
+    static const auto real =
+        reinterpret_cast<ssize_t (*)(int, void *, size_t, int)>(dlsym(RTLD_NEXT, "recv"));
+    return real(fd, data, size, flags);
+}
+}
 
 namespace
 {
@@ -197,6 +287,134 @@ TEST_F(Ports, WhatIsNotThere)
         EXPECT_EQ(status.link, 9U);
     }
     EXPECT_NE(iof_port_status_get(4, nullptr), 0);
+}
+
+TEST_F(Ports, NegotiatingAnew)
+{
+    // A pair of virtual devices has a link that nobody negotiates.
+    const int before = test::open_descriptors();
+    EXPECT_EQ(iof_port_restart_auto_nego(4), EOPNOTSUPP);
+    EXPECT_EQ(test::open_descriptors(), before);
+    for (const int port : {-1, 3, 5, 1000}) {
+        EXPECT_EQ(iof_port_restart_auto_nego(port), ENODEV) << port;
+    }
+    port_status status{};
+    EXPECT_EQ(iof_port_status_get(4, &status), 0);
+    EXPECT_EQ(status.link, 1U);
+}
+
+// ---------------------------------------------------------------------------------------- switch
+
+/** A bridge with the ports 4 and 2 in it; port 3 is no interface, ports 1 and 0 are their own. */
+class Switch : public testing::Test
+{
+  protected:
+    Switch()
+    {
+        run("ip link show eth1 >/dev/null 2>&1 || ip link add eth1 type veth peer name isp1");
+        run("ip link show eth3 >/dev/null 2>&1 || ip link add eth3 type veth peer name lan3");
+        run("ip link add eth4 type veth peer name lan4");
+        run("ip link add br0 type bridge && ip link set eth1 master br0 && "
+            "ip link set eth3 master br0");
+    }
+    ~Switch() override { run("ip link del br0 && ip link del eth4"); }
+
+    /** A bridge that knows the setting, as far as this port sees it. */
+    class Filtering
+    {
+      public:
+        explicit Filtering(const char *setting)
+        {
+            write_text("/sys/class/net/br0/bridge/vlan_filtering", setting);
+            vlan_kernel = &kernel;
+        }
+        ~Filtering() { vlan_kernel = nullptr; }
+        static std::string setting()
+        {
+            return read_text("/sys/class/net/br0/bridge/vlan_filtering");
+        }
+        VlanKernel kernel;
+
+      private:
+        test::MountedFolder mounted_{"/sys/class/net/br0/bridge"};
+    };
+};
+
+TEST_F(Switch, UntaggedPortsNeedNoVlans)
+{
+    const int before = test::open_descriptors();
+    EXPECT_EQ(iof_vlan_set(1, 0x1F, 0), 0);
+    EXPECT_EQ(iof_vlan_set(1, 0x14, 0x0B), 0) << "the others are not in the bridge";
+    EXPECT_EQ(test::open_descriptors(), before);
+    Filtering bridge{"0\n"};
+    EXPECT_EQ(iof_vlan_set(1, 0xFFFFFFFF, 0xFFFFFFFF), 0) << "in both masks is untagged";
+    EXPECT_THAT(bridge.kernel.requests, IsEmpty());
+    EXPECT_EQ(Filtering::setting(), "0\n");
+}
+
+TEST_F(Switch, AKernelWithoutVlans)
+{
+    // Whatever this kernel can: its answer is told, and nothing is claimed that is not so.
+    const bool can = test::exists("/sys/class/net/br0/bridge/vlan_filtering");
+    EXPECT_EQ(iof_vlan_set(1, 0x10, 0x04), can ? 0 : EOPNOTSUPP);
+    EXPECT_EQ(iof_vlan_set(1, 0x10, 0), can ? 0 : EOPNOTSUPP);
+    EXPECT_EQ(iof_vlan_set(1, 0, 0), can ? 0 : EOPNOTSUPP);
+    EXPECT_EQ(iof_vlan_set(1, 0x14, 0), 0);
+}
+
+TEST_F(Switch, TaggedPortsAndPortsOutside)
+{
+    Filtering bridge{"0\n"};
+    EXPECT_EQ(iof_vlan_set(1, 0x10, 0x04), 0);
+    EXPECT_THAT(bridge.kernel.requests,
+                ElementsAre("set eth3 vlan 1", "set eth1 vlan 1 untagged pvid"));
+    EXPECT_EQ(Filtering::setting().front(), '1');
+    bridge.kernel.requests.clear();
+    bridge.kernel.answers = {ENOENT};
+    EXPECT_EQ(iof_vlan_set(1, 0x10, 0x01), 0) << "it was no member before";
+    EXPECT_THAT(bridge.kernel.requests,
+                ElementsAre("unset eth3 vlan 1", "set eth1 vlan 1 untagged pvid"));
+}
+
+TEST_F(Switch, BackToUntagged)
+{
+    Filtering bridge{"1\n"};
+    EXPECT_EQ(iof_vlan_set(1, 0x1F, 0), 0);
+    EXPECT_THAT(bridge.kernel.requests,
+                ElementsAre("set eth3 vlan 1 untagged pvid", "set eth1 vlan 1 untagged pvid"));
+    EXPECT_EQ(Filtering::setting().front(), '0');
+}
+
+TEST_F(Switch, TheFirstFailureIsTold)
+{
+    Filtering bridge{"0\n"};
+    bridge.kernel.answers = {EPERM, EBUSY};
+    EXPECT_EQ(iof_vlan_set(1, 0, 0x14), EPERM);
+    EXPECT_EQ(bridge.kernel.requests.size(), 2U);
+    EXPECT_EQ(Filtering::setting().front(), '1') << "the other steps are done";
+    bridge.kernel.answers = {ENOENT};
+    EXPECT_EQ(iof_vlan_set(1, 0, 0x14), ENOENT) << "only a port that leaves may be out already";
+    bridge.kernel.answer_size = sizeof(nlmsghdr) + 3;
+    EXPECT_EQ(iof_vlan_set(1, 0, 0x14), EPROTO);
+    bridge.kernel.answer_size = 0;
+    EXPECT_EQ(iof_vlan_set(1, 0, 0x14), EPROTO);
+}
+
+TEST_F(Switch, OtherSwitchesAndBoards)
+{
+    for (const int eth_id : {0, 2, -1, 4096}) {
+        EXPECT_EQ(iof_vlan_set(eth_id, 0x1F, 0), ENODEV) << eth_id;
+    }
+    const std::string kept = read_text(kBoard);
+    for (const char *const board :
+         {"", "{}", R"({"lan_bridge": "br0", "ports": [{"id": 32, "ifname": "eth1"}]})",
+          R"({"lan_bridge": 7, "ports": [{"id": 4, "ifname": "eth1"}]})",
+          R"({"lan_bridge": "../br0", "ports": [{"id": 4, "ifname": "eth1"}]})",
+          R"({"lan_bridge": "br9", "ports": [{"id": 4, "ifname": "eth1"}]})"}) {
+        write_text(kBoard, board);
+        EXPECT_EQ(iof_vlan_set(1, 0, 0), 0) << "no port, nothing to do: " << board;
+    }
+    write_text(kBoard, kept);
 }
 
 // ------------------------------------------------------------------------------------ board file

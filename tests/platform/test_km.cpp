@@ -6,14 +6,19 @@
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
+#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -368,6 +373,206 @@ TEST_F(WanFlow, AnObjectUsedTwiceHoldsOneAnswer)
     EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
     EXPECT_EQ(km_wan_statistic_get_wan_flow(object.get()), 0);
     EXPECT_EQ(cJSON_GetArraySize(object.get()), 1);
+}
+
+// ---- DNS redirection -------------------------------------------------------------------------
+
+/** Stands for the LAN's name server: counts the SIGHUPs it gets. */
+class NameServer
+{
+  public:
+    NameServer()
+    {
+        EXPECT_EQ(pipe(ends_), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            sigset_t hup;
+            sigemptyset(&hup);
+            sigaddset(&hup, SIGHUP);
+            sigprocmask(SIG_BLOCK, &hup, nullptr);
+            prctl(PR_SET_NAME, "dnsmasq");
+            write(ends_[1], "r", 1);
+            for (int signo = 0; sigwait(&hup, &signo) == 0;) {
+                write(ends_[1], "h", 1);
+            }
+            _exit(0);
+        }
+        EXPECT_EQ(next(), 'r');
+    }
+    ~NameServer()
+    {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        close(ends_[0]);
+        close(ends_[1]);
+    }
+
+    /** Whether it was told since the last question. */
+    bool was_told() { return next() == 'h'; }
+
+  private:
+    char next()
+    {
+        pollfd ready{ends_[0], POLLIN, 0};
+        char byte = 0;
+        return poll(&ready, 1, 300) == 1 && read(ends_[0], &byte, 1) == 1 ? byte : '-';
+    }
+
+    int ends_[2];
+    pid_t pid_;
+};
+
+Json rule(const char *domain, const char *address = nullptr)
+{
+    Json object{cJSON_CreateObject(), &cJSON_Delete};
+    cJSON_AddStringToObject(object.get(), "Domain", domain);
+    if (address != nullptr) {
+        cJSON_AddStringToObject(object.get(), "Ip", address);
+    }
+    return object;
+}
+
+class DnsRedirection : public testing::Test
+{
+  protected:
+    void SetUp() override { test::remove_all(KM_DNS_REDIRECT_DIR); }
+
+    static std::string rule_of(const std::string &domain)
+    {
+        return read_text(std::string{KM_DNS_REDIRECT_DIR} + "/" + domain);
+    }
+    static std::size_t rules()
+    {
+        std::size_t count = 0;
+        std::error_code none;
+        for ([[maybe_unused]] const auto &entry :
+             std::filesystem::directory_iterator{KM_DNS_REDIRECT_DIR, none}) {
+            ++count;
+        }
+        return count;
+    }
+    static bool add(const char *domain, const char *address)
+    {
+        return km_dns_redirect_add_rule(rule(domain, address).get()) == 0;
+    }
+    static bool del(const char *domain)
+    {
+        return km_dns_redirect_del_rule(rule(domain).get()) == 0;
+    }
+};
+
+TEST_F(DnsRedirection, ARuleIsAHostsFile)
+{
+    NameServer server;
+    EXPECT_TRUE(add("www.example.net", "192.168.0.77"));
+    EXPECT_EQ(rule_of("www.example.net"), "192.168.0.77 www.example.net\n");
+    EXPECT_TRUE(server.was_told());
+    struct stat status;
+    ASSERT_EQ(stat(KM_DNS_REDIRECT_DIR "/www.example.net", &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644U) << "the server runs as another user";
+    EXPECT_TRUE(add("www.example.net", "192.168.0.78"));
+    EXPECT_EQ(rule_of("www.example.net"), "192.168.0.78 www.example.net\n");
+    EXPECT_TRUE(server.was_told());
+    EXPECT_TRUE(add("ip6.example.net", "2001:DB8::0:1"));
+    EXPECT_EQ(rule_of("ip6.example.net"), "2001:db8::1 ip6.example.net\n");
+    EXPECT_EQ(rules(), 2U);
+    EXPECT_TRUE(server.was_told());
+    EXPECT_TRUE(del("www.example.net"));
+    EXPECT_EQ(rules(), 1U);
+    EXPECT_TRUE(server.was_told());
+    EXPECT_FALSE(del("www.example.net"));
+    EXPECT_FALSE(server.was_told());
+}
+
+TEST_F(DnsRedirection, WithoutANameServer)
+{
+    const int before = test::open_descriptors();
+    EXPECT_TRUE(add("router", "192.168.0.1"));
+    EXPECT_TRUE(del("router"));
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST_F(DnsRedirection, NamesInAnyCaseAndWithADotAtTheirEnd)
+{
+    EXPECT_TRUE(add("WWW.Example.NET.", "192.168.0.77"));
+    EXPECT_EQ(rule_of("www.example.net"), "192.168.0.77 www.example.net\n");
+    EXPECT_TRUE(del("www.example.NET"));
+    const std::string label(63, 'x');
+    const std::string longest = label + "." + label + "." + label + "." + std::string(61, 'x');
+    ASSERT_EQ(longest.size(), 253U);
+    EXPECT_TRUE(add(longest.c_str(), "192.168.0.77"));
+    EXPECT_EQ(rule_of(longest), "192.168.0.77 " + longest + "\n");
+    EXPECT_FALSE(add((longest + "x").c_str(), "192.168.0.77"));
+    EXPECT_TRUE(add("_dns.x-1.9", "192.168.0.77"));
+}
+
+TEST_F(DnsRedirection, NamesThatAreNone)
+{
+    write_text("/var/run/victim", "precious");
+    for (const std::string name :
+         {"", ".", "..", "a..b", ".a", "a..", "../victim", "/var/run/victim", "a/b", "a b", "a\n",
+          "*", "*.example.net", "a\\b", "caf\xc3\xa9.example", "#a", "a~"}) {
+        EXPECT_FALSE(add(name.c_str(), "192.168.0.77")) << name;
+        EXPECT_FALSE(del(name.c_str())) << name;
+    }
+    EXPECT_FALSE(add((std::string(64, 'x') + ".example").c_str(), "192.168.0.77"));
+    EXPECT_EQ(rules(), 0U);
+    EXPECT_EQ(read_text("/var/run/victim"), "precious");
+}
+
+TEST_F(DnsRedirection, AddressesThatAreNone)
+{
+    for (const char *const address :
+         {"", "192.168.0", "192.168.0.256", "192.168.0.1 ", " 192.168.0.1", "192.168.0.1\n", "host",
+          "1", "0x7f.1", ":::", "fe80::1%eth0", "192.168.0.1/24"}) {
+        EXPECT_FALSE(add("www.example.net", address)) << address;
+    }
+    EXPECT_EQ(rules(), 0U);
+}
+
+TEST_F(DnsRedirection, ObjectsThatAreNoRules)
+{
+    EXPECT_NE(km_dns_redirect_add_rule(nullptr), 0);
+    EXPECT_NE(km_dns_redirect_del_rule(nullptr), 0);
+    for (const char *const text : {"{}", "[]", "7", R"({"Domain":7,"Ip":7})", R"({"Domain":"a"})",
+                                   R"({"Ip":"192.0.2.1"})", R"({"domain":"a","ip":"192.0.2.1"})"}) {
+        const Json object{cJSON_Parse(text), &cJSON_Delete};
+        EXPECT_NE(km_dns_redirect_add_rule(object.get()), 0) << text;
+        EXPECT_NE(km_dns_redirect_del_rule(object.get()), 0) << text;
+        const Json again{cJSON_Parse(text), &cJSON_Delete};
+        EXPECT_TRUE(cJSON_Compare(object.get(), again.get(), 1)) << "the object stays as it is";
+    }
+}
+
+TEST_F(DnsRedirection, WithoutRoomNothingChanges)
+{
+    const test::MountedFolder full{KM_DNS_REDIRECT_DIR, "size=16k"};
+    ASSERT_TRUE(add("a.example", "192.168.0.77"));
+    full.fill();
+    EXPECT_FALSE(add("a.example", "192.168.0.78"));
+    EXPECT_FALSE(add("b.example", "192.168.0.78"));
+    EXPECT_EQ(rule_of("a.example"), "192.168.0.77 a.example\n");
+    EXPECT_EQ(rules(), 2U) << "nothing is left but the rule and the filler";
+}
+
+TEST_F(DnsRedirection, ManyCallersAtOnce)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([i] {
+            const std::string name = "host" + std::to_string(i) + ".example";
+            for (int round = 0; round < 50; ++round) {
+                EXPECT_TRUE(add(name.c_str(), "192.168.0.77"));
+                EXPECT_TRUE(add("shared.example", "192.168.0.78"));
+                EXPECT_TRUE(del(name.c_str()));
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(rules(), 1U);
+    EXPECT_EQ(rule_of("shared.example"), "192.168.0.78 shared.example\n");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -198,6 +200,226 @@ TEST(ProcessExists, OneThatEndedDoesNot)
     EXPECT_EQ(monitor_check_exist("pppd_wan1"), 0);  // not buried yet
 }
 
+// ------------------------------------------------------------------------------------- signals
+
+/** Every child that is a process of that name ends by this signal, -1 while it lives. */
+int ended_by(const Named &process)
+{
+    siginfo_t info = {};
+    const int rc =
+        waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT | WNOHANG);
+    return rc == 0 && info.si_pid == process.pid() ? info.si_status : -1;
+}
+
+int ends_by(const Named &process)
+{
+    siginfo_t info = {};
+    waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT);
+    return info.si_status;
+}
+
+TEST(SendSignal, ToEveryProcessOfThatName)
+{
+    const Named one{"pppd_l2tp"};
+    const Named two{"pppd_l2tp"};
+    const Named other{"pppd_l2tp2"};
+    EXPECT_EQ(proc_send_signal("pppd_l2tp", 0), 0);
+    EXPECT_EQ(proc_send_signal("pppd_l2tp", SIGHUP), 0);
+    EXPECT_EQ(ends_by(one), SIGHUP);
+    EXPECT_EQ(ends_by(two), SIGHUP);
+    EXPECT_EQ(ended_by(other), -1);
+}
+
+TEST(SendSignal, TheKernelKeeps15Characters)
+{
+    const Named daemon{"a_very_long_name_indeed"};
+    EXPECT_EQ(proc_send_signal("a_very_long_name_indeed", SIGUSR1), 0);
+    EXPECT_EQ(ends_by(daemon), SIGUSR1);
+}
+
+TEST(SendSignal, ToNobody)
+{
+    const int before = test::open_descriptors();
+    EXPECT_EQ(proc_send_signal("pppd_l2tp", SIGHUP), -1);
+    EXPECT_EQ(errno, ESRCH);
+    EXPECT_EQ(test::open_descriptors(), before);
+    for (const char *const name : {static_cast<const char *>(nullptr), ""}) {
+        EXPECT_EQ(proc_send_signal(name, SIGHUP), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    for (const int signo : {-1, NSIG}) {
+        EXPECT_EQ(proc_send_signal("pppd_l2tp", signo), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+}
+
+TEST(SendSignal, OneThatEndedIsNobody)
+{
+    const Named daemon{"pppd_l2tp"};
+    kill(daemon.pid(), SIGKILL);
+    EXPECT_EQ(ends_by(daemon), SIGKILL);
+    EXPECT_EQ(proc_send_signal("pppd_l2tp", SIGHUP), -1);
+    EXPECT_EQ(errno, ESRCH);
+}
+
+// ----------------------------------------------------------------------------- process monitor
+
+double seconds(const std::function<void()> &code)
+{
+    const auto start = std::chrono::steady_clock::now();
+    code();
+    return std::chrono::duration<double>{std::chrono::steady_clock::now() - start}.count();
+}
+
+TEST(MonitorStop, AProcessThatNobodyLooksAfter)
+{
+    const Named one{"multiwan"};
+    const Named two{"multiwan"};
+    EXPECT_EQ(monitor_stop("multiwan"), 0);
+    EXPECT_EQ(ended_by(one), SIGTERM);
+    EXPECT_EQ(ended_by(two), SIGTERM);
+}
+
+TEST(MonitorStop, NobodyIsStoppedAtOnce)
+{
+    const int before = test::open_descriptors();
+    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 0.5);
+    EXPECT_EQ(test::open_descriptors(), before);
+}
+
+TEST(MonitorStop, OneThatDoesNotWantToIsKilled)
+{
+    const auto before = signal(SIGTERM, SIG_IGN);
+    const Named stubborn{"multiwan"};
+    signal(SIGTERM, before);
+    const double time = seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); });
+    EXPECT_EQ(ended_by(stubborn), SIGKILL);
+    EXPECT_GT(time, 1.5);
+    EXPECT_LT(time, 6.0);
+}
+
+/**
+ * The process monitor's files for one daemon, and what it does with commands: "d" ends the daemon
+ * and leaves it so, "k" kills it; a daemon that ends otherwise is started again at once.
+ */
+class Supervised
+{
+  public:
+    explicit Supervised(const char *name, bool stubborn = false)
+        : name_(name), folder_(std::string{"/var/service/"} + name + "/supervise")
+    {
+        write_text(folder_ + "/stat", "run\n");
+        EXPECT_EQ(mkfifo((folder_ + "/control").c_str(), 0600), 0);
+        control_ = open((folder_ + "/control").c_str(), O_RDWR | O_CLOEXEC);
+        const auto before = stubborn ? signal(SIGTERM, SIG_IGN) : SIG_DFL;
+        daemon_ = std::make_unique<Named>(name);
+        if (stubborn) {
+            signal(SIGTERM, before);
+        }
+        monitor_ = std::thread{[this] { look_after(); }};
+    }
+    ~Supervised()
+    {
+        EXPECT_EQ(write(control_, "x", 1), 1);
+        monitor_.join();
+        close(control_);
+        test::remove_all("/var/service");
+    }
+    const std::string &commands() const { return commands_; }
+    int starts() const { return starts_; }
+
+  private:
+    void look_after()
+    {
+        bool wanted = true;
+        for (;;) {
+            pollfd ready{control_, POLLIN, 0};
+            char command = 0;
+            if (poll(&ready, 1, 10) == 1) {
+                ASSERT_EQ(read(control_, &command, 1), 1);
+            }
+            if (command == 'x') {
+                return;
+            }
+            if (command != 0) {
+                commands_ += command;
+                wanted = false;
+                kill(daemon_->pid(), command == 'k' ? SIGKILL : SIGTERM);
+                write_text(folder_ + "/stat", "run, want down\n");
+            }
+            if (ended_by(*daemon_) != -1 && wanted) {
+                daemon_ = std::make_unique<Named>(name_);
+                ++starts_;
+            } else if (ended_by(*daemon_) != -1) {
+                write_text(folder_ + "/stat", "down\n");
+            }
+        }
+    }
+
+    const char *name_;
+    std::string folder_;
+    int control_;
+    std::unique_ptr<Named> daemon_;
+    std::thread monitor_;
+    std::string commands_;
+    int starts_ = 0;
+};
+
+TEST(MonitorStop, OneThatIsLookedAfterStaysStopped)
+{
+    const Supervised service{"multiwan"};
+    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 1.5);
+    EXPECT_EQ(monitor_check_exist("multiwan"), 0);
+    usleep(100000);
+    EXPECT_EQ(monitor_check_exist("multiwan"), 0);
+    EXPECT_EQ(service.commands(), "d");
+    EXPECT_EQ(service.starts(), 0);
+    EXPECT_EQ(monitor_stop("multiwan"), 0);  // again
+}
+
+TEST(MonitorStop, OneThatIsLookedAfterAndDoesNotWantTo)
+{
+    const Supervised service{"multiwan", true};
+    EXPECT_EQ(monitor_stop("multiwan"), 0);
+    EXPECT_EQ(monitor_check_exist("multiwan"), 0);
+    EXPECT_EQ(service.commands(), "dk");
+}
+
+TEST(MonitorStop, AMonitorThatDoesNotRun)
+{
+    write_text("/var/service/multiwan/supervise/stat", "run\n");
+    ASSERT_EQ(mkfifo("/var/service/multiwan/supervise/control", 0600), 0);
+    const Named process{"multiwan"};
+    EXPECT_EQ(monitor_stop("multiwan"), 0);
+    EXPECT_EQ(ended_by(process), SIGTERM);
+    test::remove_all("/var/service");
+}
+
+TEST(MonitorStop, ADaemonThatNeverEnds)
+{
+    // A monitor that takes commands and does nothing.
+    write_text("/var/service/multiwan/supervise/stat", "run, want down\n");
+    ASSERT_EQ(mkfifo("/var/service/multiwan/supervise/control", 0600), 0);
+    const int control = open("/var/service/multiwan/supervise/control", O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(monitor_stop("multiwan"), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    char commands[8] = "";
+    EXPECT_EQ(read(control, commands, sizeof(commands)), 2);
+    EXPECT_STREQ(commands, "dk");
+    close(control);
+    test::remove_all("/var/service");
+}
+
+TEST(MonitorStop, NamesThatCannotBe)
+{
+    for (const char *const name :
+         {static_cast<const char *>(nullptr), "", ".", "..", "../x", "a/b"}) {
+        EXPECT_EQ(monitor_stop(name), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_EQ(monitor_stop(std::string(5000, 'x').c_str()), 0);
+}
+
 // ------------------------------------------------------------------------------------- messages
 
 constexpr const char *kSocket = "/tmp/server";
@@ -278,13 +500,6 @@ TEST(SendMessage, ADaemonThatIsMissing)
     }
     EXPECT_LT(hlx_proc_send_msg(Frame{"x"}.message, kSocket), 0);
     EXPECT_EQ(errno, ECONNREFUSED);
-}
-
-double seconds(const std::function<void()> &code)
-{
-    const auto start = std::chrono::steady_clock::now();
-    code();
-    return std::chrono::duration<double>{std::chrono::steady_clock::now() - start}.count();
 }
 
 TEST(SendMessage, ADaemonThatDoesNotReadHoldsNobodyUp)

@@ -89,4 +89,23 @@ TEST(FileExists, FollowsLinks)
     EXPECT_EQ(file_check_exist_or_not("/tmp/dangling"), 0);
 }
 
+std::string trimmed(std::string text)
+{
+    EXPECT_EQ(string_str_trim(text.data()), text.data());
+    return text.c_str();
+}
+
+TEST(Trim, WhiteSpaceAroundATextInPlace)
+{
+    EXPECT_EQ(trimmed("V1.0"), "V1.0");
+    EXPECT_EQ(trimmed(" \t\r\n\v\fV1.0 beta\f\v\n\r\t "), "V1.0 beta");
+    EXPECT_EQ(trimmed("x "), "x");
+    EXPECT_EQ(trimmed(" x"), "x");
+    EXPECT_EQ(trimmed(" \n\t"), "");
+    EXPECT_EQ(trimmed(""), "");
+    EXPECT_EQ(trimmed("\xa0x\xff"), "\xa0x\xff");
+    EXPECT_EQ(trimmed(std::string(5000, ' ') + "x" + std::string(5000, '\n')), "x");
+    EXPECT_EQ(string_str_trim(nullptr), nullptr);
+}
+
 }  // namespace

@@ -2,9 +2,13 @@
 #include "support/commands.hpp"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <set>
 
 #include "platform/process.h"
 
@@ -14,6 +18,23 @@ namespace
 bool recording;
 std::vector<std::string> commands;
 std::function<int(const std::string &)> answer_to;
+
+std::function<std::optional<std::string>(const std::string &)> pipe_answer;
+std::vector<std::string> piped;
+std::set<FILE *> open_pipes;
+
+/** A stream that holds a text to be read. */
+FILE *stream_of(const std::string &text)
+{
+    const int fd = memfd_create("pipe", MFD_CLOEXEC);
+    if (write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        abort();
+    }
+    lseek(fd, 0, SEEK_SET);
+    FILE *const stream = fdopen(fd, "r");
+    open_pipes.insert(stream);
+    return stream;
+}
 
 int record(const std::string &command)
 {
@@ -46,6 +67,25 @@ int doSystemCmd(const char *format, ...)
     const auto real = reinterpret_cast<int (*)(const char *, ...)>(dlsym(RTLD_NEXT, "doSystemCmd"));
     return real("%s", command);
 }
+
+FILE *popen(const char *command, const char *type)
+{
+    if (pipe_answer == nullptr) {
+        return reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "popen"))(
+            command, type);
+    }
+    piped.emplace_back(command);
+    const std::optional<std::string> text = pipe_answer(command);
+    return text ? stream_of(*text) : nullptr;
+}
+
+int pclose(FILE *stream)
+{
+    if (open_pipes.erase(stream) != 0) {
+        return fclose(stream);
+    }
+    return reinterpret_cast<int (*)(FILE *)>(dlsym(RTLD_NEXT, "pclose"))(stream);
+}
 }
 
 namespace test
@@ -67,6 +107,27 @@ RecordedCommands::~RecordedCommands()
 const std::vector<std::string> &RecordedCommands::all() const
 {
     return commands;
+}
+
+RecordedPipes::RecordedPipes(std::function<std::optional<std::string>(const std::string &)> answer)
+{
+    piped.clear();
+    pipe_answer = std::move(answer);
+}
+
+RecordedPipes::~RecordedPipes()
+{
+    pipe_answer = nullptr;
+}
+
+const std::vector<std::string> &RecordedPipes::all() const
+{
+    return piped;
+}
+
+std::size_t RecordedPipes::left_open() const
+{
+    return open_pipes.size();
 }
 
 }  // namespace test

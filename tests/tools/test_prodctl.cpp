@@ -13,6 +13,7 @@
 #include "support/files.hpp"
 #include "tool.hpp"
 
+using test::lines_of;
 using test::on_a_terminal;
 using test::Outcome;
 using test::prodctl;
@@ -27,17 +28,6 @@ using testing::StartsWith;
 
 namespace
 {
-
-Words lines_of(const std::string &text)
-{
-    Words lines;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find('\n', at), text.size());
-        lines.push_back(text.substr(at, end - at));
-        at = end + 1;
-    }
-    return lines;
-}
 
 Words with(Words words, const std::string &last)
 {
@@ -119,7 +109,9 @@ TEST(Help, AtEachLevel)
                                      "check usb",       "check partition",  "check host",
                                      "str hex",         "str unhex",        "str mac",
                                      "str hash",        "lan check",        "check address",
-                                     "check param"}) {
+                                     "check param",     "wan dns collect",  "wan resolve",
+                                     "backup save",     "backup load",      "backup verify",
+                                     "policy list",     "policy export",    "policy import"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }
@@ -344,7 +336,8 @@ TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
     EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi", "watch"}));
-    EXPECT_EQ(offered({"wan", ""}), (Words{"status", "ports", "dns", "macs", "save-lease"}));
+    EXPECT_EQ(offered({"wan", ""}),
+              (Words{"status", "ports", "dns", "resolve", "macs", "detect", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));
     EXPECT_EQ(offered({"--json", "wan", "st"}), (Words{"status"}));
     EXPECT_THAT(offered({"nonesuch", ""}), IsEmpty());
@@ -376,28 +369,10 @@ TEST(Completion, Arguments)
     EXPECT_EQ(offered({"debug", "log", "--function", "f", "p"}), (Words{"prod"}));
 }
 
-/** What bash completes the line to: the candidates for its last word. */
+/** What bash completes the line to. */
 Words bash_completes(const Words &words)
 {
-    std::string quoted;
-    for (const std::string &word : words) {
-        quoted += " '" + word + "'";
-    }
-    const Outcome outcome =
-        test::program({PRODCTL_BASH, "-c",
-                       "source '" PRODCTL_SOURCES "/prodctl.bash'\n"
-                       "complete -p prodctl || exit\n"
-                       "COMP_WORDS=('" PRODCTL "'" +
-                           quoted +
-                           ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
-                           "_prodctl '" PRODCTL "' \"${COMP_WORDS[COMP_CWORD]}\" x\n"
-                           "[ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\\n' \"${COMPREPLY[@]}\"\n"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-    Words lines = lines_of(outcome.out);
-    EXPECT_EQ(lines.front(), "complete -F _prodctl prodctl");
-    lines.erase(lines.begin());
-    return lines;
+    return test::bash_completes(PRODCTL_SOURCES "/prodctl.bash", PRODCTL, words);
 }
 
 TEST(Completion, Bash)

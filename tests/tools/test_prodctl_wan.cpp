@@ -692,12 +692,16 @@ TEST_F(Status, EverythingOnOnePage)
     const Bridge bridge;
     bridge.knows("192.168.0.100", "02:00:5e:00:53:01");
     set_dbg_level("prod", PROD_DBG_ERROR);
+    test::write_text("/etc/resolv.conf", "nameserver 9.9.9.9\nnameserver 1.1.1.1\n");
+    const FileHolds relay{"/etc/dns.conf", " -s 100.64.1.1  -s 2001:db8::53 "};
     const Outcome outcome = prodctl({"status"});
     EXPECT_EQ(outcome.status, 0);
     for (const char *const part :
          {"System\n------\n  system mode  gateway (3)\n",
           "\n\nWANs\n----\nWAN 1 connected (dhcp)\n", "\n\nWAN 2 no wire (static)\n",
           "\n\nIPv6\n----\nWAN 1 eth1\n  global      -\n  link-local  fe80::",
+          "\n\nName servers\n------------\n  resolver  9.9.9.9, 1.1.1.1\n"
+          "  relay     100.64.1.1, 2001:db8::53\n",
           "\n\nPorts\n-----\nPLACE  PHYSICAL",
           "\n\nNeighbours on the LAN\n---------------------\nADDRESS", "192.168.0.100",
           "\n\nDebug levels\n------------\nMODULE  LEVEL\nprod    error\n"}) {
@@ -729,8 +733,8 @@ TEST_F(Status, OfABareDevice)
     ASSERT_EQ(SetValue("sys.ports", ""), 1);
     const std::string page = prodctl({"status"}).out;
     for (const char *const part :
-         {"No WAN is configured.\n", "No port is configured.\n", "No neighbour is known.\n",
-          "No module is registered: only errors are written.\n"}) {
+         {"No WAN is configured.\n", "  resolver  -\n  relay     -\n", "No port is configured.\n",
+          "No neighbour is known.\n", "No module is registered: only errors are written.\n"}) {
         EXPECT_THAT(page, HasSubstr(part));
     }
 }

@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "support/files.hpp"
 #include "support/network.hpp"
 
@@ -58,6 +60,26 @@ int wait_for(pid_t child)
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/** What appears on the terminal of a program, without carriage returns, and how it ends. */
+std::pair<int, std::string> run_on_a_terminal(const std::function<pid_t(int screen)> &start_there)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_GE(screen, 0);
+    const pid_t child = start_there(screen);
+    close(screen);
+    std::string text;
+    char part[512];
+    ssize_t got;
+    while ((got = read(terminal, part, sizeof(part))) > 0) {  // ends with the last open screen
+        text.append(part, static_cast<std::size_t>(got));
+    }
+    close(terminal);
+    std::erase(text, '\r');
+    return {wait_for(child), text};
 }
 
 Words with_path(const Words &arguments)
@@ -111,26 +133,59 @@ void link_is_up(const std::string &ifname)
     });
 }
 
+Words lines_of(const std::string &text)
+{
+    Words lines;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+Words bash_completes(const std::string &script, const std::string &program, const Words &words)
+{
+    const std::string name = program.substr(program.rfind('/') + 1);
+    std::string function = "_" + name;
+    std::replace(function.begin(), function.end(), '-', '_');
+    std::string line = "'" + program + "'";
+    for (const std::string &word : words) {
+        line += " '" + word + "'";
+    }
+    const Outcome outcome = test::program(
+        {PRODCTL_BASH, "-c",
+         "source '" + script + "'\ncomplete -p " + name + " || exit\nCOMP_WORDS=(" + line +
+             ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n" + function + " '" + program +
+             "' \"${COMP_WORDS[COMP_CWORD]}\" \"${COMP_WORDS[COMP_CWORD - 1]}\"\n"
+             "[ ${#COMPREPLY[@]} -eq 0 ] || printf '%s\\n' \"${COMPREPLY[@]}\"\n"});
+    EXPECT_EQ(outcome.status, 0) << outcome;
+    EXPECT_EQ(outcome.err, "");
+    Words lines = lines_of(outcome.out);
+    EXPECT_FALSE(lines.empty());
+    EXPECT_EQ(lines.front(), "complete -F " + function + " " + name);
+    lines.erase(lines.begin());
+    return lines;
+}
+
 std::string on_a_terminal(const Words &arguments)
 {
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
-    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    EXPECT_GE(screen, 0);
     const int nothing = memory();
-    const pid_t child = start(with_path(arguments), nothing, screen, nothing, [] {});
+    const auto [status, text] = run_on_a_terminal(
+        [&](int screen) { return start(with_path(arguments), nothing, screen, nothing, [] {}); });
     close(nothing);
-    close(screen);
-    std::string text;
-    char part[512];
-    ssize_t got;
-    while ((got = read(terminal, part, sizeof(part))) > 0) {  // ends with the last open screen
-        text.append(part, static_cast<std::size_t>(got));
-    }
-    close(terminal);
-    EXPECT_EQ(wait_for(child), 0);
-    std::erase(text, '\r');
+    EXPECT_EQ(status, 0);
     return text;
+}
+
+Outcome with_errors_on_a_terminal(const Words &arguments)
+{
+    const int in = memory();
+    const int out = memory();
+    const auto [status, text] = run_on_a_terminal(
+        [&](int screen) { return start(with_path(arguments), in, out, screen, [] {}); });
+    close(in);
+    return {status, content(out), text};
 }
 
 void refuses(const Words &arguments, const std::string &command, const std::string &complaint)

@@ -42,8 +42,20 @@ void eventually(const std::string &what, const std::function<bool()> &true_at_la
 /** Waits until the kernel says that the link of an interface is up, which it may do later. */
 void link_is_up(const std::string &ifname);
 
+/** The lines of a text, without their line breaks. */
+Words lines_of(const std::string &text);
+
+/**
+ * What bash completes the line of a program to, by its completion script: the candidates for the
+ * last of @p words, which follow the program.
+ */
+Words bash_completes(const std::string &script, const std::string &program, const Words &words);
+
 /** What prodctl shows on a terminal. */
 std::string on_a_terminal(const Words &arguments);
+
+/** The same, with a terminal for standard error only. */
+Outcome with_errors_on_a_terminal(const Words &arguments);
 
 /**
  * A command line that is refused: status 2, nothing on standard output, the complaint of that

@@ -2,6 +2,7 @@
 #include "prod_common_system.h"
 
 #include <arpa/inet.h>
+#include <cjson/cJSON.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,16 +17,19 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/hardware.h"
+#include "platform/km.h"
 #include "prod_common_string.h"
 #include "support/capture.hpp"
 #include "support/commands.hpp"
@@ -53,6 +57,14 @@ int failing_option;
 std::array<unsigned int, 8> alarms;  // the last ones; a handler calls alarm(), so no vector
 std::size_t alarm_count;
 bool fast_alarms;
+std::vector<std::string> redirections;  // what the kernel-module control was asked for, in order
+
+std::string asked(const char *what, cJSON *rule)
+{
+    const std::unique_ptr<char, decltype(&cJSON_free)> text{cJSON_PrintUnformatted(rule),
+                                                            &cJSON_free};
+    return std::string{what} + " " + text.get();
+}
 
 }  // namespace
 
@@ -67,6 +79,18 @@ int iof_gpio_set(gpio_id_t id, led_pattern_t pattern)
 int iof_gpio_set_start(gpio_id_t, int)
 {
     return 0;
+}
+
+int km_dns_redirect_add_rule(cJSON *rule)
+{
+    redirections.push_back(asked("add", rule));
+    return -1;  // nobody looks at it
+}
+
+int km_dns_redirect_del_rule(cJSON *rule)
+{
+    redirections.push_back(asked("del", rule));
+    return -1;
 }
 
 void show_backtrace(void)
@@ -729,6 +753,236 @@ TEST(SendAndRecv, ManyThreadsAtOnce)
     for (std::thread &thread : threads) {
         thread.join();
     }
+}
+
+/* Versions */
+
+constexpr const char *kVersionFile = "/etc/prodversion.cfg";
+constexpr const char *kPolicyFile = "/etc/policy_bak.cfg";
+
+class Versions : public testing::Test
+{
+  protected:
+    void TearDown() override
+    {
+        write_text(kVersionFile, "V1.0.0(1)\n");
+        test::remove_all(kPolicyFile);
+    }
+};
+
+std::string product_version(const std::string &file, unsigned int room = 64)
+{
+    write_text(kVersionFile, file);
+    char text[64];
+    memset(text, '#', sizeof(text));
+    EXPECT_EQ(get_prod_version(text, room), 1) << file;
+    return text;
+}
+
+TEST_F(Versions, OfTheProduct)
+{
+    EXPECT_EQ(product_version("V2.0(77)\n"), "V2.0(77)");
+    EXPECT_EQ(product_version("V2.0(77)"), "V2.0(77)");
+    EXPECT_EQ(product_version("V2.0\nline two\n\n\n"), "V2.0\nline two");
+    EXPECT_EQ(product_version("\n\n"), "");
+    EXPECT_EQ(product_version("V2.0 \r\n"), "V2.0 \r");
+}
+
+TEST_F(Versions, OfTheProductCutToItsRoom)
+{
+    EXPECT_EQ(product_version("V2.0(77)\n", 4), "V2.");
+    EXPECT_EQ(product_version("V\n2.0\n", 3), "V");
+    EXPECT_EQ(product_version("V2.0(77)\n", 1), "");
+    EXPECT_EQ(product_version("V2.0(77)\n", 9), "V2.0(77)");
+    EXPECT_EQ(product_version("V2.0(77)\n", 8), "V2.0(77");
+}
+
+TEST_F(Versions, OfAProductThatHasNone)
+{
+    char text[8] = "before";
+    EXPECT_EQ(get_prod_version(text, 0), 0);
+    EXPECT_EQ(get_prod_version(nullptr, 8), 0);
+    write_text(kVersionFile, "");
+    EXPECT_EQ(get_prod_version(text, 8), 0);
+    test::remove_all(kVersionFile);
+    EXPECT_EQ(get_prod_version(text, 8), 0);
+    EXPECT_STREQ(text, "before");
+}
+
+TEST_F(Versions, OfTheHardware)
+{
+    char text[16];
+    memset(text, '#', sizeof(text));
+    EXPECT_EQ(get_hard_version(text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "1.0.0.0");
+    EXPECT_EQ(text[8], '#');
+    EXPECT_EQ(get_hard_version(text, 4), 0);
+    EXPECT_STREQ(text, "1.0");
+    EXPECT_EQ(get_hard_version(text, 1), 0);
+    EXPECT_STREQ(text, "");
+    strcpy(text, "before");
+    EXPECT_EQ(get_hard_version(text, 0), 0);
+    EXPECT_STREQ(text, "before");
+    EXPECT_EQ(get_hard_version(nullptr, 8), 0);
+}
+
+TEST_F(Versions, BuildNumber)
+{
+    const std::pair<std::string, int> kCases[] = {
+        {"V2.0(77)\n", 77},
+        {"V2.0(77", 77},
+        {"V2.0( -5)", -5},
+        {"V2.0()", 0},
+        {"V2.0(x77)", 0},
+        {"V2.0", 0},
+        {"", 0},
+        {"(77)", 0},
+        {"\n(77)", 77},
+        {"V(1)(2)", 1},
+        {"V(a)(2)", 0},
+        {"V(0x10)", 0},
+        {"V(2147483647)", INT_MAX},
+        {"V(12.5)", 12},
+    };
+    for (const auto &[text, number] : kCases) {
+        write_text(kVersionFile, text);
+        EXPECT_EQ(get_svn_version(), number) << text;
+    }
+    write_text(kVersionFile, std::string("V2\0(77)", 8));
+    EXPECT_EQ(get_svn_version(), 0);
+    test::remove_all(kVersionFile);
+    EXPECT_EQ(get_svn_version(), 0);
+}
+
+/** What get_policy_version() leaves in a buffer that held "before". */
+std::string policy_version(const std::string &file)
+{
+    write_text(kPolicyFile, file);
+    char text[PROD_POLICY_VERSION_SIZE] = "before";
+    EXPECT_EQ(get_policy_version(text, 1), 0);  // the size is not looked at
+    return text;
+}
+
+TEST_F(Versions, OfThePolicies)
+{
+    EXPECT_EQ(policy_version("ver;1.2.3;x\n"), "1.2.3");
+    EXPECT_EQ(policy_version("a;b\nver;1.2.3\nver;4\n"), "1.2.3");
+    EXPECT_EQ(policy_version("# policies;over;\n"), "over");
+    EXPECT_EQ(policy_version("the version; \t1.2.3 \r\n"), "1.2.3");
+    EXPECT_EQ(policy_version("ver;a b;"), "a b");
+    EXPECT_EQ(policy_version("ver; \n"), "");
+}
+
+TEST_F(Versions, OfPoliciesWithoutOne)
+{
+    for (const char *const text :
+         {"", "a;b;c\n", "ver\n", "ver;", ";ver;x\n", "ver;;x\n", "VER;1\n"}) {
+        EXPECT_EQ(policy_version(text), "before") << text;
+    }
+    // Only the first such line counts.
+    EXPECT_EQ(policy_version("ver;;1\nver;2\n"), "before");
+}
+
+TEST_F(Versions, OfPoliciesInLongLines)
+{
+    // The 256th character begins another line.
+    EXPECT_EQ(policy_version("ver;" + std::string(300, '7')), std::string(251, '7'));
+    EXPECT_EQ(policy_version(std::string(255, 'x') + "ver;8\n"), "8");
+    EXPECT_EQ(policy_version(std::string(253, 'x') + "ver;8\n"), "before");
+}
+
+TEST_F(Versions, OfPoliciesWithoutAFileOrABuffer)
+{
+    char text[PROD_POLICY_VERSION_SIZE] = "before";
+    test::remove_all(kPolicyFile);
+    EXPECT_EQ(get_policy_version(text, sizeof(text)), 1);
+    write_text(kPolicyFile, "ver;1\n");
+    EXPECT_EQ(get_policy_version(nullptr, 8), 1);
+    EXPECT_STREQ(text, "before");
+}
+
+/* DNS redirection */
+
+class DnsRedirection : public testing::Test
+{
+  protected:
+    void SetUp() override { redirections.clear(); }
+};
+
+TEST_F(DnsRedirection, IsAskedOfTheKernelModules)
+{
+    EXPECT_EQ(printed_at(
+                  PROD_DBG_ERROR,
+                  [] {
+                      add_dns_redirect_rule("www.example.net", "192.168.0.1");
+                      del_dns_redirect_rule("www.example.net");
+                      add_dns_redirect_rule("", "");
+                  },
+                  "kjson"),
+              "");
+    EXPECT_THAT(redirections,
+                ElementsAre(R"(add {"Domain":"www.example.net","Ip":"192.168.0.1"})",
+                            R"(del {"Domain":"www.example.net"})", R"(add {"Domain":"","Ip":""})"));
+}
+
+/** The trace of a rule. */
+std::string shown(const char *function, const std::string &rule)
+{
+    char name[21];
+    snprintf(name, sizeof(name), "%-20.20s", function);
+    return test::literally("\033[0m[") + "[0-9]{4} [0-9]{2}:[0-9]{2}:[0-9]{2}" +
+           test::literally("] \033[0m\033[1;40;35m") + "[0-9]{4,}" +
+           test::literally(std::string{" "} + name + ": >>>> " + rule + " <<<<\n\033[0m");
+}
+
+TEST_F(DnsRedirection, IsShownToWhoAsks)
+{
+    EXPECT_THAT(
+        printed_at(
+            PROD_DBG_DEBUG, [] { add_dns_redirect_rule("a.example", "192.0.2.1"); }, "kjson"),
+        Prints(shown("add_dns_redirect_rule",
+                     "{\n\t\"Domain\":\t\"a.example\",\n\t\"Ip\":\t\"192.0.2.1\"\n}")));
+    EXPECT_THAT(printed_at(
+                    PROD_DBG_TRACE, [] { del_dns_redirect_rule("a.example"); }, "kjson"),
+                Prints(shown("del_dns_redirect_rule", "{\n\t\"Domain\":\t\"a.example\"\n}")));
+    EXPECT_EQ(redirections.size(), 2U);
+}
+
+TEST_F(DnsRedirection, RulesThatCannotBeBuilt)
+{
+    const std::string add =
+        log_line(PROD_DBG_ERROR, "add_dns_redirect_rule", "Failed to add dns_redirect rule");
+    const std::string del =
+        log_line(PROD_DBG_ERROR, "del_dns_redirect_rule", "Failed to del rule by domain");
+    EXPECT_THAT(printed([] { add_dns_redirect_rule(nullptr, "192.0.2.1"); }), Prints(add));
+    EXPECT_THAT(printed([] { add_dns_redirect_rule("a.example", nullptr); }), Prints(add));
+    EXPECT_THAT(printed([] { del_dns_redirect_rule(nullptr); }), Prints(del));
+
+    // Memory that runs out at each allocation in turn.
+    static int left;
+    static int in_use;
+    cJSON_Hooks hooks{[](std::size_t size) -> void * {
+                          if (left-- <= 0) {
+                              return nullptr;
+                          }
+                          ++in_use;
+                          return malloc(size);
+                      },
+                      [](void *block) {
+                          in_use -= block != nullptr ? 1 : 0;
+                          free(block);
+                      }};
+    cJSON_InitHooks(&hooks);
+    for (int i = 0; i < 7; ++i) {
+        left = i;
+        EXPECT_THAT(printed([] { add_dns_redirect_rule("a.example", "192.0.2.1"); }), Prints(add))
+            << i;
+        left = std::min(i, 3);
+        EXPECT_THAT(printed([] { del_dns_redirect_rule("a.example"); }), Prints(del)) << i;
+        EXPECT_EQ(in_use, 0);
+    }
+    cJSON_InitHooks(nullptr);
+    EXPECT_THAT(redirections, IsEmpty());
 }
 
 /* Commands */

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "command.hpp"
+#include "platform/database.h"
 
 namespace prodctl
 {
@@ -13,15 +14,32 @@ extern const Command kConfigGroup;
 extern const Command kWanGroup;
 extern const Command kLanGroup;
 extern const Command kIpv6Group;
+extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
+extern const Command kFirmwareGroup;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
 extern const Command kLockGroup;
 extern const Command kMqGroup;
 extern const Command kWatchCommand;
+extern const Command kAuditGroup;
+extern const Command kUsbGroup;
+extern const Command kDnsRedirectGroup;
+extern const Command kPolicyGroup;
+extern const Command kBackupGroup;
+
+// Commands of the group system.
+int run_memory(const Call &call, cJSON *answer);
+void show_memory(const cJSON *answer, Page &page);
+int run_cpu(const Call &call, cJSON *answer);
+void show_cpu(const cJSON *answer, Page &page);
+int run_versions(const Call &call, cJSON *answer);
+void show_versions(const cJSON *answer, Page &page);
+int run_reboot(const Call &call, cJSON *answer);
+int run_restore(const Call &call, cJSON *answer);
 
 // Commands that have a source file of their own.
 int run_wan_macs(const Call &call, cJSON *answer);
@@ -29,6 +47,13 @@ void show_wan_macs(const cJSON *answer, Page &page);
 extern const Option kWanMacsOptions[1];
 int run_lan_check(const Call &call, cJSON *answer);
 void show_lan_check(const cJSON *answer, Page &page);
+int run_wan_detect(const Call &call, cJSON *answer);
+void show_wan_detect(const cJSON *answer, Page &page);
+int run_lan_move(const Call &call, cJSON *answer);
+void show_lan_move(const cJSON *answer, Page &page);
+extern const Command kLanRecordsGroup;
+/** The name of one of the tables that lan records shows. */
+const char *table_name(const db_table *table);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);
@@ -37,6 +62,8 @@ int add_wans(const Call &call, cJSON *answer, int first, int last);
 void show_wans(const cJSON *answer, Page &page);
 void add_ipv6(cJSON *answer);
 void show_ipv6(const cJSON *answer, Page &page);
+void add_name_servers(cJSON *answer);
+void show_name_servers(const cJSON *answer, Page &page);
 void add_ports(cJSON *answer);
 void show_ports(const cJSON *answer, Page &page);
 int add_neighbours(const Call &call, cJSON *answer);

@@ -113,7 +113,9 @@ void show_show(const cJSON *answer, Page &page)
                  {"MTU", format("%d", int_of(answer, "mtu"))}});
 }
 
-constexpr Command kCommands[] = {
+constexpr Option kMoveOptions[] = {{"--dry-run", nullptr, "only show what would change"}};
+
+const Command kCommands[] = {
     {.name = "check",
      .summary = "Whether an address range clashes with those that the device serves",
      .arguments = "ADDRESS/MASK",
@@ -127,11 +129,26 @@ constexpr Command kCommands[] = {
      .no = "it clashes",
      .run = run_lan_check,
      .show = show_lan_check},
+    {.name = "move",
+     .summary = "Move the LAN, with every setting that names one of its hosts",
+     .arguments = "ADDRESS/MASK",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .details =
+         "MASK is a prefix length or a dotted quad. The bridge gets the address, the settings\n"
+         "follow and are made persistent, the DHCP server starts again on its new pool. Hosts\n"
+         "keep their old addresses until they renew their leases. Each setting is shown as it\n"
+         "was before and as it is after.",
+     .no = "the LAN stays, or a setting could not be changed",
+     .run = run_lan_move,
+     .show = show_lan_move,
+     .options = kMoveOptions},
     {.name = "neighbours",
      .summary = "The neighbours on the LAN with their MACs and host names",
      .details = "Host names are those that DHCP clients gave.",
      .run = run_neighbours,
      .show = show_neighbours},
+    kLanRecordsGroup,
     {.name = "show",
      .summary = "The LAN bridge: address, MAC, MTU",
      .run = run_show,

@@ -7,9 +7,12 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kWanGroup,     kLanGroup,    kIpv6Group,
-                           kWifiGroup,     kPortCommand, kLedGroup,     kConfigGroup, kDebugGroup,
-                           kLockGroup,     kMqGroup,     kWatchCommand, kCheckGroup,  kStrGroup};
+const Command kGroups[] = {kStatusCommand, kSystemGroup, kFirmwareGroup,    kWanGroup,
+                           kLanGroup,      kBridgeGroup, kIpv6Group,        kWifiGroup,
+                           kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup,
+                           kAuditGroup,    kConfigGroup, kBackupGroup,      kPolicyGroup,
+                           kDebugGroup,    kLockGroup,   kMqGroup,          kWatchCommand,
+                           kCheckGroup,    kStrGroup};
 
 const Command kRoot = {
     .name = "prodctl",

@@ -14,6 +14,7 @@ int run_status(const Call &call, cJSON *answer)
     add_system(answer);
     int status = add_wans(call, answer, 1, wan_count());
     add_ipv6(answer);
+    add_name_servers(answer);
     add_ports(answer);
     status = add_neighbours(call, answer) == kYes ? status : kNo;
     return add_modules(call, answer) == kYes ? status : kNo;
@@ -25,12 +26,11 @@ void show_status(const cJSON *answer, Page &page)
         const char *title;
         void (*show)(const cJSON *answer, Page &page);
     };
-    constexpr Section kSections[] = {{"System", show_system},
-                                     {"WANs", show_wans},
-                                     {"IPv6", show_ipv6},
-                                     {"Ports", show_ports},
-                                     {"Neighbours on the LAN", show_neighbours},
-                                     {"Debug levels", show_modules}};
+    constexpr Section kSections[] = {
+        {"System", show_system},       {"WANs", show_wans},
+        {"IPv6", show_ipv6},           {"Name servers", show_name_servers},
+        {"Ports", show_ports},         {"Neighbours on the LAN", show_neighbours},
+        {"Debug levels", show_modules}};
     for (const Section &section : kSections) {
         page.heading(section.title);
         section.show(answer, page);
@@ -41,7 +41,9 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary = "The whole device on one page: modes, WANs, IPv6, ports, neighbours, debug levels",
+    .summary =
+        "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, "
+        "debug levels",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,

@@ -177,6 +177,8 @@ void show_request(const cJSON *answer, Page &page)
     page.verbatim(format("%s\n", text_of(answer, "response")));
 }
 
+constexpr Option kRestoreOptions[] = {{"--yes", nullptr, "do it"}};
+
 constexpr Command kCommands[] = {
     {.name = "mode",
      .summary = "The system mode and the work mode",
@@ -223,6 +225,26 @@ constexpr Command kCommands[] = {
      .show = show_request,
      .options = kRequestOptions,
      .candidates = "@files|"},
+    {.name = "memory",
+     .summary = "Memory in use and free",
+     .no = "the kernel does not tell",
+     .run = run_memory,
+     .show = show_memory},
+    {.name = "cpu", .summary = "CPU load over one second", .run = run_cpu, .show = show_cpu},
+    {.name = "versions",
+     .summary = "Versions of firmware, hardware and policies",
+     .run = run_versions,
+     .show = show_versions},
+    {.name = "reboot",
+     .summary = "Close the uplinks and restart the device, which takes five seconds",
+     .run = run_reboot},
+    {.name = "restore",
+     .summary = "Put databases, images and configuration back to those of the factory",
+     .details =
+         "The device must restart afterwards: \"prodctl system restore --yes && prodctl system\n"
+         "reboot\".",
+     .run = run_restore,
+     .options = kRestoreOptions},
 };
 
 }  // namespace
@@ -246,7 +268,7 @@ void show_system(const cJSON *answer, Page &page)
 
 constinit const Command kSystemGroup = {
     .name = "system",
-    .summary = "The device as a whole: modes, clocks, watchdog, host names, other daemons",
+    .summary = "The device as a whole: modes, clocks, figures, versions, restart, other daemons",
     .children = kCommands,
 };
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
-// WANs: state, ports, name servers, and the lease that a DHCP client reports.
-#include <arpa/inet.h>
-
+// WANs: state, ports, and the lease that a DHCP client reports.
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +10,7 @@
 #include "prod_common_ifaddrs.h"
 #include "prod_common_system.h"
 #include "prod_common_wan.h"
+#include "wan_dns.hpp"
 #include "words.hpp"
 
 namespace prodctl
@@ -19,8 +18,6 @@ namespace prodctl
 
 namespace
 {
-
-constexpr char kNoAddress[] = "0.0.0.0";
 
 constexpr Word kTypes[] = {
     {HLX_WAN_CONNECT_DHCP, "dhcp"},           {HLX_WAN_CONNECT_STATIC, "static"},
@@ -58,17 +55,6 @@ Tone tone_of(const char *status)
 int wrong_wan(const Call &call, const char *text)
 {
     return call.usage("'%s' is no WAN: 1 to %d", text, kWanMax);
-}
-
-/** Servers that are set, as texts. */
-void add_servers(cJSON *object, std::initializer_list<const char *> servers)
-{
-    cJSON *const list = cJSON_AddArrayToObject(object, "dns");
-    for (const char *const server : servers) {
-        if (*server != '\0' && strcmp(server, kNoAddress) != 0) {
-            cJSON_AddItemToArray(list, cJSON_CreateString(utf8(server).c_str()));
-        }
-    }
 }
 
 void add_addresses(cJSON *object, const WAN_IP_INFO_STRU &info)
@@ -174,87 +160,6 @@ int run_ports(const Call &, cJSON *answer)
     return kYes;
 }
 
-// ---- name servers -----------------------------------------------------------------------------
-
-void add_resolver(cJSON *answer)
-{
-    cJSON *const servers = cJSON_AddArrayToObject(answer, "servers");
-    char server[256] = "";
-    for (int i = 0; get_dns_server_by_idx(i, server) != 0; ++i) {
-        cJSON_AddItemToArray(servers, cJSON_CreateString(utf8(server).c_str()));
-    }
-}
-
-int run_dns(const Call &, cJSON *answer)
-{
-    add_resolver(answer);
-    cJSON *const wans = cJSON_AddArrayToObject(answer, "wans");
-    for (int id = 1; id <= wan_count(); ++id) {
-        char first[32] = "";
-        char second[32] = "";
-        get_dns_by_wanid(id, first, second);
-        cJSON *const wan = add_object_to(wans);
-        add_number(wan, "id", id);
-        add_servers(wan, {first, second});
-    }
-    return kYes;
-}
-
-void show_dns(const cJSON *answer, Page &page)
-{
-    std::vector<Field> fields = {{"resolver", joined(member(answer, "servers"))}};
-    std::vector<std::string> names;
-    names.reserve(kWanMax);  // the fields point at them
-    const cJSON *wan;
-    cJSON_ArrayForEach(wan, member(answer, "wans"))
-    {
-        names.push_back(format("WAN %d", int_of(wan, "id")));
-        fields.push_back({names.back().c_str(), joined(member(wan, "dns"))});
-    }
-    page.fields(fields);
-}
-
-bool listed_server(const cJSON *answer, const char *server)
-{
-    const cJSON *item;
-    cJSON_ArrayForEach(item, member(answer, "servers"))
-    {
-        if (strcmp(item->valuestring, server) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-int run_dns_add(const Call &call, cJSON *answer)
-{
-    const char *const server = call[0];
-    in6_addr address;
-    if (!is_dotted_quad(server) && inet_pton(AF_INET6, server, &address) != 1) {
-        return call.usage("'%s' is no address", server);
-    }
-    add_dns_server(server);
-    add_resolver(answer);
-    // Told by the file itself: a server whose text is part of another one's is not added.
-    return listed_server(answer, server) ? kYes : call.no("%s was not added", server);
-}
-
-int run_dns_reset(const Call &call, cJSON *answer)
-{
-    reset_dns_cfg();
-    add_resolver(answer);
-    return cJSON_GetArraySize(member(answer, "servers")) == 0
-               ? kYes
-               : call.no("the resolver file was not reset");
-}
-
-int run_dns_exchange(const Call &, cJSON *answer)
-{
-    exchange_dns_server();
-    add_resolver(answer);
-    return kYes;
-}
-
 // ---- leases -----------------------------------------------------------------------------------
 
 /** Copies one address of a lease. An empty text, what a lease without it gives, is 0.0.0.0. */
@@ -311,25 +216,6 @@ void show_save_lease(const cJSON *answer, Page &page)
 
 // ---- commands ---------------------------------------------------------------------------------
 
-constexpr Command kDnsCommands[] = {
-    {.name = "add",
-     .summary = "Append a server to the resolver file unless it is there",
-     .arguments = "SERVER",
-     .min_arguments = 1,
-     .max_arguments = 1,
-     .no = "the resolver file does not list SERVER afterwards",
-     .run = run_dns_add,
-     .show = show_dns},
-    {.name = "reset",
-     .summary = "Remove all servers from the resolver file",
-     .run = run_dns_reset,
-     .show = show_dns},
-    {.name = "exchange",
-     .summary = "Move the resolver file's first server behind the others",
-     .run = run_dns_exchange,
-     .show = show_dns},
-};
-
 constexpr Command kCommands[] = {
     {.name = "status",
      .summary = "Link state, addresses, rates and connection time of each WAN",
@@ -349,13 +235,37 @@ constexpr Command kCommands[] = {
      .summary = "The name servers of the resolver file and of each WAN",
      .run = run_dns,
      .show = show_dns,
-     .children = kDnsCommands},
+     .children = kWanDnsCommands},
+    {.name = "resolve",
+     .summary = "Ask one name server over one interface for the addresses of a name",
+     .arguments = "[NAME]",
+     .max_arguments = 1,
+     .details =
+         "Without NAME the name of the network check is resolved. At most three addresses are\n"
+         "shown, and an answer is waited for 2 seconds.",
+     .yes = "the name has an address",
+     .no = "it has none, or no answer came",
+     .run = run_resolve,
+     .show = show_resolve,
+     .options = kResolveOptions},
     {.name = "macs",
      .summary = "The MAC of each WAN: configured, computed from the first one's, and actual",
      .no = "with --apply: not every WAN has its MAC; or there is none for the first WAN",
      .run = run_wan_macs,
      .show = show_wan_macs,
      .options = kWanMacsOptions},
+    {.name = "detect",
+     .summary = "Find out what kind of access the line behind a WAN offers",
+     .arguments = "WAN",
+     .min_arguments = 1,
+     .max_arguments = 1,
+     .details =
+         "WAN is 1 to 4. A PPPoE access concentrator is looked for, then a DHCP server; when\n"
+         "neither answers the type is static. Takes up to 20 seconds. No setting changes.",
+     .no = "WAN is not configured or has no interface",
+     .run = run_wan_detect,
+     .show = show_wan_detect,
+     .candidates = "1 2 3 4"},
     {.name = "save-lease",
      .summary = "Write a WAN's address file; for the script of its DHCP client",
      .arguments = "WAN ADDRESS MASK GATEWAY [DNS1 [DNS2]]",

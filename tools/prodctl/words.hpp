@@ -26,6 +26,9 @@ std::string listed(std::span<const Word> words);
 /** A whole decimal number in a range. */
 std::optional<int> number(const char *text, int smallest, int largest);
 
+/** What stands where an address should and there is none. */
+constexpr char kNoAddress[] = "0.0.0.0";
+
 /** Whether a text is a dotted quad of four decimal numbers. */
 bool is_dotted_quad(const char *text);
 

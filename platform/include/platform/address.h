@@ -55,6 +55,15 @@ PLATFORM_API int check_ip_is_same_net(const char *ip1, const char *mask1, const 
  */
 PLATFORM_API int ifaddrs_ip_increase(const char *ip, uint32_t step_mask, char *out, int flag);
 
+/**
+ * Reads the IPv4 address of an interface, the first one when there are several.
+ * @param addr  16 bytes; receives a dotted quad; untouched on failure
+ * @return 0 on success, -1 on failure: errno is ENODEV for an interface that does not exist,
+ *         EADDRNOTAVAIL for one without an IPv4 address, EINVAL for a name that cannot be one or a
+ *         NULL @p addr
+ */
+PLATFORM_API int ifaddrs_get_ifip(const char *ifname, char *addr);
+
 PLATFORM_END
 
 #endif

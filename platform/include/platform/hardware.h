@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Hardware I/O: LEDs, switch ports, the names of the board's Ethernet interfaces and its MACs.
+ * Hardware I/O: LEDs, the switch and its ports, the names of the board's Ethernet interfaces and
+ * its MACs.
  *
  * No function here blocks for longer than a system call, and any thread may call any of them.
  */
@@ -161,6 +162,27 @@ PLATFORM_API int iof_mac_addr_get(unsigned char *mac);
  * @return 0 on success, non-zero when the switch refuses it
  */
 PLATFORM_API int iof_mac_clone_set(unsigned char *mac);
+
+/**
+ * Makes switch ports members of the switch's own VLAN. Ports by bits, bit n being physical port n;
+ * a port in neither mask leaves the VLAN, one in both counts as untagged. Only the ports that are
+ * in the LAN bridge now are switched; the others are interfaces of their own.
+ * @param eth_id     number of the switch, from 1; its VLAN has the same number
+ * @param untag_bit  ports whose frames come and go without a tag
+ * @param tag_bit    ports whose frames bear the VLAN's tag
+ * @return 0 on success, also when the ports are so already; else an errno value, that of the first
+ *         failing step, with the other steps done: ENODEV for a switch that the board does not
+ *         have, EOPNOTSUPP where the kernel's bridge cannot tell VLANs apart and the ports are not
+ *         all untagged
+ */
+PLATFORM_API int iof_vlan_set(int eth_id, unsigned int untag_bit, unsigned int tag_bit);
+
+/**
+ * Makes a switch port negotiate its link anew: the partner sees the link go down and come back.
+ * @return 0 on success; else an errno value: ENODEV for a port the board does not have or whose
+ *         interface is gone, EOPNOTSUPP where the link is not negotiated
+ */
+PLATFORM_API int iof_port_restart_auto_nego(int port);
 
 PLATFORM_END
 

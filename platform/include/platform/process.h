@@ -44,6 +44,24 @@ PLATFORM_API int do_file_cmd(const char *path, int mode, const char *format, ...
 PLATFORM_API int monitor_check_exist(const char *process_name);
 
 /**
+ * Sends a signal to every process of that name; as with monitor_check_exist(), 15 characters of it
+ * are compared, and one that has ended does not count.
+ * @return 0 when at least one was sent it, else -1: errno is ESRCH when there is none, EPERM when
+ *         the caller may not, EINVAL for a NULL or empty name or a signal that is none
+ */
+PLATFORM_API int proc_send_signal(const char *process_name, int signo);
+
+/**
+ * Stops a daemon and keeps it stopped until it, or the device, is started again. One that the
+ * process monitor supervises is stopped through the monitor, which would restart it otherwise; any
+ * other process of that name is asked to end. One that has not ended two seconds later is killed.
+ * @return 0 when none runs any more, or none did, else -1: errno is EPERM when the caller may not,
+ *         ETIMEDOUT when one does not even end when killed, EINVAL for a name that is NULL, empty,
+ *         begins with a dot or holds a slash
+ */
+PLATFORM_API int monitor_stop(const char *process_name);
+
+/**
  * Delivers one frame to the daemon that listens on a local stream socket: the 4-byte Length in
  * host order, then Body. Does not wait for an answer. A daemon that does not accept or read is
  * waited for at most a second at a time; one that closes early raises no SIGPIPE.

@@ -29,6 +29,13 @@ PLATFORM_API int file_get_value_from_ini(const char *file, const char *key, char
 /** Whether a path exists: non-zero when stat() succeeds, which follows links. */
 PLATFORM_API int file_check_exist_or_not(const char *path);
 
+/**
+ * Removes the white space around a text in place: blanks, tabs, newlines, carriage returns,
+ * vertical tabs and form feeds.
+ * @return @p text, also NULL
+ */
+PLATFORM_API char *string_str_trim(char *text);
+
 PLATFORM_END
 
 #endif
