@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include "prod_common.h"
 
@@ -37,6 +38,59 @@ static void shared_memory(void)
     char *memory = get_shared_memory("capi", 16);
     EXPECT(memory != NULL && memory[0] == 0);
     EXPECT(shmdt(memory) == 0);
+}
+
+static void locks(void)
+{
+    FILE *file = tmpfile();
+    EXPECT(ipc_lock("capi/%d", 1) == 1);
+    EXPECT(ipc_lock_nowait("capi_%s", "1") == 0);
+    EXPECT(ipc_lock_timeout(0, "capi/1") == 0);
+    EXPECT(ipc_unlock("capi/1") == 1);
+    EXPECT(fd_wlock(fileno(file)) == 1 && fd_rlock(fileno(file)) == 1);
+    EXPECT(fd_unlock(fileno(file)) == 1);
+    fclose(file);
+}
+
+static void queues(void)
+{
+    char record[8] = "";
+    EXPECT(get_or_create_mq(MQ_PORTAL_SEND_SMS) >= 0);
+    EXPECT(mq_put(MQ_PORTAL_SEND_SMS, "record", 7, 0) == 1);
+    EXPECT(mq_get(MQ_PORTAL_SEND_SMS, record, sizeof(record), 0) == 1);
+    EXPECT(strcmp(record, "record") == 0);
+    EXPECT(mq_get(MQ_PORTAL_SEND_SMS, record, sizeof(record), 0) == 0);
+}
+
+static void name_thread(void *name)
+{
+    EXPECT(strcmp(get_thread_name(), "thread") == 0);
+    EXPECT(set_thread_name("%s", (const char *)name) == 1);
+    EXPECT(strcmp(get_thread_name(), name) == 0);
+}
+
+static void threads(void)
+{
+    char name[] = "capi";
+    pthread_t thread = start_thread(name_thread, name);
+    EXPECT(thread != (pthread_t)-1 && pthread_join(thread, NULL) == 0);
+}
+
+static int changes[2];
+
+static void tell(const char *path, const char *name)
+{
+    (void)path;
+    EXPECT(write(changes[1], name, 1) == 1);
+}
+
+static void changed_files(void)
+{
+    char first = '\0';
+    EXPECT(pipe(changes) == 0);
+    EXPECT(fnotify_listen("/tmp", tell) == 1);
+    touch_file("/tmp/watched");
+    EXPECT(read(changes[0], &first, 1) == 1 && first == 'w');
 }
 
 static void strings(void)
@@ -305,6 +359,9 @@ int main(void)
 {
     debug_levels();
     shared_memory();
+    locks();
+    queues();
+    threads();
     strings();
     lan_move();
     encodings();
@@ -322,5 +379,6 @@ int main(void)
     wan_status();
     name_servers();
     figures_and_storage();
+    changed_files();
     return failures != 0;
 }

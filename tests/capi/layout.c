@@ -20,6 +20,10 @@ int main(void)
     RECORD(prod_dbg_cb_t);
     FIELD(prod_dbg_cb_t, name);
 
+    RECORD(msg_buf_t);
+    FIELD(msg_buf_t, msg_type);
+    printf("  %-16s at %zu\n", "data", offsetof(msg_buf_t, data));
+
     RECORD(audit_save_log_info);
     FIELD(audit_save_log_info, mac_addr);
     FIELD(audit_save_log_info, ipaddr);
