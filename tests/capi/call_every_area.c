@@ -92,6 +92,18 @@ static void configuration(void)
     EXPECT(prod_cfm_unset_val("capi.key") == 1);
 }
 
+static void policies(void)
+{
+    char values[PROD_POLICY_TEXT_SIZE] = "";
+    EXPECT(write_file("/etc/reboot_policy.cfg", "reboot_policy:enable=1\tname=Bob's", 34) == 1);
+    assem_policy_data("/etc/reboot_policy.cfg", "reboot_policy:", values);
+    EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
+    EXPECT(upload_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_backup_file_handle(FILE_OPERATE_BUTT, values, 0) == -1);
+    EXPECT(prod_systool_cfg_upload("no backup", 9) == CFG_FILE_INVALID);
+}
+
 static void json(void)
 {
     cJSON *object = cJSON_CreateObject();
@@ -111,6 +123,19 @@ static void wireless(void)
     EXPECT(strcmp(wifi_get_mibname("wlan0", "band", name), "wlan0_band") == 0);
     EXPECT(wifi_set_bss_val(2, 0, "bss_ssid", "capi") == 1);
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
+}
+
+static void firmware(void)
+{
+    static char text[] = "no image";
+    int type = 0;
+    EXPECT(flash_check_fw_type_and_crc(text, &type, sizeof(text)) == FW_VALID_IMAGE && type < 0);
+    EXPECT(flash_check_fw_type_and_crc(NULL, &type, 0) == FW_UPLOAD_ERROR);
+    EXPECT(flash_check_fw("/tmp/no_such_image", type) == FW_INVALID_FORMAT);
+    EXPECT(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, text, sizeof(text)) == -1);
+    EXPECT(g_fw_type == type);
+    EXPECT(prod_upgrade_image_to_flash() == -1);
+    kill_other_upgrade_process(UPGRADE_BUTT);
 }
 
 static void hardware_and_system(void)
@@ -236,8 +261,10 @@ int main(void)
     lan_move();
     files();
     configuration();
+    policies();
     json();
     wireless();
+    firmware();
     hardware_and_system();
     networks();
     ipv6();

@@ -109,7 +109,9 @@ TEST(Help, AtEachLevel)
                                      "check usb",       "check partition",  "check host",
                                      "str hex",         "str unhex",        "str mac",
                                      "str hash",        "lan check",        "check address",
-                                     "check param",     "wan dns collect",  "wan resolve"}) {
+                                     "check param",     "wan dns collect",  "wan resolve",
+                                     "backup save",     "backup load",      "backup verify",
+                                     "policy list",     "policy export",    "policy import"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }
