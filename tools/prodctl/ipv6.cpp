@@ -152,8 +152,8 @@ void show_ipv6(const cJSON *answer, Page &page)
         page.fields(fields);
     }
     page.gap();
-    page.fields({{"default gateway", text_of(ipv6, "gateway")},
-                 {"DNS", joined(member(ipv6, "dns"))}});
+    page.fields(
+        {{"default gateway", text_of(ipv6, "gateway")}, {"DNS", joined(member(ipv6, "dns"))}});
 }
 
 constinit const Command kIpv6Group = {
