@@ -226,7 +226,7 @@ PROD_API int get_link_ipv6_prefix_len(const char *ifname);
  * that cannot be read is reported by a red console line and passed over.
  * @param ip  41 bytes; untouched unless found
  * @return 1 when found; 0 when there is none, for a NULL argument and, with a red console line,
- * when the table cannot be opened
+ *         when the table cannot be opened
  */
 PROD_API int get_ipv6_str(const char *ifname, char *ip);
 
@@ -240,7 +240,7 @@ PROD_API int get_link_ipv6_str(const char *ifname, char *ip);
  *                blank) is not asked for
  * @param addrs   @p max elements; those behind the ones counted may have been written to
  * @return the number of addresses, at most @p max; 0 for a NULL argument, a @p max below 1 and,
- * with a red console line, when the tool cannot be started
+ *         with a red console line, when the tool cannot be started
  */
 PROD_API int get_ipv6_addrs(const char *ifname, ipv6_addr_t *addrs, int max);
 
@@ -323,8 +323,8 @@ PROD_API void wan_interface_addr_init(void);
  *
  * @param dns_buf  receives the text, zeroed to its end; the option that has no room is cut. NULL
  *                 does nothing.
- * @param size     bytes of @p dns_buf; 256 hold the servers of all WANs and two of a VPN. Nothing
- * is done when it is 0 or less.
+ * @param size     bytes of @p dns_buf; 512 hold two servers of each WAN and of a VPN, however long.
+ *                 Nothing is done when it is 0 or less.
  *
  * A file that cannot be written is passed over. One process at a time.
  */

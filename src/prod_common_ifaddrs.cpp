@@ -299,12 +299,15 @@ void pass_lan_macs(Mac &mac, long long bss_count)
     }
 }
 
-/** Whether a setting is a MAC and nothing else: it becomes a word of a command. */
+/**
+ * Whether a setting is a MAC and nothing else: it becomes a word of a command. Not left to
+ * mac_str_to_bin(), which takes a text that goes on behind the sixth number.
+ */
 bool is_mac_text(const char *text)
 {
     Mac mac;
     return strspn(text, "0123456789abcdefABCDEF:") == strlen(text) &&
-           mac_str_to_bin(text, mac.data()) != 0;
+           ifaddrs_ethaddr_aton(text, mac.data()) != 0;
 }
 
 using WanCommand = Text<128>;

@@ -5,7 +5,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +13,8 @@
 #include <cstring>
 #include <optional>
 #include <string_view>
+
+#include "rtnetlink.hpp"
 
 namespace
 {
@@ -71,23 +72,7 @@ int set_port_state(unsigned int ifindex, std::uint8_t state)
     request.attribute.rta_len = sizeof(request.attribute) + sizeof(request.state);
     request.state = state;
 
-    struct {
-        nlmsghdr head;
-        nlmsgerr error;
-        char request[256];
-    } answer{};
-    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
-    if (fd < 0) {
-        return errno;
-    }
-    int err = 0;
-    if (send(fd, &request, sizeof(request), 0) < 0 || recv(fd, &answer, sizeof(answer), 0) < 0) {
-        err = errno;
-    } else {
-        err = answer.head.nlmsg_type == NLMSG_ERROR ? -answer.error.error : EPROTO;
-    }
-    close(fd);
-    return err;
+    return platform::ask_rtnetlink(request.head);
 }
 
 int switch_port(const char *ifname, bool to_wan)

@@ -320,7 +320,7 @@ int set_membership(const char *ifname, int vlan, Membership membership)
     struct {
         nlmsghdr head;
         ifinfomsg link;
-        rtattr spec;
+        rtattr nest;
         rtattr info;
         bridge_vlan_info vlan;
     } request{};
@@ -329,8 +329,8 @@ int set_membership(const char *ifname, int vlan, Membership membership)
     request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
     request.link.ifi_family = AF_BRIDGE;
     request.link.ifi_index = static_cast<int>(if_nametoindex(ifname));
-    request.spec.rta_type = IFLA_AF_SPEC;
-    request.spec.rta_len = sizeof(request.spec) + sizeof(request.info) + sizeof(request.vlan);
+    request.nest.rta_type = IFLA_AF_SPEC;
+    request.nest.rta_len = sizeof(request.nest) + sizeof(request.info) + sizeof(request.vlan);
     request.info.rta_type = IFLA_BRIDGE_VLAN_INFO;
     request.info.rta_len = sizeof(request.info) + sizeof(request.vlan);
     request.vlan.vid = static_cast<u16>(vlan);

@@ -110,7 +110,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     const std::size_t first = std::min(text.find('|'), text.size());
     const std::size_t second = std::min(text.find('|', first + 1), text.size());
     const test::FreshConfig fresh;
-    const test::SimulatedTime time;
+    // The fuzzer watches its memory from a thread of its own, which sleeps for real.
+    const test::SimulatedTime time{test::SimulatedTime::Of::kThread};
     test::config()["sys.ports"] = cut(0, first);
     for (const char *const key : {"port.1.ifname", "port.2.ifname", "ports.phy.4.eth"}) {
         test::config()[key] = cut(first + 1, second);

@@ -38,7 +38,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     const std::string text{reinterpret_cast<const char *>(data) + (size > 0 ? 1 : 0),
                            size > 0 ? size - 1 : 0};
     const test::FreshConfig fresh;
-    const test::SimulatedTime time;
+    // The fuzzer watches its memory from a thread of its own, which sleeps for real.
+    const test::SimulatedTime time{test::SimulatedTime::Of::kThread};
     test::config()["port.1.ifname"] = "eth1";
     std::size_t asked = 0;
     const test::RecordedPipes pipes{[&](const std::string &) -> std::optional<std::string> {

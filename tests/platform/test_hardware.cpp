@@ -47,7 +47,7 @@ std::string described(const void *data, std::size_t size)
     struct {
         nlmsghdr head;
         ifinfomsg link;
-        rtattr spec;
+        rtattr nest;
         rtattr info;
         bridge_vlan_info vlan;
     } request;
@@ -58,8 +58,8 @@ std::string described(const void *data, std::size_t size)
     EXPECT_EQ(request.head.nlmsg_len, size);
     EXPECT_EQ(request.head.nlmsg_flags, NLM_F_REQUEST | NLM_F_ACK);
     EXPECT_EQ(request.link.ifi_family, AF_BRIDGE);
-    EXPECT_EQ(request.spec.rta_type, IFLA_AF_SPEC);
-    EXPECT_EQ(request.spec.rta_len, 12);
+    EXPECT_EQ(request.nest.rta_type, IFLA_AF_SPEC);
+    EXPECT_EQ(request.nest.rta_len, 12);
     EXPECT_EQ(request.info.rta_type, IFLA_BRIDGE_VLAN_INFO);
     EXPECT_EQ(request.info.rta_len, 8);
     char ifname[IF_NAMESIZE] = "nobody";

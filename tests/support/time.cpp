@@ -7,7 +7,8 @@
 namespace
 {
 
-bool simulated;
+bool simulated_everywhere;
+thread_local bool simulated_here;
 long long simulated_us;
 std::vector<long long> sleeps_us;
 
@@ -15,6 +16,11 @@ template <typename Function>
 Function real(const char *name)
 {
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+bool is_simulated()
+{
+    return simulated_everywhere || simulated_here;
 }
 
 void sleep_for(long long us)
@@ -29,7 +35,7 @@ extern "C" {
 
 int usleep(useconds_t us)
 {
-    if (!simulated) {
+    if (!is_simulated()) {
         return real<int (*)(useconds_t)>("usleep")(us);
     }
     sleep_for(us);
@@ -38,7 +44,7 @@ int usleep(useconds_t us)
 
 unsigned int sleep(unsigned int seconds)
 {
-    if (!simulated) {
+    if (!is_simulated()) {
         return real<unsigned int (*)(unsigned int)>("sleep")(seconds);
     }
     sleep_for(seconds * 1000000LL);
@@ -47,7 +53,7 @@ unsigned int sleep(unsigned int seconds)
 
 int nanosleep(const struct timespec *wanted, struct timespec *left)
 {
-    if (!simulated) {
+    if (!is_simulated()) {
         return real<int (*)(const struct timespec *, struct timespec *)>("nanosleep")(wanted, left);
     }
     sleep_for(wanted->tv_sec * 1000000LL + wanted->tv_nsec / 1000);
@@ -56,7 +62,7 @@ int nanosleep(const struct timespec *wanted, struct timespec *left)
 
 time_t time(time_t *out) noexcept
 {
-    if (!simulated) {
+    if (!is_simulated()) {
         static const auto real_time = real<time_t (*)(time_t *)>("time");
         return real_time(out);
     }
@@ -69,7 +75,7 @@ time_t time(time_t *out) noexcept
 
 int clock_gettime(clockid_t clock, struct timespec *now) noexcept
 {
-    if (!simulated) {
+    if (!is_simulated()) {
         static const auto real_clock_gettime =
             real<int (*)(clockid_t, struct timespec *)>("clock_gettime");
         return real_clock_gettime(clock, now);
@@ -83,16 +89,17 @@ int clock_gettime(clockid_t clock, struct timespec *now) noexcept
 namespace test
 {
 
-SimulatedTime::SimulatedTime(time_t now)
+SimulatedTime::SimulatedTime(time_t now, Of of)
 {
     simulated_us = now * 1000000LL;
     sleeps_us.clear();
-    simulated = true;
+    (of == Of::kThread ? simulated_here : simulated_everywhere) = true;
 }
 
 SimulatedTime::~SimulatedTime()
 {
-    simulated = false;
+    simulated_everywhere = false;
+    simulated_here = false;
 }
 
 void SimulatedTime::pass(double seconds)

@@ -16,7 +16,11 @@ namespace test
 class SimulatedTime
 {
   public:
-    explicit SimulatedTime(time_t now = 1000000000);
+    /** Whose time: every thread's, or that of the thread that it lives in. */
+    enum class Of { kProcess, kThread };
+
+    explicit SimulatedTime(time_t now = kNow, Of of = Of::kProcess);
+    explicit SimulatedTime(Of of) : SimulatedTime(kNow, of) {}
     ~SimulatedTime();
     SimulatedTime(const SimulatedTime &) = delete;
     SimulatedTime &operator=(const SimulatedTime &) = delete;
@@ -26,6 +30,9 @@ class SimulatedTime
 
     /** Every sleep asked for so far, in microseconds. */
     const std::vector<long long> &sleeps() const;
+
+  private:
+    static constexpr time_t kNow = 1000000000;
 };
 
 }  // namespace test

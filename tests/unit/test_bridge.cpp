@@ -314,6 +314,13 @@ TEST_F(Bridge, ALanAddressThatIsNone)
     config()["lan.ip"] = "192.168.0.1 ;reboot";
     const std::vector<std::string> all = done(leave_switch_only_mode);
     EXPECT_EQ(all[all.size() - 2], "ifconfig br0 192.168.0.1\\ \\;reboot") << "one word";
+    // 63 characters count, blanks among them.
+    config()["lan.ip"] = "192.168.0.1" + std::string(60, ' ');
+    std::string command = "ifconfig br0 192.168.0.1";
+    for (int i = 0; i < 52; ++i) {
+        command += "\\ ";
+    }
+    EXPECT_THAT(done(leave_switch_only_mode), testing::Contains(command));
 }
 
 // ---- auto-negotiation -------------------------------------------------------------------------

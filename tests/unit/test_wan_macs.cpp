@@ -188,7 +188,8 @@ TEST_F(WanMacs, AnOverrideThatIsNoMacIsIgnored)
 {
     for (const char *const text :
          {"", "02:00:00", "02:00:00:10:00:11;reboot", "02:00:00:10:00:11 $(reboot)", "$(reboot)",
-          "02:00:00:10:00:11`reboot`", " 02:00:00:10:00:11", "02:00:00:10:00:11\n", "::::::"}) {
+          "02:00:00:10:00:11`reboot`", " 02:00:00:10:00:11", "02:00:00:10:00:11\n",
+          "::::::", "02:00:00:10:00:11:22", "02:00:00:10:00:112", "02:00:00:10:00:11:"}) {
         config()["wan1.macaddr"] = text;
         init();
         EXPECT_EQ(commands_[1], "ifconfig eth1 hw ether 00:11:22:33:44:11") << text;

@@ -141,7 +141,7 @@ void show_ipv6(const cJSON *answer, Page &page)
     cJSON_ArrayForEach(interface, member(ipv6, "interfaces"))
     {
         const std::string role = text_of(interface, "role");
-        const std::string ifname = printable(text_of(interface, "interface"));
+        const std::string ifname = text_of(interface, "interface");
         page.line({{role.empty() ? ifname : role, Tone::kStrong},
                    {role.empty() ? std::string{} : ifname, Tone::kPlain}});
         std::vector<Field> fields = {{"global", with_prefix(interface, "global")},
@@ -152,8 +152,8 @@ void show_ipv6(const cJSON *answer, Page &page)
         page.fields(fields);
     }
     page.gap();
-    page.fields({{"default gateway", text_of(ipv6, "gateway")},
-                 {"DNS", printable(joined(member(ipv6, "dns")))}});
+    page.fields(
+        {{"default gateway", text_of(ipv6, "gateway")}, {"DNS", joined(member(ipv6, "dns"))}});
 }
 
 constinit const Command kIpv6Group = {

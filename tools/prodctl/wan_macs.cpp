@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "groups.hpp"
+#include "platform/address.h"
 #include "platform/hardware.h"
 #include "prod_common_cfm.h"
 #include "prod_common_hal.h"
@@ -61,7 +62,7 @@ std::string own_mac(int id)
     const std::string text = config_value(format("wan%d.macaddr", id)).value_or("");
     Mac mac;
     return text.find_first_not_of("0123456789abcdefABCDEF:") == std::string::npos &&
-                   mac_str_to_bin(text.c_str(), mac.data()) != 0
+                   ifaddrs_ethaddr_aton(text.c_str(), mac.data()) != 0
                ? text
                : std::string{};
 }
@@ -128,7 +129,7 @@ void show_wan_macs(const cJSON *answer, Page &page)
     cJSON_ArrayForEach(wan, member(answer, "wans"))
     {
         const bool applied = flag_of(wan, "applied");
-        rows.push_back({format("%d", int_of(wan, "id")), printable(text_of(wan, "interface")),
+        rows.push_back({format("%d", int_of(wan, "id")), text_of(wan, "interface"),
                         text_of(wan, "configured"), text_of(wan, "computed"),
                         Cell{text_of(wan, "actual"), applied ? Tone::kGood : Tone::kWarning}});
     }
