@@ -174,7 +174,9 @@ TEST_F(LanMove, ThePoolFollowsTheAddress)
 
 TEST_F(LanMove, ThePoolFillsANetworkOfAnotherMask)
 {
-    const int id = add_pool();
+    const int id = add(get_dhcps_list_table(),
+                       {"1", "br0", "192.168.0.100", "192.168.0.200", "192.168.0.254",
+                        "255.255.255.0", "86400", "8.8.8.8", "9.9.9.9"});
     config() = {{"wans.flag", "1"},
                 {"wan1.dmzip", "192.168.0.5"},
                 {"dhcps.Staticnum", "1"},
@@ -655,6 +657,10 @@ TEST_F(LanMove, OnlyAnotherTextIsAnotherAddress)
                                    "192.168.0.1    and that", "255.255.255.0");
     EXPECT_EQ(config(), before);
     EXPECT_EQ(ends(id), (Ends{"192.168.0.100", "192.168.0.200"}));
+    config()["wan1.dmzip"] = "192.168.9.2";
+    prod_check_change_lanip_handle("192.168.0.1    a", "255.255.255.0", "192.168.0.1    b",
+                                   "255.255.255.0");
+    EXPECT_EQ(config()["wan1.dmzip"], "192.168.0.2");
 }
 
 TEST_F(LanMove, NullArguments)
