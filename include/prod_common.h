@@ -13,6 +13,7 @@
 #include "prod_common_check.h"
 #include "prod_common_debug.h"
 #include "prod_common_file.h"
+#include "prod_common_flash.h"
 #include "prod_common_hal.h"
 #include "prod_common_ifaddrs.h"
 #include "prod_common_string.h"
@@ -23,5 +24,6 @@
 #include "prod_common_usb.h"
 #include "prod_common_wan.h"
 #include "prod_common_wifi.h"
+#include "rbtree.h"
 
 #endif

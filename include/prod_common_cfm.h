@@ -32,6 +32,8 @@
 #include "platform/cfm.h"
 #include "prod_common_types.h"
 
+struct sqlite3; /* <sqlite3.h> */
+
 PROD_BEGIN
 
 /** Starts counting this process's changes from 0. */
@@ -145,6 +147,109 @@ PROD_API int wanid_to_sw_port(int wanid);
  *         negative length writes nothing.
  */
 PROD_API char *encode_sql_ssid(const char *ssid, int ssid_len, char *encode_ssid);
+
+/* ---- policies ------------------------------------------------------------------------------- */
+
+/**
+ * What an access-controller daemon pushes to its access points is kept in an SQLite database, one
+ * table for each of the five kinds of policy. For the configuration backup the tables travel as
+ * text, one policy file for each kind:
+ *
+ *   kind        table             policy file                 prefix of a record
+ *   wireless    wl_basic_policy   /etc/wl_policy.cfg          wl_policy:
+ *   radio       wl_radio_policy   /etc/rf_policy.cfg          rf_policy:
+ *   reboot      reboot_policy     /etc/reboot_policy.cfg      reboot_policy:
+ *   deployment  wl_deploy_policy  /etc/wl_deploy_policy.cfg   wl_deploy_policy:
+ *   VLAN        qvlan_policy      /etc/qvlan_policy.cfg       qvlan_policy:
+ *
+ * A record is CR LF, the prefix, and the row's columns in the table's order as column=value with
+ * one tab between them; there is no line break behind the last one. Readers go by the place of a
+ * value, not by its name.
+ *
+ * Everything that these functions have to say goes to standard output through stdio, not to the
+ * log. Those that name a policy file or the database change what all processes share: one caller
+ * at a time.
+ */
+#define PROD_POLICY_DATABASE "/cfg/s_brcmnand/Dcg_database.db"
+
+/** Bytes of a statement as its first allocation and of assem_policy_data()'s output. */
+#define PROD_POLICY_TEXT_SIZE 20480
+
+/**
+ * Row callbacks for sqlite3_exec(), one for each kind: append one record to the kind's policy file,
+ * which is created when it is missing.
+ *
+ * An item column=value is cut to 255 characters and the record without its CR LF to 2047; a NULL
+ * value becomes "(null)".
+ *
+ * @param para  not used
+ * @return 0, also when the file's medium is full; -1 when 2 KiB of memory cannot be had, the file
+ *         cannot be opened or a needed array is NULL, which makes SQLite abort the query
+ */
+PROD_API int wl_policy_callback(void *para, int n_column, char **column_value, char **column_name);
+PROD_API int rf_policy_callback(void *para, int n_column, char **column_value, char **column_name);
+PROD_API int reboot_policy_callback(void *para, int n_column, char **column_value,
+                                    char **column_name);
+PROD_API int wl_deploy_policy_callback(void *para, int n_column, char **column_value,
+                                       char **column_name);
+PROD_API int qvlan_policy_callback(void *para, int n_column, char **column_value,
+                                   char **column_name);
+
+/**
+ * Appends every row of the database to the policy files, in the order of the table above but for
+ * reboot, which comes before deployment. The caller removes old policy files first; a table without
+ * rows creates none. A database that cannot be read is first replaced by the factory template:
+ * "cp /webroot/Dcg_database.db /cfg/s_brcmnand".
+ *
+ * @return PAV_RET_OK; PAV_RET_ERROR when the database cannot be opened or at the first table that
+ *         cannot be read: the files then hold what came before
+ */
+PROD_API PAV_RET prod_download_ac_policy(void);
+
+/**
+ * Replaces every row of the database by the records of the policy files.
+ *
+ * A missing database is created with its five tables. An existing one loses all rows first; when
+ * one table cannot be emptied, nothing further happens. Then each kind is inserted with one
+ * statement, in the order wireless, reboot, radio, deployment, VLAN; what a statement cannot do is
+ * told and the next kind's turn comes. A kind without a record is told as an error too, harmlessly.
+ * There is no transaction around it: whoever is killed in between leaves kinds without rows.
+ *
+ * @return PAV_RET_ERROR when the database cannot be opened ("sql open error"), PAV_RET_OK in every
+ *         other case
+ */
+PROD_API PAV_RET upload_ac_policy(void);
+
+/**
+ * Create one table each unless it exists. The column lists are those of the databases on devices in
+ * the field, letter for letter. A failure is told on standard output.
+ * @return PAV_RET_OK whatever happened, but sqlite_create_table_wl_deploy_policy(): PAV_RET_ERROR
+ *         for a failure other than "already exists"
+ */
+PROD_API PAV_RET sqlite_create_table_rf_policy(struct sqlite3 *policy_db);
+PROD_API PAV_RET sqlite_create_table_wl_policy(struct sqlite3 *policy_db);
+PROD_API PAV_RET sqlite_create_table_reboot_policy(struct sqlite3 *policy_db);
+PROD_API PAV_RET sqlite_create_table_qvlan_policy(struct sqlite3 *policy_db);
+PROD_API PAV_RET sqlite_create_table_wl_deploy_policy(struct sqlite3 *policy_db);
+
+/** Creates all five tables. @return PAV_RET_OK, whatever happened */
+PROD_API PAV_RET sqlite_create_policy_table(struct sqlite3 *policy_db);
+
+/**
+ * Appends the records of a policy file to a text as SQL values: "('1','0','night'),", one group for
+ * each record.
+ *
+ * Of a line of the file 1023 characters count at a time; one without @p table in it is none of a
+ * record. A value skips leading blanks and ends at the next one; it is cut to 255 characters, and
+ * its single quotes are doubled. Empty items between tabs vanish. A line with an item that has no
+ * name or no "=" is dropped whole.
+ *
+ * @param path     the file; when it cannot be opened @p out_buf stays as it is
+ * @param table    the kind's prefix
+ * @param out_buf  PROD_POLICY_TEXT_SIZE bytes that hold a terminated text; a record that does not
+ *                 fit any more is left out
+ */
+PROD_API void assem_policy_data(const char *path, const char *table, char *out_buf);
 
 PROD_END
 

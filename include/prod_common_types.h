@@ -87,6 +87,15 @@ typedef HLX_WAN_LINK_STATUS_ENUM HLX_WAN_LINK_STATUS;
 typedef enum { HLX_L2TYPE_WIRED = 0, HLX_L2TYPE_WIRELESS = 1, HLX_L2TYPE_BUTT = 2 } HLX_L2TYPE_ENUM;
 typedef HLX_L2TYPE_ENUM HLX_L2TYPE;
 
+/** File operations of the web interface. */
+typedef enum {
+    FILE_OPERATE_DOWNLOAD = 0,       /**< the configuration, to the browser */
+    FILE_OPERATE_SIMPLE_UPGRADE = 1, /**< a firmware image, to the device */
+    FILE_OPERATE_UPLOAD = 2,         /**< a configuration, to the device */
+    FILE_OPERATE_BUTT = 3
+} FILE_OPERATE_ENUM;
+typedef FILE_OPERATE_ENUM FILE_OPERATE;
+
 /** One DHCP client of the LAN. */
 typedef struct {
     char mac[18];      /**< colon-separated MAC text */

@@ -3,23 +3,31 @@
 
 #include <pthread.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <optional>
 
+#include "internal/config.hpp"
 #include "internal/console.hpp"
 #include "internal/daemons.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/local_time.hpp"
 #include "internal/log.hpp"
+#include "internal/policy.hpp"
 #include "internal/shell.hpp"
 #include "internal/text.hpp"
+#include "platform/database.h"
 #include "platform/process.h"
+#include "prod_common_cfm.h"
+#include "prod_common_file.h"
 #include "prod_common_time.h"
 
 using namespace prod;
@@ -28,6 +36,182 @@ namespace
 {
 
 // ---- configuration backup -------------------------------------------------------------------
+
+constexpr char kBackup[] = "/etc/tmp.cfg";
+static_assert(sizeof(kBackup) == PROD_BACKUP_NAME_SIZE);
+
+constexpr const char *kTrailer = "crc=";
+constexpr const char *kPublicMarker = "##the public configure end##";
+constexpr const char *kUrlMarker = "##the url configure end##";
+
+// Where the configuration manager looks for what was uploaded.
+constexpr const char *kPublicFile = "/webroot/default.cfg";
+constexpr const char *kUrlFile = "/webroot/default_url.cfg";
+
+/** A section of policies and the line that ends it. */
+struct PolicySection {
+    const char *file;
+    const char *marker;
+};
+constexpr PolicySection kPolicySections[] = {
+    {kWirelessPolicy.file, "##the wl configure end##"},
+    {kRadioPolicy.file, "##the rf configure end##"},
+    {kRebootPolicy.file, "##the reboot configure end##"},
+    {kDeployPolicy.file, "##the wldeploy configure end##"},
+    {kVlanPolicy.file, "##the qvlan configure end##"},
+};
+
+constexpr std::size_t kPictureNameSize = 64;
+constexpr std::size_t kWebAddressSize = 256;
+
+void append_public_section()
+{
+    doSystemCmd("cfm show /etc/tmp.cfg");
+    const ConfigValue picture{"web.default.pic.name", kPictureNameSize};
+    if (!picture.empty()) {
+        doSystemCmd("echo \"web.pic.name=%s\" >> /etc/tmp.cfg",
+                    QuotedShellText{picture.c_str()}.c_str());
+    }
+    doSystemCmd("echo -e \"\n%s\n\" >> /etc/tmp.cfg", kPublicMarker);
+}
+
+/** A line break of its own ends a last record, which has none. */
+void append_marker(const char *marker)
+{
+    doSystemCmd("echo  \"\n%s\n\" >> /etc/tmp.cfg", marker);
+}
+
+void append_policies()
+{
+    for (const PolicySection &section : kPolicySections) {
+        doSystemCmd("rm -rf %s", section.file);
+    }
+    prod_download_ac_policy();
+    append_marker(kUrlMarker);
+    for (const PolicySection &section : kPolicySections) {
+        doSystemCmd("cat %s >> /etc/tmp.cfg", section.file);
+        append_marker(section.marker);
+    }
+}
+
+void append_checksum()
+{
+    void *data = nullptr;
+    u32 size = 0;
+    if (get_file_content(kBackup, &data, &size) == 1) {
+        const Allocated<char> content{static_cast<char *>(data)};
+        doSystemCmd("echo \"crc=%lu\" >> /etc/tmp.cfg",
+                    crc32(0, reinterpret_cast<const Bytef *>(content.get()), size));
+    }
+}
+
+/** The checksummed part of a backup file; nothing when the file is none, which is told. */
+std::optional<std::string_view> checked_part(const char *file, long size)
+{
+    const char *const trailer = strstr(file, kTrailer);
+    if (trailer == nullptr) {
+        puts("CRC not found 1!");
+        return std::nullopt;
+    }
+    const char *const digits = trailer + strlen(kTrailer);
+    char *end;
+    const unsigned long expected = strtoul(digits, &end, 10);
+    if (end == digits) {
+        puts("CRC not found 2!");
+        return std::nullopt;
+    }
+    const long covered = size - static_cast<long>(strlen(trailer));
+    if (covered < 0) {
+        return std::nullopt;
+    }
+    const unsigned long actual =
+        crc32_z(0, reinterpret_cast<const Bytef *>(file), static_cast<std::size_t>(covered));
+    if (expected != actual) {
+        printf("expected crc=%lu, actual crc=%lu\n", expected, actual);
+        return std::nullopt;
+    }
+    return std::string_view{file, static_cast<std::size_t>(trailer - file)};
+}
+
+std::string_view between(std::string_view text, std::size_t from, std::size_t to)
+{
+    return {text.data() + from, to - from};
+}
+
+/** False when the medium did not take all of it. */
+bool put(const Stream &file, std::string_view text)
+{
+    return fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
+           fflush(file.get()) == 0;
+}
+
+/** The files that a backup is split into. */
+struct SplitFiles {
+    Stream configuration{fopen(kPublicFile, "wbe")};
+    Stream url{fopen(kUrlFile, "wbe")};
+    Stream policies[std::size(kPolicySections)];
+
+    SplitFiles()
+    {
+        for (std::size_t i = 0; i < std::size(policies); ++i) {
+            policies[i].reset(fopen(kPolicySections[i].file, "w+e"));
+        }
+    }
+
+    bool has_policies() const
+    {
+        return std::all_of(std::begin(policies), std::end(policies),
+                           [](const Stream &file) { return file != nullptr; });
+    }
+};
+
+/**
+ * Splits a backup at its markers, each looked for behind the one before. A policy file begins with
+ * the marker of the section before it, which readers of records pass over. False when a marker is
+ * missing or a file was not written; what was written so far stays.
+ */
+bool split(std::string_view backup, const SplitFiles &files)
+{
+    constexpr std::size_t kMissing = std::string_view::npos;
+    const std::size_t public_end = backup.find(kPublicMarker);
+    const bool has_public = public_end != kMissing;
+    if (has_public && !put(files.configuration, between(backup, 0, public_end))) {
+        return false;
+    }
+    if (!files.has_policies()) {
+        return false;
+    }
+    const std::size_t url = has_public ? public_end + strlen(kPublicMarker) : 0;
+    std::size_t start = backup.find(kUrlMarker, url);
+    if (start == kMissing || (has_public && !put(files.url, between(backup, url, start)))) {
+        return false;
+    }
+    std::size_t behind = start + strlen(kUrlMarker);
+    for (std::size_t i = 0; i < std::size(kPolicySections); ++i) {
+        const char *const marker = kPolicySections[i].marker;
+        const std::size_t end = backup.find(marker, behind);
+        if (end == kMissing || !put(files.policies[i], between(backup, start, end))) {
+            return false;
+        }
+        start = end;
+        behind = end + strlen(marker);
+    }
+    return true;
+}
+
+/** Lays the parts of a backup out where they are loaded from. */
+bool lay_out(std::string_view backup)
+{
+    const SplitFiles files;
+    if (files.configuration == nullptr || files.url == nullptr || !split(backup, files)) {
+        return false;
+    }
+    // The last line of a key counts, so the device keeps this value whatever the backup says.
+    constexpr const char *kWebAddress = "wans.wanwebaddr";
+    const ConfigValue address{kWebAddress, kWebAddressSize};
+    return put(files.configuration,
+               Text<kWebAddressSize + 32>{"%s=%s\n", kWebAddress, address.c_str()}.view());
+}
 
 // ---- figures --------------------------------------------------------------------------------
 
@@ -106,6 +290,57 @@ struct CpuLoad {
 }  // namespace
 
 // ---- configuration backup -------------------------------------------------------------------
+
+int prod_systool_sys_cfg_download(char *filename)
+{
+    if (filename == nullptr) {
+        return -1;
+    }
+    memcpy(filename, kBackup, sizeof(kBackup));
+    append_public_section();
+    append_policies();
+    for (const char *const database : {"default", "auth", "ac", "client"}) {
+        db_backup_save(database, filename);
+    }
+    append_checksum();
+    sleep(1);
+    return 0;
+}
+
+int prod_systool_cfg_upload(const char *pbuf, long size)
+{
+    if (pbuf == nullptr || size <= 0) {
+        return CFG_FILE_INVALID;
+    }
+    const std::optional<std::string_view> backup = checked_part(pbuf, size);
+    if (!backup) {
+        return CFG_FILE_INVALID;
+    }
+    // The databases "ac" and "client" hold what was seen, not what was set: they are not restored.
+    db_backup_load("default", pbuf);
+    db_backup_load("auth", pbuf);
+    if (!lay_out(*backup)) {
+        return CFG_UPLOAD_ERR;
+    }
+    upload_ac_policy();
+    sleep(2);
+    doSystemCmd("cfm Upload");
+    printf("%s_Exit\n", __func__);
+    return CFG_UPGRADE_OK;
+}
+
+int prod_backup_file_handle(FILE_OPERATE_ENUM type, char *buf, long size)
+{
+    switch (type) {
+        case FILE_OPERATE_DOWNLOAD:
+            return prod_systool_sys_cfg_download(buf);
+        case FILE_OPERATE_UPLOAD:
+            return prod_systool_cfg_upload(buf, size);
+        default:
+            puts("invalid type!");
+            return -1;
+    }
+}
 
 // ---- figures --------------------------------------------------------------------------------
 

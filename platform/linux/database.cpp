@@ -28,6 +28,7 @@
 #include <cstring>
 #include <new>
 
+#include "database.hpp"
 #include "file.hpp"
 
 namespace platform
@@ -35,10 +36,8 @@ namespace platform
 namespace
 {
 
-constexpr const char *kFolder = "/cfg/database";
 constexpr mode_t kPrivateFolder = 0700;
 constexpr mode_t kPrivateFile = 0600;
-constexpr std::size_t kNameSize = 64;  // of a database
 
 // How long another process's transaction is waited for: 5 seconds. Looked at often, since one that
 // writes without a pause leaves only short gaps.
@@ -141,7 +140,7 @@ struct Table {
 /** A database as this process knows it. Lives as long as the process. */
 struct Database {
     Database *next;
-    char name[kNameSize];
+    char name[kDatabaseNameSize];
     Table *tables;
     sqlite3 *connection;
     int depth;      // of nested locks
@@ -196,20 +195,7 @@ void start_child()
     }
 }
 
-bool watch_forks()
-{
-    static bool watching = false;
-    watching = watching || pthread_atfork(before_fork, after_fork, start_child) == 0;
-    return watching;
-}
-
 // ---- databases --------------------------------------------------------------------------------
-
-bool can_name_database(const char *name)
-{
-    const std::size_t length = name != nullptr ? strnlen(name, kNameSize) : 0;
-    return length > 0 && length < kNameSize && name[0] != '.' && strchr(name, '/') == nullptr;
-}
 
 /** The database of that name; nullptr when memory is short. */
 Database *find_database(const char *name)
@@ -237,14 +223,6 @@ int wait_for_another(void *, int pauses)
     return 1;
 }
 
-/** Makes the file of a database if there is none; the engine's own way would let everybody read it.
- */
-void make_file(const char *path)
-{
-    mkdir(kFolder, kPrivateFolder);
-    const Fd made{open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFile)};
-}
-
 /** Has the connection, to the file that bears the name now. */
 bool Database::open()
 {
@@ -260,11 +238,11 @@ bool Database::open()
     if (shut_out) {
         return false;
     }
-    const Sql path{sqlite3_mprintf("%s/%s.db", kFolder, name)};
+    const Sql path{sqlite3_mprintf("%s/%s.db", kDatabaseFolder, name)};
     if (path == nullptr) {
         return false;
     }
-    make_file(path.get());
+    make_database_file(path.get());
     const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(path.get(), &connection, flags, nullptr) == SQLITE_OK &&
         sqlite3_busy_handler(connection, wait_for_another, nullptr) == SQLITE_OK &&
@@ -567,16 +545,6 @@ Table *table_of(const db_table *handle)
     return handle != nullptr ? static_cast<Table *>(handle->port) : nullptr;
 }
 
-/** The calling thread is inside, alone. */
-class Inside
-{
-  public:
-    Inside() { pthread_mutex_lock(&inside); }
-    ~Inside() { pthread_mutex_unlock(&inside); }
-    Inside(const Inside &) = delete;
-    Inside &operator=(const Inside &) = delete;
-};
-
 /** Work on the table of a handle, if it can be used. */
 class Operation
 {
@@ -753,6 +721,37 @@ int unlock_table(db_table *handle)
 }
 
 }  // namespace
+
+bool can_name_database(const char *name)
+{
+    const std::size_t length = name != nullptr ? strnlen(name, kDatabaseNameSize) : 0;
+    return length > 0 && length < kDatabaseNameSize && name[0] != '.' &&
+           strchr(name, '/') == nullptr;
+}
+
+void make_database_file(const char *path)
+{
+    mkdir(kDatabaseFolder, kPrivateFolder);
+    const Fd made{open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFile)};
+}
+
+Inside::Inside()
+{
+    pthread_mutex_lock(&inside);
+}
+
+Inside::~Inside()
+{
+    pthread_mutex_unlock(&inside);
+}
+
+bool watch_forks()
+{
+    static bool watching = false;
+    watching = watching || pthread_atfork(before_fork, after_fork, start_child) == 0;
+    return watching;
+}
+
 }  // namespace platform
 
 using namespace platform;

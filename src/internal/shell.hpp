@@ -58,6 +58,32 @@ class ShellWord
     Text<kLongest * kLongestEscape + 1> text_;
 };
 
+/**
+ * A value between the double quotes of a command line: "echo \"name=%s\"". An ordinary value stays
+ * as it is.
+ */
+class QuotedShellText
+{
+  public:
+    explicit QuotedShellText(std::string_view value)
+    {
+        const std::size_t length = value.size() < kLongest ? value.size() : kLongest;
+        for (const char c : std::string_view{value.data(), length}) {
+            if (std::string_view{"\\\"$`"}.find(c) != std::string_view::npos) {
+                text_.append('\\');
+            }
+            text_.append(c);
+        }
+    }
+
+    const char *c_str() const { return text_.c_str(); }
+
+  private:
+    static constexpr std::size_t kLongest = CFM_VALUE_SIZE - 1;
+
+    Text<2 * kLongest + 1> text_;
+};
+
 /** Runs a command whose result nobody looks at. */
 inline void run_command(const char *command)
 {

@@ -94,6 +94,19 @@ class Text
 
     void append(char c) { append(std::string_view{&c, 1}); }
 
+    void clear()
+    {
+        length_ = 0;
+        data_[0] = '\0';
+    }
+
+    void drop_last()
+    {
+        if (length_ > 0) {
+            data_[--length_] = '\0';
+        }
+    }
+
     __attribute__((format(printf, 2, 0))) void vappend(const char *format, va_list args)
     {
         const int wanted = vsnprintf(data_ + length_, room(), format, args);

@@ -70,6 +70,54 @@ static void lan_move(void)
     free(row);
 }
 
+static void encodings(void)
+{
+    char text[8];
+    char *converted = encode_chinese("utf8", "abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    converted = encode_str_to_utf8("abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    EXPECT(get_gb2312("abc") == 0);
+    prod_encode64(text, "abc", sizeof(text));
+    EXPECT(strcmp(text, "YWJj") == 0);
+    EXPECT(prod_decode64(text, "YWJj", sizeof(text)) == 0 && strcmp(text, "abc") == 0);
+}
+
+static void count_call(rb_node *node, void *calls)
+{
+    (void)node;
+    ++*(int *)calls;
+}
+
+static void tree(void)
+{
+    rb_root root = {NULL};
+    rb_node low = {0, NULL, NULL};
+    rb_node high = {0, NULL, NULL};
+    rb_node other;
+    rb_node *deepest;
+    int calls = 0;
+    root.rb_node = &low;
+    rb_insert_color(&low, &root);
+    rb_set_parent(&high, &low);
+    rb_set_color(&high, 0);
+    low.rb_right = &high;
+    rb_insert_color(&high, &root);
+    rb_augment_insert(&high, count_call, &calls);
+    rb_augment_path(&high, count_call, &calls);
+    EXPECT(calls == 4);
+    EXPECT(rb_first(&root) == &low && rb_last(&root) == &high);
+    EXPECT(rb_next(&low) == &high && rb_prev(&high) == &low);
+    rb_replace_node(&high, &other, &root);
+    EXPECT(rb_last(&root) == &other);
+    deepest = rb_augment_erase_begin(&other);
+    rb_erase(&other, &root);
+    rb_augment_erase_end(deepest, count_call, &calls);
+    EXPECT(deepest == &low && calls == 5 && rb_next(&low) == NULL);
+}
+
 static void files(void)
 {
     void *data = NULL;
@@ -92,6 +140,18 @@ static void configuration(void)
     EXPECT(prod_cfm_unset_val("capi.key") == 1);
 }
 
+static void policies(void)
+{
+    char values[PROD_POLICY_TEXT_SIZE] = "";
+    EXPECT(write_file("/etc/reboot_policy.cfg", "reboot_policy:enable=1\tname=Bob's", 34) == 1);
+    assem_policy_data("/etc/reboot_policy.cfg", "reboot_policy:", values);
+    EXPECT(strcmp(values, "('1','Bob''s'),") == 0);
+    EXPECT(upload_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_download_ac_policy() == PAV_RET_OK);
+    EXPECT(prod_backup_file_handle(FILE_OPERATE_BUTT, values, 0) == -1);
+    EXPECT(prod_systool_cfg_upload("no backup", 9) == CFG_FILE_INVALID);
+}
+
 static void json(void)
 {
     cJSON *object = cJSON_CreateObject();
@@ -111,6 +171,19 @@ static void wireless(void)
     EXPECT(strcmp(wifi_get_mibname("wlan0", "band", name), "wlan0_band") == 0);
     EXPECT(wifi_set_bss_val(2, 0, "bss_ssid", "capi") == 1);
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
+}
+
+static void firmware(void)
+{
+    static char text[] = "no image";
+    int type = 0;
+    EXPECT(flash_check_fw_type_and_crc(text, &type, sizeof(text)) == FW_VALID_IMAGE && type < 0);
+    EXPECT(flash_check_fw_type_and_crc(NULL, &type, 0) == FW_UPLOAD_ERROR);
+    EXPECT(flash_check_fw("/tmp/no_such_image", type) == FW_INVALID_FORMAT);
+    EXPECT(systool_file_handle(FILE_OPERATE_SIMPLE_UPGRADE, text, sizeof(text)) == -1);
+    EXPECT(g_fw_type == type);
+    EXPECT(prod_upgrade_image_to_flash() == -1);
+    kill_other_upgrade_process(UPGRADE_BUTT);
 }
 
 static void hardware_and_system(void)
@@ -234,10 +307,14 @@ int main(void)
     shared_memory();
     strings();
     lan_move();
+    encodings();
+    tree();
     files();
     configuration();
+    policies();
     json();
     wireless();
+    firmware();
     hardware_and_system();
     networks();
     ipv6();

@@ -159,5 +159,12 @@ int main(void)
     FIELD(db_table, columns);
     FIELD(db_table, col_num);
     FIELD(db_table, port);
+
+    RECORD(rb_node);
+    FIELD(rb_node, rb_parent_color);
+    FIELD(rb_node, rb_right);
+    FIELD(rb_node, rb_left);
+    RECORD(rb_root);
+    FIELD(rb_root, rb_node);
     return 0;
 }

@@ -19,12 +19,17 @@ extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
+extern const Command kFirmwareGroup;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kEncodeCommand;
+extern const Command kDecodeCommand;
 extern const Command kAuditGroup;
 extern const Command kUsbGroup;
 extern const Command kDnsRedirectGroup;
+extern const Command kPolicyGroup;
+extern const Command kBackupGroup;
 
 // Commands of the group system.
 int run_memory(const Call &call, cJSON *answer);

@@ -7,10 +7,12 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup,      kWanGroup,   kLanGroup,
-                           kBridgeGroup,   kIpv6Group,        kWifiGroup,  kPortCommand,
-                           kLedGroup,      kDnsRedirectGroup, kUsbGroup,   kAuditGroup,
-                           kConfigGroup,   kDebugGroup,       kCheckGroup, kStrGroup};
+const Command kGroups[] = {kStatusCommand, kSystemGroup, kFirmwareGroup,    kWanGroup,
+                           kLanGroup,      kBridgeGroup, kIpv6Group,        kWifiGroup,
+                           kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup,
+                           kAuditGroup,    kConfigGroup, kBackupGroup,      kPolicyGroup,
+                           kDebugGroup,    kCheckGroup,  kStrGroup,         kEncodeCommand,
+                           kDecodeCommand};
 
 const Command kRoot = {
     .name = "prodctl",

@@ -162,6 +162,31 @@ typedef struct db_table {
 PLATFORM_API int db_table_init(const char *db_name, db_table *table, const char *table_name,
                                const db_col_t *columns, int column_count);
 
+/**
+ * Appends a database to a backup file, as a section of text that holds all its tables as they are at
+ * one moment. The text never contains "crc=" nor "##the ... configure end##", whatever bytes the
+ * values hold. A missing database has no tables. Waits for a writer as the operations above do.
+ *
+ * @param table  the name of the database
+ * @param file   made when it is missing, readable by its owner only
+ * @return non-zero on success; 0, and the file is as it was, when the name is none, the database
+ *         cannot be read or the file cannot be written
+ */
+PLATFORM_API int db_backup_save(const char *table, const char *file);
+
+/**
+ * Makes the rows of a database those of its section in a backup file. Tables and columns that are
+ * missing are made, tables that the section does not know are emptied, all in one transaction. Ids
+ * go on counting from the higher of now and then. Not for a thread that holds the database's lock.
+ *
+ * @param table   the name of the database
+ * @param buffer  the whole file and a NUL; what stands behind the first "crc=" does not count, of
+ *                several sections of the database the last does
+ * @return non-zero on success; 0, and the database is as it was, when the name is none, the section
+ *         is missing or damaged in any way, or the database cannot be written
+ */
+PLATFORM_API int db_backup_load(const char *table, const char *buffer);
+
 PLATFORM_END
 
 #endif

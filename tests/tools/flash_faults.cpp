@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+// The flash of a program that this is loaded into (LD_PRELOAD) goes wrong as FLASH_FAULT says:
+//
+//   kill N    the process is killed in front of step N
+//   fail N    step N fails with EIO
+//   short     every other transfer is interrupted, the others move at most 1000 bytes
+//   ignore    writes change nothing, and say that all went well
+//   spoil N   the first N writes of contents change a byte
+//
+// A step is a call that changes a file, or asks for its change to be kept.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace
+{
+
+struct Fault {
+    char kind[16] = "";
+    int number = 0;
+
+    Fault()
+    {
+        const char *const text = getenv("FLASH_FAULT");
+        if (text != nullptr) {
+            sscanf(text, "%15s %d", kind, &number);
+        }
+    }
+    bool is(const char *wanted) const { return strcmp(kind, wanted) == 0; }
+};
+
+Fault &fault()
+{
+    static Fault the_fault;
+    return the_fault;
+}
+
+/** Counts a step; true when it must fail. */
+bool step()
+{
+    static int steps;
+    if (++steps != fault().number) {
+        return false;
+    }
+    if (fault().is("kill")) {
+        kill(getpid(), SIGKILL);
+    }
+    if (fault().is("fail")) {
+        errno = EIO;
+        return true;
+    }
+    return false;
+}
+
+/** True when a transfer is interrupted; else what is left of its size. */
+bool interrupt(size_t &size)
+{
+    static unsigned int transfers;
+    if (!fault().is("short")) {
+        return false;
+    }
+    if (++transfers % 2 == 1) {
+        errno = EINTR;
+        return true;
+    }
+    size = std::min(size, size_t{1000});
+    return false;
+}
+
+template <typename Function>
+Function *real(const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+EXPORTED ssize_t pwrite(int fd, const void *bytes, size_t size, off_t at)
+{
+    if (step()) {
+        return -1;
+    }
+    if (interrupt(size)) {
+        return -1;
+    }
+    if (fault().is("ignore")) {
+        return static_cast<ssize_t>(size);
+    }
+    std::string copy{static_cast<const char *>(bytes), size};
+    if (at > 0 && fault().is("spoil") && fault().number > 0) {
+        --fault().number;
+        copy[size / 2] = static_cast<char>(copy[size / 2] ^ 1);
+    }
+    return real<ssize_t(int, const void *, size_t, off_t)>("pwrite")(fd, copy.data(), size, at);
+}
+
+EXPORTED ssize_t pread(int fd, void *bytes, size_t size, off_t at)
+{
+    if (interrupt(size)) {
+        return -1;
+    }
+    return real<ssize_t(int, void *, size_t, off_t)>("pread")(fd, bytes, size, at);
+}
+
+EXPORTED int fsync(int fd)
+{
+    size_t nothing = 0;
+    if (step() || interrupt(nothing)) {
+        return -1;
+    }
+    return real<int(int)>("fsync")(fd);
+}
+
+EXPORTED int ftruncate(int fd, off_t size) noexcept
+{
+    return step() ? -1 : real<int(int, off_t)>("ftruncate")(fd, size);
+}
+
+EXPORTED int fallocate(int fd, int mode, off_t at, off_t size)
+{
+    return step() ? -1 : real<int(int, int, off_t, off_t)>("fallocate")(fd, mode, at, size);
+}
+
+EXPORTED void sync(void) noexcept
+{
+    step();
+    real<void(void)>("sync")();
+}
