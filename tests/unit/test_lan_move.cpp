@@ -174,9 +174,9 @@ TEST_F(LanMove, ThePoolFollowsTheAddress)
 
 TEST_F(LanMove, ThePoolFillsANetworkOfAnotherMask)
 {
-    const int id = add(get_dhcps_list_table(),
-                       {"1", "br0", "192.168.0.100", "192.168.0.200", "192.168.0.254",
-                        "255.255.255.0", "86400", "8.8.8.8", "9.9.9.9"});
+    const int id =
+        add(get_dhcps_list_table(), {"1", "br0", "192.168.0.100", "192.168.0.200", "192.168.0.254",
+                                     "255.255.255.0", "86400", "8.8.8.8", "9.9.9.9"});
     config() = {{"wans.flag", "1"},
                 {"wan1.dmzip", "192.168.0.5"},
                 {"dhcps.Staticnum", "1"},
