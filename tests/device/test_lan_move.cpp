@@ -89,6 +89,8 @@ TEST(LanMove, EverythingFollowsTheAddress)
     EXPECT_EQ(setting("lan.mask"), "255.255.255.0");
     EXPECT_EQ(pool("start ip"), "192.168.1.100");
     EXPECT_EQ(pool("end ip"), "192.168.1.200");
+    EXPECT_EQ(setting("dhcps.startip"), "192.168.1.100");
+    EXPECT_EQ(setting("dhcps.endip"), "192.168.1.200");
     EXPECT_EQ(pool("gateway"), "192.168.1.1");
     EXPECT_EQ(pool("main dns"), "192.168.1.1");
     EXPECT_EQ(setting("dhcps.Staticip1"), "192.168.1.50;02:00:5e:00:53:02;phone");
@@ -107,7 +109,7 @@ TEST(LanMove, EverythingFollowsTheAddress)
     // The rehearsal told just that.
     std::string told = moved["changes"].text();
     EXPECT_NE(rehearsed.find(told), std::string::npos) << rehearsed << told;
-    EXPECT_EQ(moved["changes"].items().size(), 16U) << told;
+    EXPECT_EQ(moved["changes"].items().size(), 18U) << told;
     // It is committed.
     EXPECT_EQ(must("grep -c '^lan.ip=192.168.1.1$' /cfg/cfm.cfg"), "1\n");
 

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/children.hpp"
 #include "support/files.hpp"
 
 extern "C" {
@@ -27,7 +28,10 @@ int fsync(int fd);
 int rename(const char *from, const char *to) noexcept;
 }
 
+using test::ended_well;
+using test::in_a_child;
 using test::read_text;
+using test::start;
 using test::write_text;
 
 namespace
@@ -51,29 +55,11 @@ bool set(const std::string &key, const std::string &value)
     return SetValue(key.c_str(), value.c_str()) != 0;
 }
 
-/** Starts @p code in a process of its own. */
-pid_t start(const std::function<void()> &code)
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        code();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return pid;
-}
-
-/** Waits for a process; whether it ended well. */
-bool ended_well(pid_t pid)
-{
-    int status = 0;
-    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 /** Runs @p code in a process of its own, which finds a device as after a boot. */
 void after_boot(const std::function<void()> &code)
 {
     test::remove_all(kWorkingCopy);
-    EXPECT_TRUE(ended_well(start(code)));
+    EXPECT_TRUE(in_a_child(code));
 }
 
 class Cfm : public testing::Test
@@ -224,7 +210,7 @@ TEST_F(Cfm, TheFilesAreLoadedOnce)
         EXPECT_EQ(UnSetValue("lan.ip"), 1);
         EXPECT_EQ(UnSetValue("sys.mode"), 1);
     });
-    EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("lan.ip"), "(absent)"); })));
+    EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("lan.ip"), "(absent)"); }));
 
     // Many at once on a fresh device: what one has set, no other loads away.
     test::remove_all(kWorkingCopy);
@@ -245,11 +231,11 @@ TEST_F(Cfm, TheFilesAreLoadedOnce)
     for (const pid_t pid : all) {
         EXPECT_TRUE(ended_well(pid));
     }
-    EXPECT_TRUE(ended_well(start([] {
+    EXPECT_TRUE(in_a_child([] {
         for (int i = 0; i < 40; ++i) {
             EXPECT_EQ(value_of("own" + std::to_string(i)), "1");
         }
-    })));
+    }));
 }
 
 TEST_F(Cfm, AnUnchangedValueWritesNothing)
@@ -339,11 +325,11 @@ TEST_F(Cfm, WithoutARoomForTheWorkingCopy)
         EXPECT_EQ(RestoreValue(), 0);
     };
     write_text(kPersistent, "lan.ip=old\n");
-    EXPECT_TRUE(ended_well(start([&] {
+    EXPECT_TRUE(in_a_child([&] {
         const test::MountedFolder read_only{"/var/run", "size=16k", true};
         nothing_works();
-    })));
-    EXPECT_TRUE(ended_well(start([&] {
+    }));
+    EXPECT_TRUE(in_a_child([&] {
         const int before = test::open_descriptors();
         {
             const test::MountedFolder full{"/var/run"};
@@ -353,28 +339,28 @@ TEST_F(Cfm, WithoutARoomForTheWorkingCopy)
         EXPECT_EQ(test::open_descriptors(), before);
         // The same process has its configuration as soon as there is room.
         EXPECT_EQ(value_of("lan.ip"), "old");
-    })));
-    EXPECT_TRUE(ended_well(start([&] {
+    }));
+    EXPECT_TRUE(in_a_child([&] {
         test::remove_all(kWorkingCopy);
         write_text(kWorkingCopy, "a file in the folder's place");
         nothing_works();
         test::remove_all(kWorkingCopy);
-    })));
+    }));
     EXPECT_EQ(read_text(kPersistent), "lan.ip=old\n");
 }
 
 TEST_F(Cfm, AMissingRunFolder)
 {
-    EXPECT_TRUE(ended_well(start([] {
+    EXPECT_TRUE(in_a_child([] {
         const test::MountedFolder empty_var{"/var"};
         EXPECT_EQ(value_of("lan.ip"), "(absent)");
         EXPECT_FALSE(set("a", "1"));
-    })));
+    }));
 }
 
 TEST_F(Cfm, AFullRunFolderKeepsWhatItHas)
 {
-    EXPECT_TRUE(ended_well(start([] {
+    EXPECT_TRUE(in_a_child([] {
         const test::MountedFolder small{"/var/run", "size=512k"};
         EXPECT_TRUE(set("a", "1"));
         small.fill();
@@ -388,7 +374,7 @@ TEST_F(Cfm, AFullRunFolderKeepsWhatItHas)
         EXPECT_EQ(unlink("/var/run/fill"), 0);
         EXPECT_TRUE(set("a", "2"));
         EXPECT_EQ(value_of("a"), "2");
-    })));
+    }));
 }
 
 TEST_F(Cfm, ADamagedWorkingCopyIsMadeAnew)
@@ -400,11 +386,11 @@ TEST_F(Cfm, ADamagedWorkingCopyIsMadeAnew)
         for (const std::string &file : {data, readers}) {
             after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
             write_text(file, text);
-            EXPECT_TRUE(ended_well(start([] {
+            EXPECT_TRUE(in_a_child([] {
                 EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
                 EXPECT_TRUE(set("a", "1"));
-            }))) << file;
-            EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("a"), "1"); })));
+            })) << file;
+            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("a"), "1"); }));
         }
     }
 }
@@ -419,10 +405,10 @@ TEST_F(Cfm, ACutWorkingCopyIsMadeAnew)
             }
         });
         ASSERT_EQ(truncate(data.c_str(), pages * 4096 + 100), 0);
-        EXPECT_TRUE(ended_well(start([] {
+        EXPECT_TRUE(in_a_child([] {
             EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
             EXPECT_TRUE(set("a", "1"));
-        }))) << pages;
+        })) << pages;
     }
 }
 
@@ -452,17 +438,17 @@ TEST_F(Cfm, ADaemonThatForks)
         const pid_t child = start([] {
             EXPECT_TRUE(set("child", "1"));
             EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
-            EXPECT_TRUE(ended_well(start([] {
+            EXPECT_TRUE(in_a_child([] {
                 EXPECT_EQ(value_of("child"), "1");
                 EXPECT_TRUE(set("grandchild", "1"));
-            })));
+            }));
         });
         EXPECT_TRUE(set("parent", "1"));
         EXPECT_TRUE(ended_well(child));
         EXPECT_EQ(value_of("child"), "1");
         EXPECT_EQ(value_of("grandchild"), "1");
         for (int i = 0; i < 300; ++i) {
-            EXPECT_TRUE(ended_well(start([&] { EXPECT_TRUE(set("n", std::to_string(i))); })));
+            EXPECT_TRUE(in_a_child([&] { EXPECT_TRUE(set("n", std::to_string(i))); }));
             EXPECT_EQ(value_of("n"), std::to_string(i));
         }
     });
@@ -477,7 +463,7 @@ TEST_F(Cfm, ADaemonThatForksOnAKernelThatWipesNothing)
         EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
         const pid_t child = start([] {
             EXPECT_TRUE(set("child", "1"));
-            EXPECT_TRUE(ended_well(start([] { EXPECT_EQ(value_of("child"), "1"); })));
+            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("child"), "1"); }));
         });
         EXPECT_TRUE(set("parent", "1"));
         EXPECT_TRUE(ended_well(child));
@@ -523,12 +509,12 @@ TEST_F(Cfm, AForkAmidThreads)
             });
         }
         for (int i = 0; i < 50; ++i) {
-            EXPECT_TRUE(ended_well(start([] {
+            EXPECT_TRUE(in_a_child([] {
                 alarm(20);
                 EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
                 EXPECT_TRUE(set("child", "1"));
                 EXPECT_EQ(CommitCfm(), 1);
-            })));
+            }));
         }
         stop = true;
         for (std::thread &thread : all) {
@@ -552,10 +538,10 @@ TEST_F(Cfm, SlotsOfTheDeadAreUsedAgain)
             waitpid(pid, nullptr, 0);
         }
     }
-    EXPECT_TRUE(ended_well(start([] {
+    EXPECT_TRUE(in_a_child([] {
         EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
         EXPECT_TRUE(set("a", "1"));
-    })));
+    }));
 }
 
 /** A value that shows when it is not whole. */
@@ -598,12 +584,12 @@ TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
             EXPECT_EQ(waitpid(pid, &status, 0), pid);
             EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
         }
-        EXPECT_TRUE(ended_well(start([] {
+        EXPECT_TRUE(in_a_child([] {
             EXPECT_TRUE(whole(value_of("shared")));
             EXPECT_TRUE(set("after", "1"));
             EXPECT_EQ(UnSetValue("after"), 1);
             EXPECT_EQ(CommitCfm(), 1);
-        })));
+        }));
     }
     EXPECT_TRUE(ended_well(witness));
 }
@@ -644,11 +630,11 @@ TEST_F(Cfm, ACommitKilledAtAnyOfItsCalls)
         killed += survived ? 0 : 1;
         const std::string text = read_text(kPersistent);
         EXPECT_TRUE(text == (survived ? new_text : old_text) || text == new_text) << calls;
-        EXPECT_TRUE(ended_well(start([] {
+        EXPECT_TRUE(in_a_child([] {
             alarm(10);
             EXPECT_EQ(CommitCfm(),
                       1);  // no lock is left behind, nor is the unfinished file in the way
-        })));
+        }));
         EXPECT_TRUE(read_text(kPersistent) == new_text);
     }
     EXPECT_TRUE(survived);

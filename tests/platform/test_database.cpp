@@ -23,8 +23,13 @@
 #include <thread>
 #include <vector>
 
+#include "support/children.hpp"
 #include "support/files.hpp"
 #include "support/time.hpp"
+
+using test::ended_well;
+using test::in_a_child;
+using test::start;
 
 namespace
 {
@@ -90,28 +95,6 @@ std::vector<Record> all(db_table &table)
     }
     result.free(&result);
     return records;
-}
-
-pid_t start(const std::function<void()> &code)
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        code();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return pid;
-}
-
-bool ended_well(pid_t pid)
-{
-    int status = 0;
-    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-/** Runs @p code in a process of its own; whether nothing failed there. */
-bool in_a_child(const std::function<void()> &code)
-{
-    return ended_well(start(code));
 }
 
 class Database : public testing::Test

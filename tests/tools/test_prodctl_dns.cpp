@@ -150,9 +150,12 @@ TEST_F(Resolve, AnInterfaceThatIsNotThere)
 {
     const Outcome outcome =
         prodctl({"wan", "resolve", "www.example.net", "--server", "127.0.0.1", "--via", "none0"});
-    EXPECT_EQ(outcome, (Outcome{1, "",
-                                "bind interface: No such device\n"
-                                "prodctl wan resolve: asking 127.0.0.1 failed after 0.0 s\n"}));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(
+        outcome.err,
+        Prints("bind interface: No such device\n"
+               "prodctl wan resolve: asking 127\\.0\\.0\\.1 failed after [01]\\.[0-9] s\n"));
     EXPECT_EQ(prodctl({"wan", "resolve", "a.b", "--server", "127.0.0.1", "--via", "2"}),
               (Outcome{1, "", "prodctl wan resolve: WAN 2 has no interface\n"}));
 }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // lan move and lan records, on a bridge that the test makes.
+#include <cstdlib>
+
 #include "platform/cfm.h"
 #include "prod_common_check.h"
 #include "support/files.hpp"
@@ -114,7 +116,11 @@ TEST_F(Lan, AMoveIsRehearsedAndMade)
         "{\"setting\":\"wan1.dmzen\",\"before\":\"1\",\"after\":\"0\"},"
         // 192.168.0.10 stays: its new address is another's.
         "{\"setting\":\"ip-mac-bind 3 ip\",\"before\":\"192.168.0.11\","
-        "\"after\":\"192.168.1.11\"}]}\n";
+        "\"after\":\"192.168.1.11\"},"
+        "{\"setting\":\"dhcps.startip\",\"before\":\"192.168.0.100\","
+        "\"after\":\"192.168.1.100\"},"
+        "{\"setting\":\"dhcps.endip\",\"before\":\"192.168.0.200\","
+        "\"after\":\"192.168.1.200\"}],\"clashes\":[]}\n";
     const std::string head = "{\"address\":\"192.168.1.1\",\"mask\":\"255.255.255.0\",\"dry_run\":";
     const std::string before = prodctl({"lan", "records", "show", "--json"}).out;
     EXPECT_EQ(prodctl({"lan", "move", "192.168.1.1/24", "--dry-run", "--json"}),
@@ -134,6 +140,77 @@ TEST_F(Lan, AMoveIsRehearsedAndMade)
     EXPECT_EQ(prodctl({"lan", "move", "192.168.1.1/24"}), (Outcome{0, "Nothing to change.\n", ""}));
 }
 
+TEST_F(Lan, TheFirstPoolsSettingsKeepInStep)
+{
+    ASSERT_EQ(add_pool().status, 0);
+    ASSERT_EQ(SetValue("dhcps.startip", "192.168.0.110"), 1);
+    ASSERT_EQ(UnSetValue("dhcps.endip"), 1);
+    const std::string change =
+        "{\"setting\":\"dhcps.startip\",\"before\":\"192.168.0.110\","
+        "\"after\":\"192.168.1.100\"}";
+    for (const char *const option : {"--dry-run", "--json"}) {
+        const Outcome outcome = prodctl({"lan", "move", "192.168.1.1/24", "--json", option});
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_THAT(outcome.out, HasSubstr(change));
+        EXPECT_THAT(outcome.out, testing::Not(HasSubstr("dhcps.endip")));
+    }
+    EXPECT_EQ(prodctl({"config", "get", "dhcps.startip"}).out, "192.168.1.100\n");
+    EXPECT_EQ(prodctl({"config", "get", "dhcps.endip"}).status, 1);
+}
+
+TEST_F(Lan, AMoveSaysWhatIsInTheWay)
+{
+    ASSERT_EQ(add_pool().status, 0);
+    for (const auto &[key, value] : {std::pair{"wl.guest.dhcps_ip", "192.168.0.129"},
+                                     {"wl.guest.dhcps_mask", "255.255.255.128"},
+                                     {"lan.portal_ip", "192.168.1.1"},
+                                     {"wans.flag", "3"}}) {
+        ASSERT_EQ(SetValue(key, value), 1);
+    }
+    const test::FileHolds wan1{"/etc/wan1.ini"};
+    const test::FileHolds wan2{"/etc/wan2.ini", "ip=192.168.2.77\nmask=255.255.255.0\n"};
+    const test::FileHolds wan3{"/etc/wan3.ini", "ip=192.168.3.77\n"};
+    const test::FileHolds wan4{"/etc/wan4.ini", "ip=192.168.2.78\nmask=255.255.255.0\n"};
+    // The LAN's present network is not in its own way.
+    const std::string rehearsed =
+        prodctl({"lan", "move", "192.168.0.254/25", "--dry-run", "--json"}).out;
+    EXPECT_THAT(rehearsed,
+                HasSubstr("\"clashes\":[{\"range\":\"guest\",\"address\":\"192.168.0.129\","
+                          "\"mask\":\"255.255.255.128\",\"proposed\":\"192.168.3.129\"}]}\n"));
+    const Outcome moved = prodctl({"lan", "move", "192.168.2.1/23"});
+    EXPECT_EQ(moved.status, 0);
+    EXPECT_THAT(moved.out, HasSubstr("\n\n192.168.2.1/23 clashes.\n"
+                                     "RANGE  ADDRESS          PROPOSED\n"
+                                     "wan2   192.168.2.77/24  -\n"
+                                     "wan3   192.168.3.77/32  -\n"));
+    EXPECT_EQ(prodctl({"lan", "move", "192.168.2.1/23"}).out.rfind("Nothing to change.\n\n192", 0),
+              0U);
+    EXPECT_EQ(prodctl({"config", "get", "lan.ip"}).out, "192.168.2.1\n");
+}
+
+TEST_F(Lan, AMoveThatIsCutShortSaysSo)
+{
+    ASSERT_EQ(add_pool().status, 0);
+    ASSERT_EQ(SetValue("dhcps.en", "1"), 1);
+    // No file can take the place of a folder.
+    const std::string file = "/cfg/cfm.cfg";
+    test::remove_all(file);
+    test::write_text(file + "/in the way", "");
+    const Outcome outcome = prodctl({"lan", "move", "192.168.1.1/24"}, "", [] {
+        setenv("PATH", "/sbin:/bin", 1);  // where no service is
+    });
+    test::remove_all(file);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err,
+                HasSubstr("prodctl lan move: the LAN has moved, but the configuration could not be "
+                          "made persistent: 'prodctl config commit' tries again\n"));
+    EXPECT_THAT(outcome.err,
+                HasSubstr("prodctl lan move: the LAN has moved, but the DHCP server could not be "
+                          "restarted: it serves the old network\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("lan.ip"));
+    EXPECT_EQ(prodctl({"config", "get", "lan.ip"}).out, "192.168.1.1\n");
+}
+
 TEST_F(Lan, MovesThatCannotBe)
 {
     for (const char *const wrong :
@@ -150,8 +227,11 @@ TEST_F(Lan, MovesThatCannotBe)
                        "the LAN\n"}));
     ASSERT_EQ(add_pool().status, 0);
     test::run("ip link del br0");
-    EXPECT_THAT(prodctl({"lan", "move", "10.0.0.1/24"}).err,
+    const Outcome outcome = prodctl({"lan", "move", "10.0.0.1/24"});
+    EXPECT_THAT(outcome.err,
                 HasSubstr("the LAN's bridge cannot have that address: nothing was changed\n"));
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(prodctl({"config", "get", "lan.ip"}).out, "192.168.0.1\n");
     ASSERT_EQ(UnSetValue("lan.mask"), 1);
     EXPECT_EQ(

@@ -9,6 +9,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -173,7 +174,9 @@ TEST_F(LanMove, ThePoolFollowsTheAddress)
 
 TEST_F(LanMove, ThePoolFillsANetworkOfAnotherMask)
 {
-    const int id = add_pool();
+    const int id =
+        add(get_dhcps_list_table(), {"1", "br0", "192.168.0.100", "192.168.0.200", "192.168.0.254",
+                                     "255.255.255.0", "86400", "8.8.8.8", "9.9.9.9"});
     config() = {{"wans.flag", "1"},
                 {"wan1.dmzip", "192.168.0.5"},
                 {"dhcps.Staticnum", "1"},
@@ -514,6 +517,117 @@ TEST_F(LanMove, EverythingFollows)
     EXPECT_LT(place("adv.snat.listnum"), place("adv.logs.listnum"));
 }
 
+/** While it lives, the operations of a table are noted in "asked", beside the keys that are read.
+ */
+class Watched
+{
+  public:
+    explicit Watched(db_table *table) : table_(table), operations_(*table)
+    {
+        if (known.empty()) {
+            asked.clear();
+            keys_ = 0;
+        }
+        known[table] = operations_;
+        table->find = [](db_table *of, int column, const void *value, int flags) {
+            note(of, "find " + std::to_string(column) + " " + static_cast<const char *>(value) +
+                         " " + std::to_string(flags));
+            return known[of].find(of, column, value, flags);
+        };
+        table->get = [](db_table *of, int row) {
+            note(of, "get");
+            return known[of].get(of, row);
+        };
+        table->all = [](db_table *of, db_result *result) {
+            note(of, "all");
+            return known[of].all(of, result);
+        };
+        table->lock = [](db_table *of) {
+            note(of, "lock");
+            return known[of].lock(of);
+        };
+        table->unlock = [](db_table *of) {
+            note(of, "unlock");
+            return known[of].unlock(of);
+        };
+        table->set = [](db_table *of, int row, const db_val_t *values) {
+            note(of, "set");
+            return known[of].set(of, row, values);
+        };
+    }
+    ~Watched()
+    {
+        *table_ = operations_;
+        known.erase(table_);
+    }
+    Watched(const Watched &) = delete;
+    Watched &operator=(const Watched &) = delete;
+
+    /** Notes the keys that were read since. */
+    static void note_keys()
+    {
+        for (const auto &keys = test::keys_read(); keys_ < keys.size(); ++keys_) {
+            if (asked.empty() || asked.back() != keys[keys_]) {
+                asked.push_back(keys[keys_]);
+            }
+        }
+    }
+
+  private:
+    static void note(db_table *of, const std::string &what)
+    {
+        note_keys();
+        asked.push_back(std::string{of == get_dhcps_list_table() ? "pools"
+                                    : of == get_port_map_table() ? "forwards"
+                                                                 : "bindings"} +
+                        " " + what);
+    }
+
+    inline static std::map<db_table *, db_table> known;
+    inline static std::size_t keys_ = 0;
+    db_table *table_;
+    db_table operations_;
+};
+
+TEST_F(LanMove, InThisOrder)
+{
+    add_pool();
+    fill_everything();
+    const Watched pools{get_dhcps_list_table()};
+    const Watched forwards{get_port_map_table()};
+    const Watched bindings{get_ip_mac_bind_table()};
+    prod_check_change_lanip_handle("192.169.0.1", "255.255.0.0", "192.168.0.1", "255.255.255.0");
+    Watched::note_keys();
+    // Each write of a key reads it first. The pool is stored for the address and for the mask.
+    EXPECT_EQ(asked, (Cells{"pools find 1 br0 0", "pools get",       "pools set",
+                            "dhcps.Staticnum",    "dhcps.Staticip1", "pools set",
+                            "wans.flag",          "wan1.dmzip",      "wan2.dmzip",
+                            "wan2.dmzen",         "lan.webip",       "forwards all",
+                            "forwards lock",      "forwards set",    "forwards unlock",
+                            "adv.snat.listnum",   "adv.snat.list1",  "adv.logs.listnum",
+                            "adv.logs.list1",     "bindings all",    "bindings set"}));
+    asked.clear();
+    prod_check_change_lanip_handle("192.169.0.1", "255.255.255.0", "192.169.0.1", "255.255.0.0");
+    Watched::note_keys();
+    EXPECT_EQ(asked, (Cells{"pools find 1 br0 0", "pools get", "pools set"}));
+}
+
+TEST_F(LanMove, TheAddressFirstAndThenTheMask)
+{
+    const int id = add_pool();
+    db_table *const pools = get_dhcps_list_table();
+    const db_table operations = *pools;
+    asked.clear();
+    pools->set = [](db_table *, int, const db_val_t *values) {
+        asked.insert(asked.end(), {values[2].s, values[3].s, values[4].s, values[5].s});
+        return 0;
+    };
+    check_lanip_change_sync_dhcps(kNew, ip("255.255.0.0"), kOld, kMask, static_cast<unsigned>(id));
+    *pools = operations;
+    EXPECT_EQ(asked, (Cells{"192.168.0.100", "192.168.0.200", "192.168.1.1", "255.255.255.0",
+                            "192.168.0.1", "192.168.255.254", "192.168.1.1", "255.255.0.0"}));
+}
+
 TEST_F(LanMove, WithoutAPoolOfTheBridgeNothingFollows)
 {
     const int other = add_pool("192.168.0.10", "192.168.0.20", "br1");
@@ -543,6 +657,10 @@ TEST_F(LanMove, OnlyAnotherTextIsAnotherAddress)
                                    "192.168.0.1    and that", "255.255.255.0");
     EXPECT_EQ(config(), before);
     EXPECT_EQ(ends(id), (Ends{"192.168.0.100", "192.168.0.200"}));
+    config()["wan1.dmzip"] = "192.168.9.2";
+    prod_check_change_lanip_handle("192.168.0.1    a", "255.255.255.0", "192.168.0.1    b",
+                                   "255.255.255.0");
+    EXPECT_EQ(config()["wan1.dmzip"], "192.168.0.2");
 }
 
 TEST_F(LanMove, NullArguments)

@@ -4,6 +4,7 @@
 
 #include "command.hpp"
 #include "platform/database.h"
+#include "words.hpp"
 
 namespace prodctl
 {
@@ -56,6 +57,16 @@ void show_lan_move(const cJSON *answer, Page &page);
 extern const Command kLanRecordsGroup;
 /** The name of one of the tables that lan records shows. */
 const char *table_name(const db_table *table);
+
+/** What a range that is asked about would be: the LAN, in place of the present one, or one more. */
+enum class AskedAs { kLan, kAnother };
+/**
+ * Adds the ranges that are in the way of one; of the LAN also the networks of the WANs.
+ * @return whether there are any
+ */
+bool add_clashes(cJSON *answer, const AddressRange &asked, AskedAs role);
+/** Shows them with the range itself, "address" and "mask". @return whether there are any */
+bool show_clashes(const cJSON *answer, Page &page);
 
 // Each adds one member to an answer and shows it again.
 int add_modules(const Call &call, cJSON *answer);

@@ -138,7 +138,8 @@ const Command kCommands[] = {
          "MASK is a prefix length or a dotted quad. The bridge gets the address, the settings\n"
          "follow and are made persistent, the DHCP server starts again on its new pool. Hosts\n"
          "keep their old addresses until they renew their leases. Each setting is shown as it\n"
-         "was before and as it is after.",
+         "was before and as it is after; then the networks of other ranges and of WANs that are\n"
+         "in the way of the new LAN, which moves all the same.",
      .no = "the LAN stays, or a setting could not be changed",
      .run = run_lan_move,
      .show = show_lan_move,

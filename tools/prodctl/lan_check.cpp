@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Whether an address range clashes with those that the device serves.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "groups.hpp"
 #include "prod_common_check.h"
+#include "prod_common_file.h"
 #include "words.hpp"
 
 namespace prodctl
@@ -24,17 +26,24 @@ constexpr Word kRanges[] = {
     {PROD_CONFLICT_IP_L2TP_SERVER, "l2tp-server"},
 };
 
-/** The ranges that the device serves, and behind them the one that is asked about. */
+/** The ranges that must keep apart, and behind them the one that is asked about. */
 class Ranges
 {
   public:
-    explicit Ranges(const AddressRange &asked) : count_(check_get_conflict_ip_list(set_))
+    Ranges(const AddressRange &asked, AskedAs role) : count_(check_get_conflict_ip_list(set_))
     {
-        // A kind that none of the others has, so that all of them keep away from it.
-        Range &last = set_[count_];
-        last.type = PROD_CONFLICT_IP_WAN;
-        snprintf(last.ip, sizeof(last.ip), "%s", asked.address.c_str());
-        snprintf(last.mask, sizeof(last.mask), "%s", asked.mask.c_str());
+        // The last one gets a kind that none of the others has, so that all of them keep away
+        // from it.
+        if (role == AskedAs::kLan) {
+            Range *const end = std::remove_if(set_, set_ + count_, [](const Range &range) {
+                return range.type == PROD_CONFLICT_IP_LAN;
+            });
+            count_ = static_cast<int>(end - set_);
+            add_wans();
+            put(PROD_CONFLICT_IP_LAN, asked.address.c_str(), asked.mask.c_str());
+        } else {
+            put(PROD_CONFLICT_IP_WAN, asked.address.c_str(), asked.mask.c_str());
+        }
     }
 
     int count() const { return count_; }
@@ -48,10 +57,16 @@ class Ranges
                                                PROD_CONFLICT_IP_MAX) == 0;
     }
 
-    /** Moves a range to where it clashes with nothing; false when there is no such place. */
+    /**
+     * Moves a range to where it clashes with nothing; false when there is no such place, and for a
+     * WAN's, which is not the device's to choose.
+     */
     bool move(int place)
     {
         Range &range = set_[place];
+        if (range.type == PROD_CONFLICT_IP_WAN) {
+            return false;
+        }
         char address[sizeof(range.ip)] = "";
         get_ip_conflict_new_ip(&range, set_, count_ + 1, address);
         memcpy(range.ip, address, sizeof(address));
@@ -60,9 +75,37 @@ class Ranges
     }
 
   private:
+    /** The networks that the WANs are in. */
+    void add_wans()
+    {
+        for (int id = WAN_ID_1; id <= wan_count(); ++id) {
+            WAN_IP_INFO_STRU wan = {};
+            file_wan_ip_info_get(static_cast<WAN_ID_NUM_ENUM>(id), &wan);
+            const bool has_mask = is_mask(wan.wan_mask) && prefix_of(wan.wan_mask) > 0;
+            put(PROD_CONFLICT_IP_WAN, wan.wan_ip, has_mask ? wan.wan_mask : "255.255.255.255");
+            set_[count_++].id = id;
+        }
+    }
+
+    /** Makes a range the last one. */
+    void put(PROD_CONFLICT_IP_ENUM type, const char *ip, const char *mask)
+    {
+        Range &last = set_[count_];
+        last = {};
+        last.type = type;
+        snprintf(last.ip, sizeof(last.ip), "%s", ip);
+        snprintf(last.mask, sizeof(last.mask), "%s", mask);
+    }
+
     Range set_[PROD_CONFLICT_SET_SIZE] = {};
     int count_;
 };
+
+std::string name_of(const Range &range)
+{
+    return range.type == PROD_CONFLICT_IP_WAN ? format("wan%d", range.id)
+                                              : word_of(kRanges, range.type, "unknown");
+}
 
 std::string with_prefix(const char *address, const char *mask)
 {
@@ -75,30 +118,24 @@ std::string with_prefix(const char *address, const char *mask)
 
 }  // namespace
 
-int run_lan_check(const Call &call, cJSON *answer)
+bool add_clashes(cJSON *answer, const AddressRange &asked, AskedAs role)
 {
-    const std::optional<AddressRange> asked = address_range(call[0]);
-    if (!asked) {
-        return call.usage("'%s' is no address with a mask, such as 192.168.0.1/24", call[0]);
-    }
-    Ranges ranges{*asked};
-    add_text(answer, "address", asked->address);
-    add_text(answer, "mask", asked->mask);
+    Ranges ranges{asked, role};
     cJSON *const clashes = cJSON_AddArrayToObject(answer, "clashes");
     for (int i = 0; i < ranges.count(); ++i) {
         if (!ranges.clashes(i)) {
             continue;
         }
         cJSON *const clash = add_object_to(clashes);
-        add_text(clash, "range", word_of(kRanges, ranges[i].type, "unknown"));
+        add_text(clash, "range", name_of(ranges[i]));
         add_text(clash, "address", ranges[i].ip);
         add_text(clash, "mask", ranges[i].mask);
         add_text(clash, "proposed", ranges.move(i) ? ranges[i].ip : "");
     }
-    return cJSON_GetArraySize(clashes) == 0 ? kYes : kNo;
+    return clashes->child != nullptr;
 }
 
-void show_lan_check(const cJSON *answer, Page &page)
+bool show_clashes(const cJSON *answer, Page &page)
 {
     std::vector<std::vector<Cell>> rows;
     const cJSON *clash;
@@ -108,13 +145,32 @@ void show_lan_check(const cJSON *answer, Page &page)
                         with_prefix(text_of(clash, "address"), text_of(clash, "mask")),
                         text_of(clash, "proposed")});
     }
-    const std::string asked = with_prefix(text_of(answer, "address"), text_of(answer, "mask"));
     if (rows.empty()) {
-        page.line({{asked}, {"is free.", Tone::kGood}});
-        return;
+        return false;
     }
-    page.line({{asked}, {"clashes.", Tone::kBad}});
+    page.line({{with_prefix(text_of(answer, "address"), text_of(answer, "mask"))},
+               {"clashes.", Tone::kBad}});
     page.table({"RANGE", "ADDRESS", "PROPOSED"}, rows);
+    return true;
+}
+
+int run_lan_check(const Call &call, cJSON *answer)
+{
+    const std::optional<AddressRange> asked = address_range(call[0]);
+    if (!asked) {
+        return call.usage("'%s' is no address with a mask, such as 192.168.0.1/24", call[0]);
+    }
+    add_text(answer, "address", asked->address);
+    add_text(answer, "mask", asked->mask);
+    return add_clashes(answer, *asked, AskedAs::kAnother) ? kNo : kYes;
+}
+
+void show_lan_check(const cJSON *answer, Page &page)
+{
+    if (!show_clashes(answer, page)) {
+        page.line({{with_prefix(text_of(answer, "address"), text_of(answer, "mask"))},
+                   {"is free.", Tone::kGood}});
+    }
 }
 
 }  // namespace prodctl

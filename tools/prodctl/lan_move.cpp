@@ -84,6 +84,18 @@ class Rehearsal
     Rehearsal &operator=(const Rehearsal &) = delete;
 
     static Rehearsal *current() { return running; }
+
+    /** A value of a stored row as it would be by then. */
+    std::string value_of(const db_table &table, const db_row_t &row, int column) const
+    {
+        for (const Change &change : changes_) {
+            if (change.table == &table && change.row == row.id && change.column == column) {
+                return change.after;
+            }
+        }
+        return text_in(table, row.values[column], column);
+    }
+
     std::vector<Change> take() { return std::move(changes_); }
 
     void note(Change change)
@@ -160,15 +172,50 @@ class Rehearsal
 struct Move {
     AddressRange to;
     AddressRange from;
-
-    void store() const
-    {
-        prod_cfm_set_val("lan.ip", to.address.c_str());
-        prod_cfm_set_val("lan.mask", to.mask.c_str());
-        prod_check_change_lanip_handle(to.address.c_str(), to.mask.c_str(), from.address.c_str(),
-                                       from.mask.c_str());
-    }
 };
+
+/** Stores the LAN's address. @return whether it is stored now; of no use in a rehearsal */
+bool store_address(const AddressRange &range)
+{
+    prod_cfm_set_val("lan.ip", range.address.c_str());
+    prod_cfm_set_val("lan.mask", range.mask.c_str());
+    return config_value("lan.ip") == range.address && config_value("lan.mask") == range.mask;
+}
+
+void store_what_follows(const Move &move)
+{
+    prod_check_change_lanip_handle(move.to.address.c_str(), move.to.mask.c_str(),
+                                   move.from.address.c_str(), move.from.mask.c_str());
+}
+
+/** The row of the LAN's pool; the table is open. */
+Row lan_pool()
+{
+    db_table *const pools = get_dhcps_list_table();
+    return {pools->find(pools, 1, "br0", 0), free};
+}
+
+/**
+ * Stores the ends of the LAN's pool where a device without its row takes them from, or such a
+ * device would serve the old network.
+ * @param value  tells a value of the row
+ */
+template <typename Value>
+void keep_first_pool_in_step(Value value)
+{
+    constexpr struct {
+        int column;
+        const char *key;
+    } kEnds[] = {{2, "dhcps.startip"}, {3, "dhcps.endip"}};
+    const Row pool = lan_pool();
+    for (const auto &[column, key] : kEnds) {
+        const std::string end =
+            pool != nullptr ? value(*get_dhcps_list_table(), *pool, column) : std::string{};
+        if (!end.empty() && config_value(key)) {
+            prod_cfm_set_val(key, end.c_str());
+        }
+    }
+}
 
 /** Whether a LAN can have that address: a host's, in a network with room for others. */
 bool can_be_lan(const AddressRange &range)
@@ -190,7 +237,11 @@ bool can_be_lan(const AddressRange &range)
 std::vector<Change> rehearse(const Move &move)
 {
     Rehearsal rehearsal;
-    move.store();
+    store_address(move.to);
+    store_what_follows(move);
+    keep_first_pool_in_step([&](const db_table &table, const db_row_t &pool, int column) {
+        return rehearsal.value_of(table, pool, column);
+    });
     std::vector<Change> changes = rehearsal.take();
     std::erase_if(changes, [](const Change &change) { return change.before == change.after; });
     return changes;
@@ -219,14 +270,34 @@ void add_change(cJSON *changes, const Change &change)
     add_text(object, "after", change.after);
 }
 
-/** Moves the LAN of the device. @return an exit status */
-int carry_out(const Call &call, const Move &move, std::vector<Change> &changes)
+/** The two steps that all others rest on. @return false, and nothing has moved, when one fails */
+bool take_address(const Call &call, const Move &move)
 {
     if (!set_bridge_address(move.to)) {
-        changes.clear();
-        return call.no("the LAN's bridge cannot have that address: nothing was changed");
+        call.no("the LAN's bridge cannot have that address: nothing was changed");
+        return false;
     }
-    move.store();
+    if (!store_address(move.to)) {
+        store_address(move.from);
+        call.no(set_bridge_address(move.from)
+                    ? "lan.ip and lan.mask cannot be stored: nothing was changed"
+                    : "lan.ip and lan.mask cannot be stored: only the bridge has moved");
+        return false;
+    }
+    return true;
+}
+
+/**
+ * What follows the address.
+ * @param changes  what was expected; receives what became of each
+ * @return an exit status
+ */
+int take_along(const Call &call, const Move &move, std::vector<Change> &changes)
+{
+    store_what_follows(move);
+    keep_first_pool_in_step([](const db_table &table, const db_row_t &pool, int column) {
+        return text_in(table, pool.values[column], column);
+    });
     int kept = 0;
     for (Change &change : changes) {
         const std::string now = present(change);
@@ -235,13 +306,17 @@ int carry_out(const Call &call, const Move &move, std::vector<Change> &changes)
     }
     int status = kYes;
     if (kept > 0) {
-        status = call.no("%d of the settings could not be changed", kept);
+        status = call.no("the LAN has moved, but %d of the settings could not be changed", kept);
     }
     if (prod_cfm_commit() == 0) {
-        status = call.no("the configuration could not be made persistent");
+        status = call.no(
+            "the LAN has moved, but the configuration could not be made persistent: 'prodctl "
+            "config commit' tries again");
     }
     if (prod_cfm_get_int_val("dhcps.en") == 1 && doSystemCmd("service restart dhcps") != 0) {
-        status = call.no("the DHCP server could not be restarted");
+        status = call.no(
+            "the LAN has moved, but the DHCP server could not be restarted: it serves the old "
+            "network");
     }
     return status;
 }
@@ -260,16 +335,20 @@ int run_lan_move(const Call &call, cJSON *answer)
     if (!is_dotted_quad(move.from.address.c_str()) || !is_mask(move.from.mask.c_str())) {
         return call.no("lan.ip and lan.mask do not tell where the LAN is now");
     }
-    db_table *const pools = get_dhcps_list_table();
-    if (pools == nullptr || get_port_map_table() == nullptr || get_ip_mac_bind_table() == nullptr) {
+    if (get_dhcps_list_table() == nullptr || get_port_map_table() == nullptr ||
+        get_ip_mac_bind_table() == nullptr) {
         return call.no("the record database cannot be opened");
     }
-    if (Row{pools->find(pools, 1, "br0", 0), free} == nullptr) {
+    if (lan_pool() == nullptr) {
         return call.no("dhcps-list has no record of br0: nothing would follow the LAN");
     }
     const bool dry_run = call.given("--dry-run");
     std::vector<Change> changes = rehearse(move);
-    const int status = dry_run || changes.empty() ? kYes : carry_out(call, move, changes);
+    const bool moves = !dry_run && !changes.empty();
+    if (moves && !take_address(call, move)) {
+        return kNo;
+    }
+    const int status = moves ? take_along(call, move, changes) : kYes;
     add_text(answer, "address", to->address);
     add_text(answer, "mask", to->mask);
     add_flag(answer, "dry_run", dry_run);
@@ -277,6 +356,7 @@ int run_lan_move(const Call &call, cJSON *answer)
     for (const Change &change : changes) {
         add_change(list, change);
     }
+    add_clashes(answer, *to, AskedAs::kLan);
     return status;
 }
 
@@ -292,12 +372,16 @@ void show_lan_move(const cJSON *answer, Page &page)
     }
     if (rows.empty()) {
         page.line({{"Nothing to change.", Tone::kFaint}});
-        return;
+    } else {
+        page.table({"SETTING", "BEFORE", "AFTER"}, rows);
     }
-    page.table({"SETTING", "BEFORE", "AFTER"}, rows);
-    if (flag_of(answer, "dry_run")) {
+    if (!rows.empty() && flag_of(answer, "dry_run")) {
         page.gap();
         page.line({{"Nothing was changed.", Tone::kFaint}});
+    }
+    if (member(answer, "clashes")->child != nullptr) {
+        page.gap();
+        show_clashes(answer, page);
     }
 }
 

@@ -41,9 +41,7 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary =
-        "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, "
-        "debug levels",
+    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, debug levels",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,
