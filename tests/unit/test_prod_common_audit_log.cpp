@@ -319,6 +319,10 @@ TEST_F(Record, TextsWithoutAnEnd)
         EXPECT_STREQ(record.ipaddr, std::string(31, 'i').c_str());
         EXPECT_EQ(record.msg, app_id == 4 ? "user " + std::string(14, 'm') : std::string(20, 'm'));
     }
+    std::string longer(40, 'm');  // than its length says
+    audit_save_log_info refused;
+    EXPECT_EQ(fill_audit_log_info(&refused, "mac", "ip", 99, longer.data(), 20), 1);
+    EXPECT_EQ(refused.msg, std::string(20, 'm'));
     char text[] = "anna";
     audit_save_log_info record;
     EXPECT_EQ(fill_audit_log_info(&record, "mac", "ip", 4, text, 0), 1);
