@@ -204,6 +204,7 @@ struct Frame {
 std::optional<std::string_view> find_body(const char *database, std::string_view backup)
 {
     Frame frame{database};
+    backup = first_of(backup, backup.find("crc="));  // behind it nothing is checked
     // The last one counts: a value elsewhere in the backup may look like one, those here cannot.
     const std::size_t at = backup.rfind(frame.begin);
     if (at == std::string_view::npos) {
@@ -387,7 +388,7 @@ class Loader
         Buffer name;
         if (!append_unescaped(name, word) || name.view().empty() ||
             memchr(name.view().data(), '\0', name.view().size()) != nullptr ||
-            !name.append({"", 1})) {
+            !name.append({"\0", 1})) {
             return nullptr;
         }
         return Allocated<char>{name.release()};

@@ -79,7 +79,7 @@ class PolicyReader
     bool take(char *line)
     {
         line[strcspn(line, "\r\n")] = '\0';
-        group_ = Group{};
+        group_.clear();
         char *state = nullptr;
         for (char *item = strtok_r(line, "\t", &state); item != nullptr;
              item = strtok_r(nullptr, "\t", &state)) {

@@ -94,6 +94,12 @@ class Text
 
     void append(char c) { append(std::string_view{&c, 1}); }
 
+    void clear()
+    {
+        length_ = 0;
+        data_[0] = '\0';
+    }
+
     void drop_last()
     {
         if (length_ > 0) {

@@ -225,6 +225,10 @@ TEST_F(DatabaseBackup, ItIsFoundInAWholeFile)
         "##the default database end##\n";
     EXPECT_EQ(db_backup_load("default", (forged + section + other + "crc=1\n").c_str()), 1);
     EXPECT_EQ(contents(), before);
+    run_sql("delete from servers");
+    EXPECT_EQ(db_backup_load("default", ("crc=1\n" + section).c_str()), 0) << "behind the trailer";
+    EXPECT_EQ(db_backup_load("default", (section + "crc=1\n" + forged).c_str()), 1);
+    EXPECT_EQ(contents(), before);
 }
 
 TEST_F(DatabaseBackup, AnEmptyDatabase)
@@ -255,6 +259,28 @@ TEST_F(DatabaseBackup, WhatTheSectionDoesNotKnow)
     EXPECT_THAT(contents(), ElementsAre("table|foreign_one", "table|other", "table|sqlite_sequence",
                                         "table|t", "foreign_one|1", "sqlite_sequence|'other'|1",
                                         "sqlite_sequence|'t'|90", "t|3|NULL|'x'"));
+}
+
+TEST_F(DatabaseBackup, IdsGoOnFromTheHigherOfNowAndThen)
+{
+    const auto next_id = [] {
+        run_sql("insert into t(a) values('new')");
+        return contents().back();
+    };
+    run_sql(table_sql("t") +
+            "alter table t add column a TEXT; insert into t values(3,'x'),(7,'y');"
+            "delete from t where _id=7");
+    const std::string text = saved();
+    for (const char *const now : {"1", "5", "40"}) {
+        test::remove_all(kDefault);
+        run_sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(" + now +
+                ",'z')");
+        EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
+        EXPECT_EQ(next_id(), std::string{"t|"} + (now[1] != '\0' ? "41" : "8") + "|'new'");
+    }
+    test::remove_all(kDefault);
+    EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
+    EXPECT_EQ(next_id(), "t|8|'new'");
 }
 
 TEST_F(DatabaseBackup, WhateverIsDamagedIsRefusedWhole)

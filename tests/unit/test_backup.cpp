@@ -455,8 +455,11 @@ TEST_F(Backup, MarkersBehindTheTrailerAreNone)
 TEST_F(Backup, TheFirstOfTwoEqualMarkersCounts)
 {
     Events sections = kSections;
-    sections[6] += "\n##the wl configure end##\n";
+    sections[0] += "a.value=" + kMarkers[2] + "\n";  // in front of its place it is none
+    sections[6] += "\n" + kMarkers[2] + "\n";
     events_of([&] { EXPECT_EQ(upload(with_trailer(body_of(sections))), CFG_UPGRADE_OK); });
+    EXPECT_EQ(read_text(kConfig), sections[0] + "\nwans.wanwebaddr=\n");
+    EXPECT_EQ(read_text(kPolicyFiles[0]), kMarkers[1] + "\n\n" + sections[2] + "\n");
     EXPECT_EQ(read_text(kPolicyFiles[4]), kMarkers[5] + "\n\n" + sections[6] + "\n");
 }
 
@@ -498,10 +501,23 @@ TEST_F(Backup, AFullMediumLoadsNothing)
         sections[0] += "key" + std::to_string(i) + "=value\n";
     }
     const std::string file = with_trailer(body_of(sections));
-    const test::MountedFolder full{"/webroot"};
+    for (const char *const folder : {"/webroot", "/etc"}) {
+        const test::MountedFolder full{folder};
+        full.fill();
+        const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_UPLOAD_ERR) << folder; });
+        EXPECT_THAT(all, Not(Contains("cfm Upload")));
+    }
+}
+
+TEST_F(Backup, WhatAFullMediumHoldsIsNoBackup)
+{
+    const test::MountedFolder full{"/etc"};
     full.fill();
-    const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_UPLOAD_ERR); });
-    EXPECT_THAT(all, Not(Contains("cfm Upload")));
+    char name[PROD_BACKUP_NAME_SIZE];
+    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
+    const std::string file = read_text(name);
+    const Events all = events_of([&] { EXPECT_EQ(upload(file), CFG_FILE_INVALID); });
+    EXPECT_THAT(all, IsEmpty());
 }
 
 TEST_F(Backup, WhatWasMadeIsTaken)

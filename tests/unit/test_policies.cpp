@@ -598,7 +598,7 @@ TEST_F(Policies, OfALineSomeCharactersCountAtATime)
 
 TEST_F(Policies, ValuesAreAppendedWhileTheyFit)
 {
-    write_text(kReboot, "reboot_policy:a=123456\nreboot_policy:a=1\nreboot_policy:a=2");
+    write_text(kReboot, "reboot_policy:a=12\nreboot_policy:a=1\nreboot_policy:a=2");
     const std::size_t room = sizeof("('1'),") - 1;
     std::string out(PROD_POLICY_TEXT_SIZE, '\0');
     const std::string before(PROD_POLICY_TEXT_SIZE - 1 - room, 'x');
@@ -729,6 +729,24 @@ TEST_F(Policies, MoreRecordsThanAnOrdinaryStatementHolds)
     write_text(kReboot, file);
     upload();
     EXPECT_THAT(rows("select count(distinct name) from reboot_policy"), ElementsAre("5000"));
+}
+
+TEST_F(Policies, AStatementOfAnyLengthIsWhole)
+{
+    make_database();
+    for (std::size_t length = 235; length < 255; ++length) {
+        std::string file;
+        std::string values;
+        for (int i = 0; i < 81; ++i) {
+            const std::string name(i == 78 ? 240 : i == 79 ? length : 220, 'n');
+            file += reboot_record(name);
+            values +=
+                (i > 0 ? "," : "") + std::string{"('1','0','"} + name + "','1','2','300','0','1')";
+        }
+        write_text(kReboot, file);
+        const Statements asked_for = statements_of([] { upload(); });
+        ASSERT_EQ(asked_for[6], "insert into reboot_policy values" + values) << length;
+    }
 }
 
 TEST_F(Policies, AFileThatIsNoDatabase)

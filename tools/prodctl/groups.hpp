@@ -22,9 +22,16 @@ extern const Command kFirmwareGroup;
 extern const Command kSystemGroup;
 extern const Command kCheckGroup;
 extern const Command kStrGroup;
+extern const Command kEncodeCommand;
+extern const Command kDecodeCommand;
+extern const Command kLockGroup;
+extern const Command kMqGroup;
+extern const Command kWatchCommand;
 extern const Command kAuditGroup;
 extern const Command kUsbGroup;
 extern const Command kDnsRedirectGroup;
+extern const Command kPolicyGroup;
+extern const Command kBackupGroup;
 
 // Commands of the group system.
 int run_memory(const Call &call, cJSON *answer);

@@ -180,7 +180,8 @@ PLATFORM_API int db_backup_save(const char *table, const char *file);
  * go on counting from the higher of now and then. Not for a thread that holds the database's lock.
  *
  * @param table   the name of the database
- * @param buffer  the whole file and a NUL; of several sections of the database the last counts
+ * @param buffer  the whole file and a NUL; what stands behind the first "crc=" does not count, of
+ *                several sections of the database the last does
  * @return non-zero on success; 0, and the database is as it was, when the name is none, the section
  *         is missing or damaged in any way, or the database cannot be written
  */

@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: MIT
+// Saving and loading a backup, cut short by a kill before each of their steps.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/cfm.h"
+#include "platform/database.h"
+#include "platform/process.h"
+#include "prod_common_cfm.h"
+#include "prod_common_systool.h"
+#include "stories.hpp"
+#include "support/capture.hpp"
+#include "support/files.hpp"
+#include "support/time.hpp"
+
+using story::must;
+using test::printed;
+using test::read_text;
+
+namespace
+{
+
+bool counting;  // in the child that is to be killed
+int steps;      // that it has taken
+int last_step;  // before which it dies
+
+void step()
+{
+    if (counting && ++steps == last_step) {
+        kill(getpid(), SIGKILL);
+    }
+}
+
+template <typename Function>
+Function real(const char *name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+// What saving and loading are made of: commands, SQL statements, writes to files.
+extern "C" {
+
+int doSystemCmd(const char *format, ...)
+{
+    char command[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(command, sizeof(command), format, args);
+    va_end(args);
+    step();
+    return system(command);
+}
+
+int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int, char **, char **),
+                 void *argument, char **message)
+{
+    step();
+    return real<decltype(&sqlite3_exec)>("sqlite3_exec")(database, sql, callback, argument,
+                                                         message);
+}
+
+int sqlite3_step(sqlite3_stmt *statement)
+{
+    step();
+    return real<int (*)(sqlite3_stmt *)>("sqlite3_step")(statement);
+}
+
+int fflush(FILE *stream)
+{
+    step();
+    return real<int (*)(FILE *)>("fflush")(stream);
+}
+
+ssize_t write(int fd, const void *data, size_t size)
+{
+    step();
+    return real<ssize_t (*)(int, const void *, size_t)>("write")(fd, data, size);
+}
+}
+
+namespace
+{
+
+constexpr const char *kKinds[] = {"wl_basic_policy", "wl_radio_policy", "reboot_policy",
+                                  "wl_deploy_policy", "qvlan_policy"};
+constexpr const char *kDatabases[] = {"default", "auth"};
+constexpr db_col_t kColumns[] = {{0, "host", DB_STRING, 1, 64}, {1, "port", DB_INT, 0, 0}};
+
+/** All rows of a query on a database file, as one text. */
+std::string rows(const std::string &file, const std::string &sql)
+{
+    std::string found;
+    sqlite3 *database = nullptr;
+    EXPECT_EQ(sqlite3_open_v2(file.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK)
+        << file;
+    const auto add = [](void *out, int count, char **values, char **) {
+        for (int i = 0; i < count; ++i) {
+            *static_cast<std::string *>(out) += values[i] != nullptr ? values[i] : "NULL";
+            *static_cast<std::string *>(out) += '|';
+        }
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), add, &found, nullptr), SQLITE_OK)
+        << file << ": " << sql << ": " << sqlite3_errmsg(database);
+    sqlite3_close(database);
+    return found;
+}
+
+/** What saving and loading work on. */
+struct State {
+    std::string settings = must("cfm show");
+    std::string persistent = read_text("/cfg/cfm.cfg");
+    std::string databases[2];
+    std::string policies[5];
+
+    State()
+    {
+        for (int i = 0; i < 2; ++i) {
+            const std::string file = std::string{"/cfg/database/"} + kDatabases[i] + ".db";
+            EXPECT_EQ(rows(file, "pragma integrity_check"), "ok|");
+            databases[i] = rows(file, "select host, port from servers order by host");
+        }
+        EXPECT_EQ(rows(PROD_POLICY_DATABASE, "pragma integrity_check"), "ok|");
+        for (int i = 0; i < 5; ++i) {
+            policies[i] = rows(PROD_POLICY_DATABASE, std::string{"select * from "} + kKinds[i]);
+        }
+    }
+
+    bool operator==(const State &) const = default;
+};
+
+std::string saved()
+{
+    char name[PROD_BACKUP_NAME_SIZE];
+    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
+    return read_text(name);
+}
+
+int load(const std::string &file)
+{
+    int result = 0;
+    printed(
+        [&] { result = prod_systool_cfg_upload(file.c_str(), static_cast<long>(file.size())); });
+    return result;
+}
+
+/** A backup of a device whose every part bears a mark. */
+std::string backup_of(const std::string &mark)
+{
+    SetValue("lan.ip", ("192.168." + mark + ".1").c_str());
+    EXPECT_NE(CommitCfm(), 0);
+    for (const char *const kind : kKinds) {
+        rows(PROD_POLICY_DATABASE, std::string{"delete from "} + kind);
+        rows(PROD_POLICY_DATABASE,
+             std::string{"insert into "} + kind + "(name) values('" + mark + "'),('more')");
+    }
+    for (const char *const name : kDatabases) {
+        db_table table;
+        EXPECT_NE(db_table_init(name, &table, "servers", kColumns, 2), 0);
+        db_val_t values[2];
+        const std::string host = "host" + mark;
+        values[0].s = const_cast<char *>(host.c_str());
+        values[1].n = 1;
+        EXPECT_GT(table.add(&table, values), 0);
+    }
+    return saved();
+}
+
+/**
+ * Runs @p code in a process that is killed before a step.
+ * @return whether it was; it is not when there are fewer steps
+ */
+bool cut_before(int which, const std::function<void()> &code)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        last_step = which;
+        counting = true;
+        code();
+        counting = false;
+        _exit(0);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+}
+
+class BackupCut : public testing::Test
+{
+  protected:
+    BackupCut()
+    {
+        EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);  // from the template
+        first_ = backup_of("7");
+        second_ = backup_of("8");
+    }
+
+    test::SimulatedTime no_waiting_;
+    std::string first_;
+    std::string second_;
+};
+
+TEST_F(BackupCut, SavingChangesNothing)
+{
+    const State before;
+    int step = 1;
+    while (cut_before(step, [] { saved(); })) {
+        ASSERT_EQ(State{}, before) << "step " << step;
+        ++step;
+    }
+    EXPECT_GT(step, 40);
+    EXPECT_EQ(load(saved()), CFG_UPGRADE_OK) << "what is left of the last one does not matter";
+}
+
+TEST_F(BackupCut, LoadingLeavesEveryPartAsItWasOrAsItIsToBe)
+{
+    ASSERT_EQ(load(second_), CFG_UPGRADE_OK);
+    const State after;
+    ASSERT_EQ(load(first_), CFG_UPGRADE_OK);
+    const State before;
+    int step = 1;
+    while (cut_before(step, [&] { load(second_); })) {
+        const State now;
+        const std::string where = "step " + std::to_string(step);
+        // The configuration is whole, on the persistent partition too, and the last to change.
+        EXPECT_TRUE(now.settings == before.settings || now.settings == after.settings) << where;
+        EXPECT_EQ(now.persistent, now.settings) << where;
+        // So is each database, and they are the first.
+        bool databases_done = true;
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(now.databases[i] == before.databases[i] ||
+                        now.databases[i] == after.databases[i])
+                << where;
+            databases_done = databases_done && now.databases[i] == after.databases[i];
+        }
+        // Kinds of policies are emptied one by one and filled one by one.
+        bool policies_done = true;
+        bool policies_begun = false;
+        for (int i = 0; i < 5; ++i) {
+            EXPECT_TRUE(now.policies[i] == before.policies[i] || now.policies[i].empty() ||
+                        now.policies[i] == after.policies[i])
+                << where << now.policies[i];
+            policies_done = policies_done && now.policies[i] == after.policies[i];
+            policies_begun = policies_begun || now.policies[i] != before.policies[i];
+        }
+        EXPECT_TRUE(databases_done || !policies_begun) << where;
+        EXPECT_TRUE(policies_done || now.settings == before.settings) << where;
+
+        ASSERT_EQ(load(first_), CFG_UPGRADE_OK);
+        ASSERT_EQ(State{}, before) << "another backup after " << where;
+        ++step;
+    }
+    EXPECT_GT(step, 60);
+}
+
+}  // namespace
