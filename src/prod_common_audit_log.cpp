@@ -59,6 +59,12 @@ std::size_t room_of(int length)
     return length > 0 ? static_cast<std::size_t>(length) : 0;
 }
 
+/** A text of which so much counts, whether it ends there or not. */
+std::string_view at_most(std::size_t length, const char *text)
+{
+    return {text, strnlen(text, length)};
+}
+
 /** Fills a caller's room with a text, cut to fit, and zero bytes. */
 void fill_room(char *out, std::size_t room, std::string_view text)
 {
@@ -160,7 +166,7 @@ int fill_audit_log_msg_by_appid(uint32_t app_id, char *msg, int msg_len)
     Text<PROD_AUDIT_MSG_SIZE> worded;
     if (wording->before != nullptr) {
         worded.append(std::string_view{wording->before});
-        worded.append(std::string_view{msg, strnlen(msg, room_of(msg_len))});
+        worded.append(at_most(room_of(msg_len), msg));
         worded.appendf(" time:%s", when);
     }
     fill_room(msg, room_of(msg_len), worded.view());
@@ -176,9 +182,11 @@ int fill_audit_log_info(audit_save_log_info *log_info, const char *mac, const ch
     }
     *log_info = {};
     fill_audit_log_msg_by_appid(app_id, msg, msg_len);
-    copy_text(reinterpret_cast<char *>(log_info->mac_addr), sizeof(log_info->mac_addr), mac);
-    copy_text(log_info->ipaddr, ip);
-    copy_text(log_info->msg, msg);
+    copy_text(reinterpret_cast<char *>(log_info->mac_addr), sizeof(log_info->mac_addr),
+              at_most(sizeof(log_info->mac_addr) - 1, mac));
+    copy_text(log_info->ipaddr, at_most(sizeof(log_info->ipaddr) - 1, ip));
+    // One that was refused may have no end.
+    copy_text(log_info->msg, at_most(msg_len > 0 ? room_of(msg_len) : sizeof(log_info->msg), msg));
     log_info->appid = app_id;
     return 1;
 }

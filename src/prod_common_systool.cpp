@@ -426,13 +426,11 @@ void systool_get_curtime(char *CurDatetime)
 
 void systool_reboot(void)
 {
-    pthread_t thread;
+    pthread_t thread;  // nobody waits for it: the device goes down at its end
     const int err = pthread_create(&thread, nullptr, systool_reboot_thread, nullptr);
     if (err != 0) {
         PROD_LOG_ERROR(kProd, "Failed(%d) to start the reboot, %s.", err, strerror(err));
-        return;
     }
-    pthread_detach(thread);
 }
 
 void *systool_reboot_thread(void *)

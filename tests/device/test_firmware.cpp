@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Firmware upgrades on the whole device. A story goes on after a restart: the same test runs again,
 // with PROD_BOOT counting the starts, and finds what the one before has left in /cfg.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -35,6 +37,41 @@ namespace
 
 constexpr const char *kFlash = "/cfg/flash/firmware";
 constexpr int kWans = 2;
+
+constexpr const char *kCutAt = "/tmp/cut_at";
+int steps_to_go = -1;  // this process is killed in front of the step behind them; negative: never
+
+/** A step of the upgrade in front of its writer. */
+void step(const char *what)
+{
+    if (steps_to_go >= 0 && steps_to_go-- == 0) {
+        write_text(kCutAt, what);
+        kill(getpid(), SIGKILL);
+    }
+}
+
+template <typename Function>
+Function *real(const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" int system(const char *command)
+{
+    step(command);
+    return real<int(const char *)>("system")(command);
+}
+
+extern "C" int monitor_stop(const char *process_name)
+{
+    step(process_name);
+    return real<int(const char *)>("monitor_stop")(process_name);
+}
+
+namespace
+{
 
 int boot()
 {
@@ -233,7 +270,47 @@ TEST(Firmware, AnUpgradeByTheTool)
               "/cfg/flash/firmware 1000064 bytes, type flash can be written\n");
 }
 
-TEST(Firmware, AnUpgradeCutAtEachStep)
+TEST(Firmware, AnUpgradeCutInFrontOfItsWriter)
+{
+    if (boot() == 1) {
+        const std::string old = firmware_image(noise(100000), "virtual-router old");
+        ASSERT_EQ(must("cfm get wans.flag"), std::to_string(kWans) + "\n");
+        must("cfm set sys.name kept && cfm commit");
+        write_text("/cfg/old", old);
+        write_text(kFlash, old);
+        write_text(PROD_FW_IMAGE, firmware_image(noise(150000)));
+        std::vector<std::string> steps = daemons_of_the_list();
+        steps.insert(steps.begin(), "echo disable > /proc/watchdog");
+        steps.insert(steps.end(), {"httpd", "skyrelctl", "appmgr", "ifconfig br0 down",
+                                   "upgrade 2 /var/image imsd"});
+        for (std::size_t i = 0; i < steps.size(); ++i) {
+            SCOPED_TRACE(steps[i]);
+            const pid_t imsd = fork();  // before this process asks for its own name
+            if (imsd == 0) {
+                prctl(PR_SET_NAME, "imsd");
+                steps_to_go = static_cast<int>(i);
+                prod_systool_write_image(nullptr);
+                _exit(0);
+            }
+            int status = 0;
+            ASSERT_EQ(waitpid(imsd, &status, 0), imsd);
+            ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            ASSERT_EQ(read_text(kCutAt), steps[i]);
+            ASSERT_TRUE(read_text(kFlash) == old);
+            ASSERT_EQ(must("cfm get sys.name"), "kept\n");
+            ASSERT_EQ(is_up("br0"), i + 1 < steps.size());
+        }
+        // Somebody pulls the plug of what is left.
+        must("reboot");
+        wait_for_the_restart();
+    }
+    EXPECT_TRUE(read_text(kFlash) == read_text("/cfg/old"));
+    EXPECT_EQ(must("cfm get sys.name"), "kept\n");
+    EXPECT_TRUE(is_up("br0"));
+    EXPECT_THAT(must("prodctl wan status 1"), HasSubstr("connected"));
+}
+
+TEST(Firmware, AWriterCutAtEachStep)
 {
     constexpr int kSteps = 11;
     if (boot() == 1) {

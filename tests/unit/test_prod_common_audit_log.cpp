@@ -15,6 +15,7 @@
 #include <ctime>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "support/capture.hpp"
 #include "support/config.hpp"
@@ -304,6 +305,28 @@ TEST_F(Record, LongTextsAreCut)
     EXPECT_EQ(std::string(record.ipaddr, 32), std::string(31, 'i') + '\0');
     EXPECT_EQ(std::string(record.msg, 256), std::string(255, 'm') + '\0');
     EXPECT_EQ(record.appid, 99U);  // a text that is not worded is kept as it is
+}
+
+TEST_F(Record, TextsWithoutAnEnd)
+{
+    const std::vector<char> mac(31, 'a');
+    const std::vector<char> ip(31, 'i');
+    for (const uint32_t app_id : {4U, 99U}) {
+        std::vector<char> text(20, 'm');
+        audit_save_log_info record;
+        EXPECT_EQ(fill_audit_log_info(&record, mac.data(), ip.data(), app_id, text.data(), 20), 1);
+        EXPECT_STREQ(reinterpret_cast<char *>(record.mac_addr), std::string(31, 'a').c_str());
+        EXPECT_STREQ(record.ipaddr, std::string(31, 'i').c_str());
+        EXPECT_EQ(record.msg, app_id == 4 ? "user " + std::string(14, 'm') : std::string(20, 'm'));
+    }
+    std::string longer(40, 'm');  // than its length says
+    audit_save_log_info refused;
+    EXPECT_EQ(fill_audit_log_info(&refused, "mac", "ip", 99, longer.data(), 20), 1);
+    EXPECT_EQ(refused.msg, std::string(20, 'm'));
+    char text[] = "anna";
+    audit_save_log_info record;
+    EXPECT_EQ(fill_audit_log_info(&record, "mac", "ip", 4, text, 0), 1);
+    EXPECT_STREQ(record.msg, "anna");
 }
 
 TEST_F(Record, MissingArguments)

@@ -48,6 +48,8 @@ std::map<std::string, Instead> instead;
 
 bool no_local_time;
 int thread_error;
+pthread_t reboot_thread;
+bool default_attributes;
 
 /** What the reboot does to the device, and how long after its start. */
 struct Step {
@@ -116,7 +118,15 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
 {
     static const auto real =
         reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return thread_error != 0 ? thread_error : real(thread, attributes, body, argument);
+    if (thread_error != 0) {
+        return thread_error;
+    }
+    const int result = real(thread, attributes, body, argument);
+    if (body == systool_reboot_thread) {
+        reboot_thread = *thread;
+        default_attributes = attributes == nullptr;
+    }
+    return result;
 }
 
 int system(const char *command)
@@ -496,6 +506,9 @@ TEST_F(Reboot, TheCallerGoesOnAtOnce)
     EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds{20},
                                  [] { return steps.size() == kSteps.size(); }));
     EXPECT_EQ(steps, kSteps);
+    lock.unlock();
+    EXPECT_TRUE(default_attributes);
+    EXPECT_EQ(pthread_join(reboot_thread, nullptr), 0);  // so it was not detached
 }
 
 TEST_F(Reboot, AThreadThatCannotBeStarted)
