@@ -6,13 +6,17 @@
 #ifndef PROD_COMMON_H
 #define PROD_COMMON_H
 
+#include "ipc/lock.h"
+#include "ipc/msg_queue.h"
 #include "ipc/shared_memory.h"
+#include "ipc/thread.h"
 #include "json.h"
 #include "prod_common_audit_log.h"
 #include "prod_common_cfm.h"
 #include "prod_common_check.h"
 #include "prod_common_debug.h"
 #include "prod_common_file.h"
+#include "prod_common_fnotify.h"
 #include "prod_common_flash.h"
 #include "prod_common_hal.h"
 #include "prod_common_ifaddrs.h"
@@ -24,5 +28,6 @@
 #include "prod_common_usb.h"
 #include "prod_common_wan.h"
 #include "prod_common_wifi.h"
+#include "rbtree.h"
 
 #endif

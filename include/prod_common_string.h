@@ -1,7 +1,8 @@
 /* SPDX-License-Identifier: MIT */
 /**
  * @file
- * Operations on NUL-terminated byte strings. A character is one byte.
+ * Operations on NUL-terminated byte strings. A character is one byte, but where encodings are the
+ * subject.
  *
  * Unless said otherwise a NULL string makes a function do nothing and return NULL (pointer
  * results) or 0 (integer results). All functions are reentrant except get_self_pname().
@@ -118,6 +119,55 @@ PROD_API char *get_self_pname(void);
  * hexadecimal and text. Nothing when a pointer is NULL or @p data_len below 1.
  */
 PROD_API void prod_hexdump(const char *title, const void *data, int data_len);
+
+/* ---- encodings ---- */
+
+/**
+ * Converts a text between GBK (of which GB2312 is a part) and UTF-8.
+ *
+ * @param encoding  what comes out, without regard to case: "utf8" or "utf-8" takes @p src for GBK,
+ *                  "gbk" or "gb2312" takes it for UTF-8
+ * @return malloc'ed text that the caller frees; NULL for another encoding or a NULL argument and,
+ *         logged at level 2, module "prod", as "Out of memory." or "Failed to encode chinese
+ *         string.", when that is so: not all of @p src can be converted, or what comes out would be
+ *         longer than real GBK text becomes. With the module at level 4 both texts are dumped.
+ */
+PROD_API char *encode_chinese(const char *encoding, const char *src);
+
+/**
+ * A text as UTF-8: a copy of what is UTF-8 already, else encode_chinese() of it.
+ * @return malloc'ed text that the caller frees, or NULL as encode_chinese() has it
+ */
+PROD_API char *encode_str_to_utf8(const char *str);
+
+/**
+ * 1 when a text begins with a Chinese character of GB2312 (first byte 0xA1 to 0xF7, second 0xA1 to
+ * 0xFE), and the line "find gb2312 encode!" then goes to standard output; 0 for everything else.
+ * UTF-8 text can look the same.
+ */
+PROD_API int get_gb2312(const char *gb_ptr);
+
+/**
+ * Standard base64 of a text.
+ *
+ * @param outlen  bytes of @p outbuf; 4 x ceil(length / 3) + 1 are needed. Less cuts the result,
+ *                which ends with a NUL in any case; below 1 nothing is written.
+ */
+PROD_API void prod_encode64(char *outbuf, const char *string, int outlen);
+
+/**
+ * Decodes base64 text up to its end or the first "=". The result is meant to be text: its length
+ * is not returned.
+ *
+ * Not the inverse of prod_encode64() in two places: the digits 62 and 63 are the bytes 0x1B and
+ * 0x1F here. "+" and "/", like every byte that is no digit, are not refused; they set all bits of
+ * their own place and the two in front.
+ *
+ * @param outlen  bytes of @p outbuf; a text of n digits needs n x 3 / 4 + 1
+ * @return 0, or -1 when the result does not fit (@p outbuf then holds the three-byte groups that
+ *         did, terminated), when an argument is NULL, and when @p outlen is below 1
+ */
+PROD_API int prod_decode64(char *outbuf, const char *string, int outlen);
 
 PROD_END
 

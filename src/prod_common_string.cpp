@@ -1,8 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_string.h"
 
+#include <endian.h>
+#include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
@@ -11,9 +15,11 @@
 #include <cstring>
 
 #include "internal/console.hpp"
+#include "internal/handle.hpp"
 #include "internal/log.hpp"
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
+#include "platform/text.h"
 
 using namespace prod;
 
@@ -31,14 +37,130 @@ char *convert_each(char *string, int (*convert)(int))
     return string;
 }
 
-/** What a character counts as in hex_to_str(), digit or not. */
-unsigned int hex_value(char c)
-{
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= '0' && byte <= '9') {
-        return byte - unsigned{'0'};
+using Byte = unsigned char;
+
+/** The two hexadecimal digits of each byte. */
+constexpr auto kHexDigits = [] {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::array<std::array<char, 2>, 256> digits{};
+    for (std::size_t byte = 0; byte < digits.size(); ++byte) {
+        digits[byte] = {kDigits[byte >> 4], kDigits[byte & 0xF]};
     }
-    return static_cast<unsigned int>(tolower(byte)) - 87U;
+    return digits;
+}();
+
+/** What each character counts as in hex_to_str(), digit or not. */
+constexpr auto kHexValues = [] {
+    std::array<Byte, 256> values{};
+    for (unsigned int c = 0; c < values.size(); ++c) {
+        const unsigned int lower = c >= 'A' && c <= 'Z' ? c + 'a' - 'A' : c;
+        values[c] = static_cast<Byte>(c >= '0' && c <= '9' ? c - '0' : lower - 87);
+    }
+    return values;
+}();
+
+Byte hex_value(char c)
+{
+    return kHexValues[static_cast<Byte>(c)];
+}
+
+// ---- encodings --------------------------------------------------------------------------------
+
+/** An encoding by one of its names: what the port calls it, and what its text can grow to. */
+struct Encoding {
+    const char *name;
+    const char *target;
+    std::size_t more_per_two;  // bytes that two bytes of the source can gain
+};
+constexpr Encoding kEncodings[] = {
+    {"utf8", "utf-8", 1}, {"utf-8", "utf-8", 1}, {"gbk", "gb2312", 0}, {"gb2312", "gb2312", 0}};
+
+const Encoding *find_encoding(const char *name)
+{
+    for (const Encoding &encoding : kEncodings) {
+        if (strcasecmp(name, encoding.name) == 0) {
+            return &encoding;
+        }
+    }
+    return nullptr;
+}
+
+/** Bytes of the buffer for a text of that length in an encoding. */
+std::size_t encoded_size(const Encoding &encoding, std::size_t length)
+{
+    return encoding.more_per_two != 0 ? length + length / 2 + 2 : length + 1;
+}
+
+constexpr char kBase64Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+/** The two base64 digits of each twelve bits. */
+constexpr auto kBase64Pairs = [] {
+    std::array<std::array<char, 2>, 4096> pairs{};
+    for (std::size_t bits = 0; bits < pairs.size(); ++bits) {
+        pairs[bits] = {kBase64Digits[bits >> 6], kBase64Digits[bits & 0x3F]};
+    }
+    return pairs;
+}();
+
+/**
+ * What each byte counts as in prod_decode64(). Deliberate: the digits for 62 and 63 are the bytes
+ * 0x1B and 0x1F, not "+" and "/", which count as 0xFF like every byte that is no digit.
+ */
+constexpr auto kBase64Values = [] {
+    std::array<Byte, 256> values{};
+    values.fill(0xFF);
+    for (Byte value = 0; value < 62; ++value) {
+        values[static_cast<Byte>(kBase64Digits[value])] = value;
+    }
+    values[0x1B] = 62;
+    values[0x1F] = 63;
+    return values;
+}();
+
+/** The same at the four places of a group, which is 24 bits. */
+constexpr auto kBase64Bits = [] {
+    std::array<std::array<std::uint32_t, 256>, 4> bits{};
+    for (std::size_t place = 0; place < bits.size(); ++place) {
+        for (std::size_t byte = 0; byte < kBase64Values.size(); ++byte) {
+            bits[place][byte] = std::uint32_t{kBase64Values[byte]} << (18 - 6 * place);
+        }
+    }
+    return bits;
+}();
+
+/** Three bytes as four digits. */
+void encode_group(const char *bytes, char *digits)
+{
+    const auto byte = [bytes](int at) { return unsigned{static_cast<Byte>(bytes[at])}; };
+    const unsigned int bits = byte(0) << 16 | byte(1) << 8 | byte(2);
+    memcpy(digits, kBase64Pairs[bits >> 12].data(), 2);
+    memcpy(digits + 2, kBase64Pairs[bits & 0xFFF].data(), 2);
+}
+
+/** Six bytes, of eight that are there, as eight digits. */
+void encode_two_groups(const char *bytes, char *digits)
+{
+    std::uint64_t bits;
+    memcpy(&bits, bytes, sizeof(bits));
+    bits = be64toh(bits);
+    const auto put_pair = [bits, digits](std::size_t pair) {
+        const auto value = static_cast<std::size_t>(bits >> (52 - 12 * pair) & 0xFFF);
+        memcpy(digits + 2 * pair, kBase64Pairs[value].data(), 2);
+    };
+    put_pair(0);
+    put_pair(1);
+    put_pair(2);
+    put_pair(3);
+}
+
+/** Four digits as three bytes and a NUL. */
+void decode_group(const char *digits, char *bytes)
+{
+    const auto bits_at = [digits](std::size_t place) {
+        return kBase64Bits[place][static_cast<Byte>(digits[place])];
+    };
+    const std::uint32_t word = htobe32((bits_at(0) | bits_at(1) | bits_at(2) | bits_at(3)) << 8);
+    memcpy(bytes, &word, sizeof(word));
 }
 
 }  // namespace
@@ -242,30 +364,33 @@ char *str_join(const char *str, const char *join)
 
 char *str_to_hex(const char *s, char *buf, unsigned int len)
 {
-    if (s == nullptr || buf == nullptr || strlen(s) >= (len + std::size_t{1}) / 2) {
+    if (s == nullptr || buf == nullptr) {
         return nullptr;
     }
-    constexpr char kDigits[] = "0123456789abcdef";
-    char *out = buf;
-    for (const char *p = s; *p != '\0'; ++p) {
-        const auto byte = static_cast<unsigned char>(*p);
-        *out++ = kDigits[byte >> 4];
-        *out++ = kDigits[byte & 0xF];
+    const std::size_t length = strlen(s);
+    if (length >= (len + std::size_t{1}) / 2) {
+        return nullptr;
     }
-    *out = '\0';
+    for (std::size_t at = 0; at < length; ++at) {
+        memcpy(buf + 2 * at, kHexDigits[static_cast<Byte>(s[at])].data(), 2);
+    }
+    buf[2 * length] = '\0';
     return buf;
 }
 
 char *hex_to_str(const char *h, char *buf, unsigned int len)
 {
-    if (h == nullptr || buf == nullptr || strlen(h) / 2 >= len) {
+    if (h == nullptr || buf == nullptr) {
         return nullptr;
     }
-    char *out = buf;
-    for (const char *p = h; p[0] != '\0' && p[1] != '\0'; p += 2) {
-        *out++ = static_cast<char>((hex_value(p[0]) * 16 + hex_value(p[1])) & 0xFF);
+    const std::size_t count = strlen(h) / 2;
+    if (count >= len) {
+        return nullptr;
     }
-    *out = '\0';
+    for (std::size_t at = 0; at < count; ++at) {
+        buf[at] = static_cast<char>(hex_value(h[2 * at]) * 16 + hex_value(h[2 * at + 1]));
+    }
+    buf[count] = '\0';
     return buf;
 }
 
@@ -338,4 +463,130 @@ void prod_hexdump(const char *title, const void *data, int data_len)
             characters = {};
         }
     }
+}
+
+char *encode_chinese(const char *encoding, const char *src)
+{
+    if (encoding == nullptr || src == nullptr) {
+        return nullptr;
+    }
+    const Encoding *const wanted = find_encoding(encoding);
+    if (wanted == nullptr) {
+        return nullptr;
+    }
+    // The port is promised four times the length. Callers get the size that real text needs, and
+    // bytes that become more than that are no such text.
+    const std::size_t length = strlen(src);
+    const std::size_t size = encoded_size(*wanted, length);
+    Allocated<char> buffer;
+    std::size_t room;
+    if (!__builtin_mul_overflow(length, 4, &room) && !__builtin_add_overflow(room, 2, &room)) {
+        buffer.reset(static_cast<char *>(calloc(room, 1)));
+    }
+    if (buffer == nullptr) {
+        PROD_LOG_ERROR(kProd, "Out of memory.");
+        return nullptr;
+    }
+    if (system_convert_code_format(wanted->target, src, buffer.get()) == 0 ||
+        strlen(buffer.get()) >= size) {
+        PROD_LOG_ERROR(kProd, "Failed to encode chinese string.");
+        if (dbg_enabled(kProd, PROD_DBG_INFO)) {
+            prod_hexdump("src", src, static_cast<int>(std::min<std::size_t>(length + 1, INT_MAX)));
+            prod_hexdump("dst", buffer.get(),
+                         static_cast<int>(std::min<std::size_t>(size, INT_MAX)));
+        }
+        return nullptr;
+    }
+    char *const whole = buffer.release();
+    char *const fitting = static_cast<char *>(realloc(whole, size));
+    return fitting != nullptr ? fitting : whole;
+}
+
+char *encode_str_to_utf8(const char *str)
+{
+    if (str == nullptr) {
+        return nullptr;
+    }
+    return system_get_code_format(str) == CODE_FORMAT_UTF8 ? strdup(str)
+                                                           : encode_chinese("utf8", str);
+}
+
+int get_gb2312(const char *gb_ptr)
+{
+    if (gb_ptr == nullptr) {
+        return 0;
+    }
+    const auto first = static_cast<Byte>(gb_ptr[0]);
+    if (first < 0xA1 || first > 0xF7) {
+        return 0;
+    }
+    const auto second = static_cast<Byte>(gb_ptr[1]);
+    if (second < 0xA1 || second > 0xFE) {
+        return 0;
+    }
+    puts("find gb2312 encode!");  // callers' output shows what was found
+    return 1;
+}
+
+void prod_encode64(char *outbuf, const char *string, int outlen)
+{
+    if (outbuf == nullptr || string == nullptr || outlen < 1) {
+        return;
+    }
+    *outbuf = '\0';
+    const std::size_t room = static_cast<std::size_t>(outlen) - 1;
+    const std::size_t length = strlen(string);
+    const std::size_t groups = std::min(length / 3, room / 4);
+    std::size_t group = 0;
+    for (; group + 3 <= groups; group += 2) {
+        encode_two_groups(string + 3 * group, outbuf + 4 * group);
+    }
+    for (; group < groups; ++group) {
+        encode_group(string + 3 * group, outbuf + 4 * group);
+    }
+    // One or two bytes are left, or the room ends inside a group.
+    const std::size_t left = std::min<std::size_t>(length - 3 * groups, 3);
+    outbuf += 4 * groups;
+    if (left > 0) {
+        char bytes[3] = {};
+        char digits[4];
+        memcpy(bytes, string + 3 * groups, left);
+        encode_group(bytes, digits);
+        memset(digits + left + 1, '=', 3 - left);
+        const std::size_t count = std::min(room - 4 * groups, sizeof(digits));
+        memcpy(outbuf, digits, count);
+        outbuf += count;
+    }
+    *outbuf = '\0';
+}
+
+int prod_decode64(char *outbuf, const char *string, int outlen)
+{
+    if (outbuf == nullptr || string == nullptr || outlen < 1) {
+        return -1;
+    }
+    *outbuf = '\0';
+    const std::size_t room = static_cast<std::size_t>(outlen) - 1;
+    const auto length = static_cast<std::size_t>(strchrnul(string, '=') - string);
+    const std::size_t groups = std::min(length / 4, room / 3);
+    for (std::size_t group = 0; group < groups; ++group) {
+        decode_group(string + 4 * group, outbuf + 3 * group);
+    }
+    // One to three digits are left, or there is no room for the next group.
+    const std::size_t left = std::min<std::size_t>(length - 4 * groups, 4);
+    if (left == 0) {
+        return 0;
+    }
+    const std::size_t count = left - 1;
+    if (count > room - 3 * groups) {
+        return -1;
+    }
+    char digits[4];
+    char bytes[4];
+    memset(digits, kBase64Digits[0], sizeof(digits));  // counts as 0
+    memcpy(digits, string + 4 * groups, left);
+    decode_group(digits, bytes);
+    bytes[count] = '\0';
+    memcpy(outbuf + 3 * groups, bytes, count + 1);
+    return 0;
 }

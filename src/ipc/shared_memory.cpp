@@ -11,7 +11,6 @@
 #include "internal/console.hpp"
 #include "internal/sysv.hpp"
 #include "internal/text.hpp"
-#include "prod_common_file.h"
 
 using namespace prod;
 
@@ -22,8 +21,7 @@ void *get_shared_memory(const char *name, unsigned int size)
         return nullptr;
     }
     const KeyFile path{"/var/run/shm.%s", name};
-    touch_file(path.c_str());
-    const key_t key = ftok(path.c_str(), kSysvProject);
+    const key_t key = key_of(path);
     if (key == -1) {
         const int err = errno;
         // The missing parenthesis is part of the text; the semaphores' message has it.
@@ -32,12 +30,8 @@ void *get_shared_memory(const char *name, unsigned int size)
         return nullptr;
     }
 
-    // Of two processes that ask for a new name at once, exactly one creates and registers it.
-    int id = shmget(key, size, IPC_CREAT | IPC_EXCL | kSysvMode);
-    const bool created = id >= 0;
-    if (!created && errno == EEXIST) {
-        id = shmget(key, size, kSysvMode);
-    }
+    const auto [id, created] =
+        find_or_create(key, [=](int flags) { return shmget(key, size, flags); });
     if (id < 0) {
         const int err = errno;
         console_line(PROD_SITE, kRed, "Failed(%d) to create shared memory %s, %s.", err, name,

@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include "prod_common.h"
 
@@ -39,6 +40,59 @@ static void shared_memory(void)
     EXPECT(shmdt(memory) == 0);
 }
 
+static void locks(void)
+{
+    FILE *file = tmpfile();
+    EXPECT(ipc_lock("capi/%d", 1) == 1);
+    EXPECT(ipc_lock_nowait("capi_%s", "1") == 0);
+    EXPECT(ipc_lock_timeout(0, "capi/1") == 0);
+    EXPECT(ipc_unlock("capi/1") == 1);
+    EXPECT(fd_wlock(fileno(file)) == 1 && fd_rlock(fileno(file)) == 1);
+    EXPECT(fd_unlock(fileno(file)) == 1);
+    fclose(file);
+}
+
+static void queues(void)
+{
+    char record[8] = "";
+    EXPECT(get_or_create_mq(MQ_PORTAL_SEND_SMS) >= 0);
+    EXPECT(mq_put(MQ_PORTAL_SEND_SMS, "record", 7, 0) == 1);
+    EXPECT(mq_get(MQ_PORTAL_SEND_SMS, record, sizeof(record), 0) == 1);
+    EXPECT(strcmp(record, "record") == 0);
+    EXPECT(mq_get(MQ_PORTAL_SEND_SMS, record, sizeof(record), 0) == 0);
+}
+
+static void name_thread(void *name)
+{
+    EXPECT(strcmp(get_thread_name(), "thread") == 0);
+    EXPECT(set_thread_name("%s", (const char *)name) == 1);
+    EXPECT(strcmp(get_thread_name(), name) == 0);
+}
+
+static void threads(void)
+{
+    char name[] = "capi";
+    pthread_t thread = start_thread(name_thread, name);
+    EXPECT(thread != (pthread_t)-1 && pthread_join(thread, NULL) == 0);
+}
+
+static int changes[2];
+
+static void tell(const char *path, const char *name)
+{
+    (void)path;
+    EXPECT(write(changes[1], name, 1) == 1);
+}
+
+static void changed_files(void)
+{
+    char first = '\0';
+    EXPECT(pipe(changes) == 0);
+    EXPECT(fnotify_listen("/tmp", tell) == 1);
+    touch_file("/tmp/watched");
+    EXPECT(read(changes[0], &first, 1) == 1 && first == 'w');
+}
+
 static void strings(void)
 {
     char text[] = "  a b ";
@@ -68,6 +122,54 @@ static void lan_move(void)
     row = table->find(table, 0, "192.168.1.9", 0);
     EXPECT(row != NULL && strcmp(row->values[1].s, "02:00:00:00:00:09") == 0);
     free(row);
+}
+
+static void encodings(void)
+{
+    char text[8];
+    char *converted = encode_chinese("utf8", "abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    converted = encode_str_to_utf8("abc");
+    EXPECT(converted != NULL && strcmp(converted, "abc") == 0);
+    free(converted);
+    EXPECT(get_gb2312("abc") == 0);
+    prod_encode64(text, "abc", sizeof(text));
+    EXPECT(strcmp(text, "YWJj") == 0);
+    EXPECT(prod_decode64(text, "YWJj", sizeof(text)) == 0 && strcmp(text, "abc") == 0);
+}
+
+static void count_call(rb_node *node, void *calls)
+{
+    (void)node;
+    ++*(int *)calls;
+}
+
+static void tree(void)
+{
+    rb_root root = {NULL};
+    rb_node low = {0, NULL, NULL};
+    rb_node high = {0, NULL, NULL};
+    rb_node other;
+    rb_node *deepest;
+    int calls = 0;
+    root.rb_node = &low;
+    rb_insert_color(&low, &root);
+    rb_set_parent(&high, &low);
+    rb_set_color(&high, 0);
+    low.rb_right = &high;
+    rb_insert_color(&high, &root);
+    rb_augment_insert(&high, count_call, &calls);
+    rb_augment_path(&high, count_call, &calls);
+    EXPECT(calls == 4);
+    EXPECT(rb_first(&root) == &low && rb_last(&root) == &high);
+    EXPECT(rb_next(&low) == &high && rb_prev(&high) == &low);
+    rb_replace_node(&high, &other, &root);
+    EXPECT(rb_last(&root) == &other);
+    deepest = rb_augment_erase_begin(&other);
+    rb_erase(&other, &root);
+    rb_augment_erase_end(deepest, count_call, &calls);
+    EXPECT(deepest == &low && calls == 5 && rb_next(&low) == NULL);
 }
 
 static void files(void)
@@ -257,8 +359,13 @@ int main(void)
 {
     debug_levels();
     shared_memory();
+    locks();
+    queues();
+    threads();
     strings();
     lan_move();
+    encodings();
+    tree();
     files();
     configuration();
     policies();
@@ -272,5 +379,6 @@ int main(void)
     wan_status();
     name_servers();
     figures_and_storage();
+    changed_files();
     return failures != 0;
 }

@@ -20,6 +20,10 @@ int main(void)
     RECORD(prod_dbg_cb_t);
     FIELD(prod_dbg_cb_t, name);
 
+    RECORD(msg_buf_t);
+    FIELD(msg_buf_t, msg_type);
+    printf("  %-16s at %zu\n", "data", offsetof(msg_buf_t, data));
+
     RECORD(audit_save_log_info);
     FIELD(audit_save_log_info, mac_addr);
     FIELD(audit_save_log_info, ipaddr);
@@ -159,5 +163,12 @@ int main(void)
     FIELD(db_table, columns);
     FIELD(db_table, col_num);
     FIELD(db_table, port);
+
+    RECORD(rb_node);
+    FIELD(rb_node, rb_parent_color);
+    FIELD(rb_node, rb_right);
+    FIELD(rb_node, rb_left);
+    RECORD(rb_root);
+    FIELD(rb_root, rb_node);
     return 0;
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
@@ -106,6 +107,148 @@ TEST(Trim, WhiteSpaceAroundATextInPlace)
     EXPECT_EQ(trimmed("\xa0x\xff"), "\xa0x\xff");
     EXPECT_EQ(trimmed(std::string(5000, ' ') + "x" + std::string(5000, '\n')), "x");
     EXPECT_EQ(string_str_trim(nullptr), nullptr);
+}
+
+// ---- encodings --------------------------------------------------------------------------------
+
+// "\u4e2d\u6587" in both encodings.
+constexpr const char *kUtf8 = "\xe4\xb8\xad\xe6\x96\x87";
+constexpr const char *kGbk = "\xd6\xd0\xce\xc4";
+
+/** A code point written in so many bytes, whether it needs them or not. */
+std::string utf8_of(std::uint32_t code, std::size_t length)
+{
+    if (length == 1) {
+        return {static_cast<char>(code)};
+    }
+    std::string text(length, '\0');
+    for (std::size_t at = length; --at > 0; code >>= 6) {
+        text[at] = static_cast<char>(0x80 | (code & 0x3F));
+    }
+    text[0] = static_cast<char>((0xF00U >> length & 0xFF) | code);
+    return text;
+}
+
+TEST(CodeFormat, PlainGbkAndUtf8)
+{
+    EXPECT_EQ(system_get_code_format(nullptr), CODE_FORMAT_PLAIN);
+    EXPECT_EQ(system_get_code_format(""), CODE_FORMAT_PLAIN);
+    EXPECT_EQ(system_get_code_format("a plain name, longer than a word"), CODE_FORMAT_PLAIN);
+    EXPECT_EQ(system_get_code_format(kUtf8), CODE_FORMAT_UTF8);
+    EXPECT_EQ(system_get_code_format(kGbk), CODE_FORMAT_GBK);
+    EXPECT_EQ(system_get_code_format("\xd6"), CODE_FORMAT_PLAIN) << "half a character";
+    EXPECT_EQ(system_get_code_format("\xff"), CODE_FORMAT_PLAIN);
+    EXPECT_EQ(system_get_code_format("\x80"), CODE_FORMAT_PLAIN);
+    EXPECT_EQ(system_get_code_format("\xc1\xaa\xcd\xa8"), CODE_FORMAT_GBK);
+    EXPECT_EQ(system_get_code_format("\xc4\xaa"), CODE_FORMAT_UTF8) << "valid as both";
+}
+
+TEST(CodeFormat, AtEveryPlaceOfAText)
+{
+    for (std::size_t before = 0; before < 20; ++before) {
+        for (std::size_t behind = 0; behind < 10; ++behind) {
+            const auto within = [&](const char *text) {
+                return std::string(before, 'a') + text + std::string(behind, 'z');
+            };
+            EXPECT_EQ(system_get_code_format(within(kUtf8).c_str()), CODE_FORMAT_UTF8);
+            EXPECT_EQ(system_get_code_format(within(kGbk).c_str()), CODE_FORMAT_GBK);
+            EXPECT_EQ(system_get_code_format(within("\xff").c_str()), CODE_FORMAT_PLAIN);
+            char out[200];
+            EXPECT_NE(system_convert_code_format("utf-8", within(kGbk).c_str(), out), 0);
+            EXPECT_EQ(out, within(kUtf8));
+            EXPECT_NE(system_convert_code_format("gb2312", within(kUtf8).c_str(), out), 0);
+            EXPECT_EQ(out, within(kGbk));
+            EXPECT_EQ(system_convert_code_format("utf-8", within("\xff").c_str(), out), 0);
+            EXPECT_EQ(out, std::string(before, 'a')) << "what stands before it";
+        }
+    }
+}
+
+/** Every GBK pair by its two ranges, where it is not UTF-8 as well. */
+TEST(CodeFormat, EveryPairOfBytes)
+{
+    for (unsigned int first = 0x80; first <= 0xFF; ++first) {
+        for (unsigned int second = 0x01; second <= 0xFF; ++second) {
+            const char text[] = {static_cast<char>(first), static_cast<char>(second), '\0'};
+            int wanted = CODE_FORMAT_PLAIN;
+            if (first >= 0xC2 && first <= 0xDF && second >= 0x80 && second <= 0xBF) {
+                wanted = CODE_FORMAT_UTF8;
+            } else if (first >= 0x81 && first <= 0xFE && second >= 0x40 && second <= 0xFE &&
+                       second != 0x7F) {
+                wanted = CODE_FORMAT_GBK;
+            }
+            ASSERT_EQ(system_get_code_format(text), wanted) << first << " " << second;
+        }
+    }
+}
+
+TEST(CodeFormat, EveryBoundaryOfUtf8)
+{
+    const auto is_utf8 = [](const std::string &text) {
+        return system_get_code_format(text.c_str()) == CODE_FORMAT_UTF8;
+    };
+    struct {
+        std::uint32_t code;
+        std::size_t length;
+        bool valid;
+    } const cases[] = {
+        {0x80, 2, true},      {0x7FF, 2, true},      {0x7F, 2, false},   {0x00, 2, false},
+        {0x800, 3, true},     {0xFFFF, 3, true},     {0x7FF, 3, false},  {0xD7FF, 3, true},
+        {0xD800, 3, false},   {0xDBFF, 3, false},    {0xDC00, 3, false}, {0xDFFF, 3, false},
+        {0xE000, 3, true},    {0xFFFD, 3, true},     {0xFFFE, 3, true},  {0x10000, 4, true},
+        {0x10FFFF, 4, true},  {0x110000, 4, false},  {0xFFFF, 4, false}, {0x1FFFFF, 4, false},
+        {0x3FFFF, 4, true},   {0x40000, 4, true},    {0xFFFFF, 4, true}, {0x100000, 4, true},
+        {0x200000, 5, false}, {0x4000000, 6, false}, {0xFFF, 3, true},   {0x1000, 3, true},
+        {0xCFFF, 3, true},    {0xD000, 3, true},
+    };
+    for (const auto &one : cases) {
+        const std::string text = utf8_of(one.code, one.length);
+        EXPECT_EQ(is_utf8(text), one.valid) << std::hex << one.code << " in " << one.length;
+        EXPECT_EQ(is_utf8("a" + text + "z"), one.valid);
+        EXPECT_EQ(is_utf8(kUtf8 + text), one.valid);
+        if (!one.valid) {
+            continue;
+        }
+        for (std::size_t length = 1; length < text.size(); ++length) {
+            EXPECT_FALSE(is_utf8(text.substr(0, length))) << "cut";
+        }
+        for (std::size_t at = 1; at < text.size(); ++at) {
+            for (const int byte : {0x01, 0x7F, 0xC0, 0xFF}) {
+                std::string broken = text;
+                broken[at] = static_cast<char>(byte);
+                EXPECT_FALSE(is_utf8(broken)) << std::hex << one.code << " " << byte;
+            }
+        }
+    }
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+        EXPECT_FALSE(is_utf8(std::string(1, static_cast<char>(byte))));
+    }
+}
+
+TEST(CodeFormat, ConversionTakesItsArgumentsOnly)
+{
+    char out[40] = "before";
+    EXPECT_EQ(system_convert_code_format(nullptr, "a", out), 0);
+    EXPECT_EQ(system_convert_code_format("utf-8", nullptr, out), 0);
+    EXPECT_EQ(system_convert_code_format("utf-8", "a", nullptr), 0);
+    EXPECT_EQ(system_convert_code_format("utf-16", "a", out), 0);
+    EXPECT_STREQ(out, "before");
+    EXPECT_NE(system_convert_code_format("utf-8", "", out), 0);
+    EXPECT_STREQ(out, "");
+}
+
+TEST(CodeFormat, AFailureLeavesNothingForTheNextText)
+{
+    char out[40];
+    for (const char *const half : {"a\xd6", "\xd6\xd0\xd6"}) {
+        EXPECT_EQ(system_convert_code_format("utf-8", half, out), 0);
+        EXPECT_NE(system_convert_code_format("utf-8", kGbk, out), 0);
+        EXPECT_STREQ(out, kUtf8);
+    }
+    EXPECT_EQ(system_convert_code_format("gb2312", "\xe4\xb8", out), 0);
+    EXPECT_STREQ(out, "");
+    EXPECT_NE(system_convert_code_format("gb2312", kUtf8, out), 0);
+    EXPECT_STREQ(out, kGbk);
 }
 
 }  // namespace

@@ -93,25 +93,65 @@ TEST(Help, AtEachLevel)
             EXPECT_LE(line.size(), 100U) << line;
         }
     });
-    for (const char *const wanted : {"status",          "debug show",       "debug set",
-                                     "debug log",       "config get",       "config set",
-                                     "config unset",    "config changes",   "config commit",
-                                     "wan status",      "wan ports",        "wan dns",
-                                     "wan macs",        "ipv6 show",        "wan dns add",
-                                     "wan dns reset",   "wan dns exchange", "wan save-lease",
-                                     "lan neighbours",  "lan show",         "wifi get",
-                                     "wifi set",        "wifi status",      "wifi send",
-                                     "led show",        "led set",          "port",
-                                     "system mode",     "system uptime",    "system time",
-                                     "system watchdog", "system resolve",   "system request",
-                                     "check file",      "check app",        "check mount",
-                                     "check device",    "check bridge",     "check wan",
-                                     "check usb",       "check partition",  "check host",
-                                     "str hex",         "str unhex",        "str mac",
-                                     "str hash",        "lan check",        "check address",
-                                     "check param",     "wan dns collect",  "wan resolve",
-                                     "backup save",     "backup load",      "backup verify",
-                                     "policy list",     "policy export",    "policy import"}) {
+    for (const char *const wanted : {"status",
+                                     "debug show",
+                                     "debug set",
+                                     "debug log",
+                                     "config get",
+                                     "config set",
+                                     "config unset",
+                                     "config changes",
+                                     "config commit",
+                                     "wan status",
+                                     "wan ports",
+                                     "wan dns",
+                                     "wan macs",
+                                     "ipv6 show",
+                                     "wan dns add",
+                                     "wan dns reset",
+                                     "wan dns exchange",
+                                     "wan save-lease",
+                                     "lan neighbours",
+                                     "lan show",
+                                     "wifi get",
+                                     "wifi set",
+                                     "wifi status",
+                                     "wifi send",
+                                     "led show",
+                                     "led set",
+                                     "port",
+                                     "system mode",
+                                     "system uptime",
+                                     "system time",
+                                     "system watchdog",
+                                     "system resolve",
+                                     "system request",
+                                     "check file",
+                                     "check app",
+                                     "check mount",
+                                     "check device",
+                                     "check bridge",
+                                     "check wan",
+                                     "check usb",
+                                     "check partition",
+                                     "check host",
+                                     "str hex",
+                                     "str unhex",
+                                     "str mac",
+                                     "str hash",
+                                     "lan check",
+                                     "check address",
+                                     "check param",
+                                     "wan dns collect",
+                                     "wan resolve",
+                                     "backup save",
+                                     "backup load",
+                                     "backup verify",
+                                     "policy list",
+                                     "policy export",
+                                     "policy import",
+                                     "encode",
+                                     "decode"}) {
         EXPECT_THAT(nodes, Contains(wanted));
     }
 }
@@ -156,7 +196,9 @@ TEST(Usage, NoCommand)
     refuses({}, "prodctl", "a command is missing");
     refuses({"--json"}, "prodctl", "a command is missing");
     for (const std::string &group : listed(prodctl({"--help"}).out, "commands")) {
-        if (group != "status" && group != "port") {
+        if (group == "watch") {
+            refuses({group}, "prodctl " + group, "an argument is missing, expected: PATH...");
+        } else if (group != "status" && group != "port" && group != "encode" && group != "decode") {
             refuses({group}, "prodctl " + group, "a command is missing");
         }
     }
@@ -333,7 +375,7 @@ Words offered(Words words)
 TEST(Completion, Commands)
 {
     EXPECT_EQ(offered({""}), listed(prodctl({"--help"}).out, "commands"));
-    EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi"}));
+    EXPECT_EQ(offered({"w"}), (Words{"wan", "wifi", "watch"}));
     EXPECT_EQ(offered({"wan", ""}),
               (Words{"status", "ports", "dns", "resolve", "macs", "detect", "save-lease"}));
     EXPECT_EQ(offered({"wan", "dns", "e"}), (Words{"exchange"}));

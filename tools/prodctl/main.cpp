@@ -7,11 +7,11 @@ namespace
 
 using namespace prodctl;
 
-const Command kGroups[] = {kStatusCommand, kSystemGroup, kFirmwareGroup,    kWanGroup,
-                           kLanGroup,      kBridgeGroup, kIpv6Group,        kWifiGroup,
-                           kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup,
-                           kAuditGroup,    kConfigGroup, kBackupGroup,      kPolicyGroup,
-                           kDebugGroup,    kCheckGroup,  kStrGroup};
+const Command kGroups[] = {
+    kStatusCommand, kSystemGroup,  kFirmwareGroup, kWanGroup,    kLanGroup,         kBridgeGroup,
+    kIpv6Group,     kWifiGroup,    kPortCommand,   kLedGroup,    kDnsRedirectGroup, kUsbGroup,
+    kAuditGroup,    kConfigGroup,  kBackupGroup,   kPolicyGroup, kDebugGroup,       kLockGroup,
+    kMqGroup,       kWatchCommand, kCheckGroup,    kStrGroup,    kEncodeCommand,    kDecodeCommand};
 
 const Command kRoot = {
     .name = "prodctl",

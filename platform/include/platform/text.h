@@ -2,6 +2,7 @@
 /**
  * @file
  * Files and text. Any thread may call any of these; they block only as reading a file does.
+ * Chinese text is GBK, of which GB2312 is a part, or UTF-8.
  */
 #ifndef PLATFORM_TEXT_H
 #define PLATFORM_TEXT_H
@@ -10,6 +11,11 @@
 
 /** Bytes that hold any value of a key=value file with its NUL. A port never delivers more. */
 #define INI_VALUE_SIZE 256
+
+/** What system_get_code_format() tells a text from. */
+#define CODE_FORMAT_PLAIN 0 /**< ASCII, or no encoding that is known here */
+#define CODE_FORMAT_GBK 1   /**< to be converted before it is shown */
+#define CODE_FORMAT_UTF8 2
 
 PLATFORM_BEGIN
 
@@ -35,6 +41,26 @@ PLATFORM_API int file_check_exist_or_not(const char *path);
  * @return @p text, also NULL
  */
 PLATFORM_API char *string_str_trim(char *text);
+
+/**
+ * The encoding of a text, as far as its bytes tell: CODE_FORMAT_UTF8 when it is valid UTF-8 with at
+ * least one character beyond ASCII, CODE_FORMAT_GBK when it is made of ASCII and two-byte GBK
+ * characters, assigned or not, CODE_FORMAT_PLAIN for everything else and for NULL. A short GBK text
+ * can be valid UTF-8 as well, and counts as that.
+ */
+PLATFORM_API int system_get_code_format(const char *text);
+
+/**
+ * Converts a text into the encoding that @p target names, "utf-8" (the text is taken for GBK) or
+ * "gb2312" (it is taken for UTF-8); ASCII is the same in both.
+ *
+ * @param dst  4 x strlen(@p src) + 1 bytes, not overlapping @p src; receives the text and a NUL
+ * @return non-zero when all of the text was converted; 0 when a byte or a character has no
+ *         counterpart (@p dst then holds what stands before it, terminated), and, with @p dst
+ *         untouched, for another target or a NULL argument; 0 also when the machine has no
+ *         conversion tables or memory
+ */
+PLATFORM_API int system_convert_code_format(const char *target, const char *src, char *dst);
 
 PLATFORM_END
 

@@ -1,0 +1,515 @@
+// SPDX-License-Identifier: MIT
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/mman.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <numeric>
+
+#include "ipc/msg_queue.h"
+#include "prod_common_debug.h"
+#include "support/allocator.hpp"
+#include "support/capture.hpp"
+#include "support/children.hpp"
+#include "support/files.hpp"
+#include "support/time.hpp"
+
+using test::log_line;
+using test::printed;
+using test::Prints;
+using testing::HasSubstr;
+
+namespace
+{
+
+[[maybe_unused]] std::size_t refused_size;
+int sends;
+
+}  // namespace
+
+extern "C" {
+
+// An allocation of exactly the size that a test asks for fails.
+// The thread sanitizer calls these before a thread has a state of its own.
+#ifndef __SANITIZE_THREAD__
+void *malloc(std::size_t size)
+{
+    return size != 0 && size == refused_size ? nullptr : test::real_malloc(size);
+}
+#endif
+
+int msgsnd(int id, const void *message, std::size_t size, int flags)
+{
+    static const auto next =
+        reinterpret_cast<int (*)(int, const void *, std::size_t, int)>(dlsym(RTLD_NEXT, "msgsnd"));
+    ++sends;
+    return next(id, message, size, flags);
+}
+}
+
+namespace
+{
+
+constexpr mq_id_t kId = 0x8A00;
+constexpr std::size_t kHeader = offsetof(msg_buf_t, data);
+
+std::string error(const std::string &function, const std::string &message)
+{
+    return log_line(PROD_DBG_ERROR, function, message);
+}
+
+/** A test with the queue kId, which is gone afterwards. */
+class Queue : public testing::Test
+{
+  protected:
+    void TearDown() override
+    {
+        refused_size = 0;
+        msgctl(msgget(static_cast<int>(kId), 0), IPC_RMID, nullptr);
+    }
+
+    static int kernel_id() { return msgget(static_cast<int>(kId), 0); }
+
+    static std::size_t waiting()
+    {
+        msqid_ds status = {};
+        return msgctl(kernel_id(), IPC_STAT, &status) == 0 ? status.msg_qnum : 0;
+    }
+
+    static void fill()
+    {
+        const char record[1000] = {};
+        while (mq_put(kId, record, sizeof(record), 0) == 1) {
+        }
+    }
+
+    static int lines_about(int key)
+    {
+        char start[16];
+        snprintf(start, sizeof(start), "0x%08x ", static_cast<unsigned int>(key));
+        const std::string registry = test::read_text("/var/run/id.mq");
+        int count = 0;
+        for (std::size_t at = 0; (at = registry.find(start, at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    }
+};
+
+TEST_F(Queue, Numbers)
+{
+    EXPECT_EQ(MQ_BEGIN, 35072);
+    EXPECT_EQ(MQ_PORTAL_SEND_SMS, 35073);
+    EXPECT_EQ(MQ_PORTAL_SEND_EMAIL, 35074);
+    EXPECT_EQ(MQ_PORTAL_SEND_FACEBOOK, 35075);
+    EXPECT_EQ(MQ_ID_NUM, 35076);
+    EXPECT_EQ(MQ_MSG_TYPE, 35243);
+}
+
+TEST_F(Queue, IsCreatedOnceAndRegistered)
+{
+    const int id = get_or_create_mq(static_cast<int>(kId));
+    EXPECT_GE(id, 0);
+    EXPECT_EQ(get_or_create_mq(static_cast<int>(kId)), id);
+    EXPECT_EQ(kernel_id(), id);
+    char expected[128];
+    snprintf(expected, sizeof(expected), "0x00008a00 id=%8d %5d/%-15s\n", id,
+             static_cast<int>(getpid()), "test_unit_msg_q");
+    EXPECT_THAT(test::read_text("/var/run/id.mq"), HasSubstr(expected));
+    EXPECT_EQ(lines_about(static_cast<int>(kId)), 1);
+    msqid_ds status;
+    ASSERT_EQ(msgctl(id, IPC_STAT, &status), 0);
+    EXPECT_EQ(status.msg_perm.mode & 0777, 0666);
+}
+
+TEST_F(Queue, AnyNumberIsAQueue)
+{
+    for (const unsigned int key : {1U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
+        const int id = get_or_create_mq(static_cast<int>(key));
+        EXPECT_GE(id, 0);
+        EXPECT_EQ(mq_put(key, "x", 1, 0), 1);
+        char got = '\0';
+        EXPECT_EQ(mq_get(key, &got, 1, 0), 1);
+        EXPECT_EQ(got, 'x');
+        EXPECT_EQ(msgctl(id, IPC_RMID, nullptr), 0);
+    }
+}
+
+TEST_F(Queue, NumberZeroIsANewQueueEachTime)
+{
+    const int before = lines_about(0);
+    const int first = get_or_create_mq(0);
+    const int second = get_or_create_mq(0);
+    EXPECT_GE(first, 0);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(lines_about(0), before + 2);
+    EXPECT_EQ(msgctl(first, IPC_RMID, nullptr), 0);
+    EXPECT_EQ(msgctl(second, IPC_RMID, nullptr), 0);
+}
+
+TEST_F(Queue, CarriesRecordsInOrder)
+{
+    for (const char c : {'a', 'b', 'c'}) {
+        EXPECT_EQ(mq_put(kId, &c, 1, 0), 1);
+    }
+    for (const char c : {'a', 'b', 'c'}) {
+        char got = '\0';
+        EXPECT_EQ(mq_get(kId, &got, 1, 1), 1);
+        EXPECT_EQ(got, c);
+    }
+}
+
+TEST_F(Queue, EverySizeArrivesWhole)
+{
+    for (const int size : {1, 2, 3, 4, 5, 8, 64, 1023, 1024, 1025, 4096, 8192}) {
+        std::string record(static_cast<std::size_t>(size), '\0');
+        std::iota(record.begin(), record.end(), static_cast<char>(size));
+        std::string got(record.size() + 1, 'x');
+        EXPECT_EQ(mq_put(kId, record.data(), size, 0), 1) << size;
+        EXPECT_EQ(mq_get(kId, got.data(), size, 0), 1) << size;
+        EXPECT_EQ(got, record + 'x') << "not a byte more";
+    }
+}
+
+TEST_F(Queue, TheMessageAsTheKernelHasIt)
+{
+    EXPECT_EQ(mq_put(kId, "record", 6, 0), 1);
+    struct {
+        long type;
+        char data[64];
+    } message = {};
+    EXPECT_EQ(msgrcv(kernel_id(), &message, sizeof(message.data), 0, IPC_NOWAIT), 6);
+    EXPECT_EQ(message.type, 35243);
+    EXPECT_STREQ(message.data, "record");
+}
+
+TEST_F(Queue, OtherTypesAreNotForUs)
+{
+    const struct {
+        long type;
+        char data[4];
+    } other = {1, "abc"};
+    ASSERT_EQ(msgsnd(get_or_create_mq(static_cast<int>(kId)), &other, 4, 0), 0);
+    char got[4] = "xyz";
+    EXPECT_EQ(printed([&] { EXPECT_EQ(mq_get(kId, got, 4, 0), 0); }), "");
+    EXPECT_STREQ(got, "xyz");
+}
+
+TEST_F(Queue, BehindAShorterRecordAreZeros)
+{
+    for (const int room : {16, 2000}) {
+        std::string got(static_cast<std::size_t>(room) + 1, 'x');
+        EXPECT_EQ(mq_put(kId, "short", 5, 0), 1);
+        EXPECT_EQ(mq_get(kId, got.data(), room, 0), 1);
+        EXPECT_EQ(got, "short" + std::string(static_cast<std::size_t>(room) - 5, '\0') + 'x');
+    }
+}
+
+TEST_F(Queue, ALongerRecordStaysQueued)
+{
+    char got[8] = "before";
+    EXPECT_EQ(mq_put(kId, "longer than that", 16, 0), 1);
+    for (const int block : {0, 1}) {
+        EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, 8, block), 0); }),
+                    Prints(error("mq_get", "Failed(7) to msgrcv, Argument list too long.")));
+        EXPECT_STREQ(got, "before");
+    }
+    char large[16];
+    EXPECT_EQ(mq_get(kId, large, 16, 0), 1);
+    EXPECT_EQ(memcmp(large, "longer than that", 16), 0);
+}
+
+TEST_F(Queue, AnEmptyQueueIsSilentWithoutWaiting)
+{
+    char got[4] = "abc";
+    for (const prod_dbg_lvl_t level : {PROD_DBG_ERROR, PROD_DBG_TRACE}) {
+        EXPECT_EQ(test::printed_at(level, [&] { EXPECT_EQ(mq_get(kId, got, 4, 0), 0); }), "");
+    }
+    EXPECT_STREQ(got, "abc");
+}
+
+TEST_F(Queue, ArgumentsThatAreNone)
+{
+    char byte = 'x';
+    for (const int block : {0, 1}) {
+        EXPECT_THAT(
+            printed([=] {
+                EXPECT_EQ(mq_put(kId, nullptr, 1, block), 0);
+                EXPECT_EQ(mq_put(kId, "x", 0, block), 0);
+                EXPECT_EQ(mq_put(kId, "x", -1, block), 0);
+                EXPECT_EQ(mq_put(kId, "x", INT_MIN, block), 0);
+            }),
+            Prints(error("mq_put", "invalid parameters.") + error("mq_put", "invalid parameters.") +
+                   error("mq_put", "invalid parameters.") +
+                   error("mq_put", "invalid parameters.")));
+        EXPECT_THAT(
+            printed([&] {
+                EXPECT_EQ(mq_get(kId, nullptr, 1, block), 0);
+                EXPECT_EQ(mq_get(kId, &byte, 0, block), 0);
+                EXPECT_EQ(mq_get(kId, &byte, -1, block), 0);
+            }),
+            Prints(error("mq_get", "invalid parameters.") + error("mq_get", "invalid parameters.") +
+                   error("mq_get", "invalid parameters.")));
+    }
+    EXPECT_EQ(byte, 'x');
+    EXPECT_LT(kernel_id(), 0) << "no queue was made for them";
+}
+
+#ifndef __SANITIZE_THREAD__
+TEST_F(Queue, MemoryIsShort)
+{
+    std::string record(5000, 'r');
+    refused_size = record.size() + kHeader;
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
+                Prints(error("mq_put", "Out of memory")));
+    EXPECT_EQ(waiting(), 0U);
+    refused_size = 0;
+    EXPECT_EQ(mq_put(kId, record.data(), 5000, 0), 1);
+    refused_size = record.size() + kHeader;
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
+                Prints(error("mq_get", "Out of memory.")));
+    EXPECT_EQ(waiting(), 1U) << "nothing is lost";
+}
+#endif
+
+TEST_F(Queue, ARecordBeyondTheKernelsLimit)
+{
+    const std::string record(8193, 'r');
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 8193, 1), 0); }),
+                Prints(error("mq_put", "Failed(22) to msgsnd, Invalid argument.")));
+}
+
+TEST_F(Queue, NoQueueIsLeft)
+{
+    test::write_text("/proc/sys/kernel/msgmni", "0\n");
+    const std::string message =
+        error("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
+    char byte = 'x';
+    EXPECT_THAT(printed([&] {
+                    EXPECT_LT(get_or_create_mq(static_cast<int>(kId)), 0);
+                    EXPECT_EQ(mq_put(kId, "x", 1, 1), 0);
+                    EXPECT_EQ(mq_get(kId, &byte, 1, 1), 0);
+                }),
+                Prints(message + message + message));
+    test::write_text("/proc/sys/kernel/msgmni", "32000\n");
+    EXPECT_EQ(mq_put(kId, "x", 1, 0), 1);
+}
+
+// ---- a full queue -----------------------------------------------------------------------------
+
+std::string full()
+{
+    return error("mq_put", "Failed(11) to msgsnd, Resource temporarily unavailable.");
+}
+
+TEST_F(Queue, AFullQueueIsTriedOnceWithoutWaiting)
+{
+    fill();
+    const test::SimulatedTime time;
+    sends = 0;
+    EXPECT_THAT(printed([] { EXPECT_EQ(mq_put(kId, "x", 1000, 0), 0); }), Prints(full()));
+    EXPECT_EQ(sends, 1);
+    EXPECT_TRUE(time.sleeps().empty());
+}
+
+TEST_F(Queue, AFullQueueIsWaitedForThreeSeconds)
+{
+    fill();
+    const char record[1000] = {};
+    test::SimulatedTime time;
+    sends = 0;
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
+    EXPECT_EQ(time.sleeps(), std::vector<long long>(30, 100000));
+    EXPECT_EQ(sends, 31);
+    // Whole seconds are compared: from the end of one, three more have passed in a little over two.
+    time.pass(0.95);
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, -1), 0); }), Prints(full()));
+    EXPECT_EQ(time.sleeps().size(), 30U + 21U);
+}
+
+TEST_F(Queue, ThreeRealSeconds)
+{
+    fill();
+    const char record[1000] = {};
+    // From the start of a second, so that the three are whole.
+    for (const time_t now = time(nullptr); time(nullptr) == now;) {
+        usleep(1000);
+    }
+    timespec before;
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
+    timespec after;
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    const double passed = static_cast<double>(after.tv_sec - before.tv_sec) +
+                          static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+    EXPECT_GE(passed, 2.9);
+    EXPECT_LE(passed, 5.0);
+}
+
+TEST_F(Queue, APutGoesOnAsSoonAsThereIsRoom)
+{
+    fill();
+    const char record[1000] = {};
+    test::Child reader{[](test::Child &) {
+        char got[1000];
+        usleep(250000);
+        _exit(mq_get(kId, got, sizeof(got), 0) == 1 ? 0 : 1);
+    }};
+    EXPECT_EQ(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 1); }), "");
+    reader.expect_status(0);
+}
+
+// ---- a waiting reader -------------------------------------------------------------------------
+
+TEST_F(Queue, AReaderWaitsForARecord)
+{
+    test::Child writer{[](test::Child &) {
+        usleep(200000);
+        _exit(mq_put(kId, "late", 5, 0) == 1 ? 0 : 1);
+    }};
+    char got[16] = "";
+    EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 1);
+    EXPECT_STREQ(got, "late");
+    writer.expect_status(0);
+}
+
+TEST_F(Queue, ASignalEndsTheWait)
+{
+    struct sigaction quiet = {};
+    quiet.sa_handler = [](int) {};
+    sigaction(SIGALRM, &quiet, nullptr);
+    alarm(1);
+    char got[16] = "before";
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
+                Prints(error("mq_get", "Failed(4) to msgrcv, Interrupted system call.")));
+    EXPECT_STREQ(got, "before");
+}
+
+TEST_F(Queue, AQueueThatIsRemovedEndsTheWait)
+{
+    get_or_create_mq(static_cast<int>(kId));
+    test::Child remover{[](test::Child &) {
+        usleep(200000);
+        msgctl(kernel_id(), IPC_RMID, nullptr);
+    }};
+    char got[16] = "";
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
+                Prints(error("mq_get", "Failed(43) to msgrcv, Identifier removed.")));
+    remover.expect_status(0);
+    EXPECT_EQ(mq_put(kId, "again", 6, 0), 1) << "the next call makes a new one";
+    EXPECT_EQ(mq_get(kId, got, sizeof(got), 0), 1);
+}
+
+// ---- many processes ---------------------------------------------------------------------------
+
+TEST_F(Queue, OfSixtyFourFirstUsersOneCreatesIt)
+{
+    for (int round = 0; round < 5; ++round) {
+        const int before = lines_about(static_cast<int>(kId));
+        test::all_at_once(
+            64, [](int number) { return mq_put(kId, &number, sizeof(number), 0) == 1 ? 0 : 1; });
+        EXPECT_EQ(waiting(), 64U);
+        EXPECT_EQ(lines_about(static_cast<int>(kId)), before + 1);
+        msgctl(kernel_id(), IPC_RMID, nullptr);
+    }
+}
+
+constexpr int kWriters = 8;
+constexpr int kReaders = 4;
+constexpr int kEach = 125000;  // a million in all
+
+/** A record whose bytes tell whether it is whole. */
+struct Stamped {
+    int writer;  // -1 ends a reader
+    int number;
+    unsigned char pattern[24];
+
+    Stamped(int from, int count) : writer(from), number(count)
+    {
+        memset(pattern, from * 31 + count, sizeof(pattern));
+    }
+    bool whole() const
+    {
+        const Stamped same{writer, number};
+        return memcmp(this, &same, sizeof(same)) == 0;
+    }
+};
+
+struct Tally {
+    std::atomic<unsigned char> seen[kWriters][kEach];
+    std::atomic<int> torn;
+    std::atomic<int> out_of_order;
+};
+
+int write_all(int writer)
+{
+    for (int i = 0; i < kEach;) {
+        const Stamped record{writer, i};
+        // A loaded machine may leave the queue full for longer than one call waits.
+        i += mq_put(kId, &record, sizeof(record), 1);
+    }
+    return 0;
+}
+
+int read_all(Tally &tally)
+{
+    int last[kWriters];
+    std::fill_n(last, kWriters, -1);
+    for (;;) {
+        Stamped record{0, 0};
+        if (mq_get(kId, &record, sizeof(record), 1) != 1) {
+            return 1;
+        }
+        if (record.writer < 0) {
+            return 0;
+        }
+        if (!record.whole() || record.writer >= kWriters || record.number >= kEach) {
+            ++tally.torn;
+            continue;
+        }
+        ++tally.seen[record.writer][record.number];
+        tally.out_of_order += record.number <= last[record.writer];
+        last[record.writer] = record.number;
+    }
+}
+
+TEST_F(Queue, AMillionRecordsFromEightWritersToFourReaders)
+{
+    auto *const tally = static_cast<Tally *>(
+        mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    std::vector<std::unique_ptr<test::Child>> readers;
+    for (int i = 0; i < kReaders; ++i) {
+        readers.push_back(
+            std::make_unique<test::Child>([=](test::Child &) { _exit(read_all(*tally)); }));
+    }
+    test::all_at_once(kWriters, write_all);
+    for (int i = 0; i < kReaders; ++i) {
+        const Stamped end{-1, 0};
+        while (mq_put(kId, &end, sizeof(end), 1) == 0) {
+        }
+    }
+    for (const auto &reader : readers) {
+        reader->expect_status(0);
+    }
+
+    int wrong = 0;
+    for (const auto &writer : tally->seen) {
+        for (const auto &count : writer) {
+            wrong += count != 1;
+        }
+    }
+    EXPECT_EQ(wrong, 0) << "lost or repeated";
+    EXPECT_EQ(tally->torn, 0);
+    EXPECT_EQ(tally->out_of_order, 0) << "each reader sees a writer's records in their order";
+    EXPECT_EQ(waiting(), 0U);
+    munmap(tally, sizeof(Tally));
+}
+
+}  // namespace
