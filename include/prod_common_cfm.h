@@ -201,6 +201,10 @@ PROD_API int qvlan_policy_callback(void *para, int n_column, char **column_value
  * rows creates none. A database that cannot be read is first replaced by the factory template:
  * "cp /webroot/Dcg_database.db /cfg/s_brcmnand".
  *
+ * The database is closed in every case. One that was missing before and cannot be read now (half a
+ * copy, or no template) is removed again, so that the next call copies it and upload_ac_policy()
+ * makes its tables.
+ *
  * @return PAV_RET_OK; PAV_RET_ERROR when the database cannot be opened or at the first table that
  *         cannot be read: the files then hold what came before
  */

@@ -143,6 +143,20 @@ int append_row(const PolicyKind &kind, int count, char **values, char **names)
     return 0;
 }
 
+/** Appends all rows to their files; false at the first table that cannot be read. */
+bool append_tables()
+{
+    const Database database = open_database();
+    return database != nullptr &&
+           std::all_of(std::begin(kTables), std::end(kTables), [&](const PolicyTable &table) {
+               char *message = nullptr;
+               const int rc =
+                   sqlite3_exec(database.get(), table.query, table.callback, nullptr, &message);
+               const ErrorText owner{message};
+               return rc == SQLITE_OK;
+           });
+}
+
 /** An SQL statement; it grows with the policies that it holds. */
 class Statement
 {
@@ -468,22 +482,16 @@ int qvlan_policy_callback(void *, int n_column, char **column_value, char **colu
 
 PAV_RET prod_download_ac_policy(void)
 {
+    const bool existed = access(kDatabase, F_OK) == 0;
     if (access(kDatabase, R_OK) != 0) {
         doSystemCmd("cp /webroot/Dcg_database.db /cfg/s_brcmnand");
     }
-    const Database database = open_database();
-    if (database == nullptr) {
-        return PAV_RET_ERROR;
+    const bool done = append_tables();
+    if (!done && !existed) {
+        // Half a copy, or a database without tables, would be in the way of the next one.
+        unlink(kDatabase);
     }
-    for (const PolicyTable &table : kTables) {
-        char *message = nullptr;
-        const int rc = sqlite3_exec(database.get(), table.query, table.callback, nullptr, &message);
-        const ErrorText owner{message};
-        if (rc != SQLITE_OK) {
-            return PAV_RET_ERROR;
-        }
-    }
-    return PAV_RET_OK;
+    return done ? PAV_RET_OK : PAV_RET_ERROR;
 }
 
 PAV_RET upload_ac_policy(void)

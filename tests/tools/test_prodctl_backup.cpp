@@ -185,6 +185,21 @@ TEST_F(BackupTool, SaveVerifyLoad)
     EXPECT_THAT(again.out, EndsWith(",\"loaded\":false}\n"));
 }
 
+TEST_F(BackupTool, PoliciesThatAreNotStored)
+{
+    ASSERT_EQ(prodctl({"policy", "import", "-"}, kNight).status, 0);
+    SetValue("lan.ip", "192.168.7.1");
+    ASSERT_EQ(prodctl({"backup", "save", kFile}).status, 0);
+    SetValue("lan.ip", "192.168.8.1");
+    write_text(PROD_POLICY_DATABASE, std::string(4096, 'x'));
+    const Outcome loaded = prodctl({"backup", "load", kFile, "--json"});
+    EXPECT_EQ(loaded.status, 1);
+    EXPECT_THAT(loaded.out, EndsWith(",\"loaded\":false}\n"));
+    EXPECT_THAT(loaded.err, HasSubstr("prodctl backup load: the settings are loaded, but not all "
+                                      "policies were stored\n"));
+    EXPECT_EQ(stored("lan.ip"), "192.168.7.1");
+}
+
 TEST_F(BackupTool, WhatIsNoBackup)
 {
     ASSERT_EQ(prodctl({"backup", "save", kFile, "--json"}).status, 0);

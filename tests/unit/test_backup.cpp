@@ -37,8 +37,21 @@ namespace
 
 using Events = std::vector<std::string>;
 
-/** What happened in order, while it is set: commands and requests to the record database. */
+/** What happened in order, while it is set: commands, requests to the databases, sleeps. */
 Events *events;
+const test::SimulatedTime *simulated_time;
+std::size_t sleeps_told;
+
+void happened(const std::string &what)
+{
+    const std::vector<long long> &sleeps = simulated_time->sleeps();
+    for (; sleeps_told < sleeps.size(); ++sleeps_told) {
+        events->push_back("sleep " + std::to_string(sleeps[sleeps_told] / 1000000));
+    }
+    if (!what.empty()) {
+        events->push_back(what);
+    }
+}
 
 int passed_on(const char *function, const char *table, const char *argument)
 {
@@ -51,7 +64,7 @@ int passed_on(const char *function, const char *table, const char *argument)
 extern "C" int db_backup_save(const char *table, const char *file)
 {
     if (events != nullptr) {
-        events->push_back(std::string{"save "} + table + " " + file);
+        happened(std::string{"save "} + table + " " + file);
         return 1;
     }
     return passed_on("db_backup_save", table, file);
@@ -60,11 +73,18 @@ extern "C" int db_backup_save(const char *table, const char *file)
 extern "C" int db_backup_load(const char *table, const char *buffer)
 {
     if (events != nullptr) {
-        events->push_back(std::string{"load "} + table + " from " +
-                          std::string{buffer}.substr(0, 8));
+        happened(std::string{"load "} + table + " from " + std::string{buffer}.substr(0, 8));
         return 1;
     }
     return passed_on("db_backup_load", table, buffer);
+}
+
+extern "C" PAV_RET upload_ac_policy(void)
+{
+    if (events != nullptr) {
+        happened("upload policies");
+    }
+    return reinterpret_cast<PAV_RET (*)()>(dlsym(RTLD_NEXT, "upload_ac_policy"))();
 }
 
 namespace
@@ -150,11 +170,14 @@ class Backup : public testing::Test
     {
         Events all;
         events = &all;
-        const test::RecordedCommands commands{[&](const std::string &command) {
-            all.push_back(command);
+        simulated_time = &time_;
+        sleeps_told = time_.sleeps().size();
+        const test::RecordedCommands commands{[](const std::string &command) {
+            happened(command);
             return 0;
         }};
         code();
+        happened("");
         events = nullptr;
         return all;
     }
@@ -197,9 +220,9 @@ TEST_F(Backup, TheCommandsInOrder)
                          "save ac /etc/tmp.cfg",
                          "save client /etc/tmp.cfg",
                          "echo \"crc=" + std::to_string(crc_of("content\n")) + "\"" + to,
+                         "sleep 1",
                      }));
     EXPECT_STREQ(name, "/etc/tmp.cfg");
-    EXPECT_THAT(time_.sleeps(), ElementsAre(1000000));
 }
 
 TEST_F(Backup, ThePolicyDatabaseIsReadBetweenTheRemovalAndTheUrlMarker)
@@ -256,7 +279,7 @@ TEST_F(Backup, WithoutAFileThereIsNoTrailer)
     char name[PROD_BACKUP_NAME_SIZE];
     const Events all = events_of([&] { EXPECT_EQ(prod_systool_sys_cfg_download(name), 0); });
     EXPECT_THAT(all, Not(Contains(HasSubstr("crc="))));
-    EXPECT_THAT(time_.sleeps(), ElementsAre(1000000));
+    EXPECT_EQ(all.back(), "sleep 1");
     EXPECT_THAT(events_of([] { EXPECT_EQ(prod_systool_sys_cfg_download(nullptr), -1); }),
                 IsEmpty());
 }
@@ -375,10 +398,9 @@ TEST_F(Backup, AFileIsTakenApart)
     std::string text;
     const Events all =
         events_of([&] { text = printed([&] { EXPECT_EQ(upload(file), CFG_UPGRADE_OK); }); });
-    EXPECT_THAT(
-        all, ElementsAre("load default from a=1\nlan.", "load auth from a=1\nlan.", "cfm Upload"));
-    EXPECT_THAT(text, EndsWith("prod_systool_cfg_upload_Exit\n"));
-    EXPECT_THAT(time_.sleeps(), ElementsAre(2000000));
+    EXPECT_THAT(all, ElementsAre("load default from a=1\nlan.", "load auth from a=1\nlan.",
+                                 "upload policies", "sleep 2", "cfm Upload"));
+    EXPECT_THAT(text, EndsWith("\nprod_systool_cfg_upload_Exit\n"));
 
     EXPECT_EQ(read_text(kConfig), kSections[0] + "\nwans.wanwebaddr=203.0.113.7\n");
     EXPECT_EQ(read_text(kUrl), "\n\n" + kSections[1] + "\n");

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -495,6 +496,38 @@ TEST_F(Policies, DownloadTakesTheFactoryTemplateWhenThereIsNoDatabase)
     const test::RecordedCommands commands;
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR) << "there is no table";
     EXPECT_THAT(commands.all(), ElementsAre("cp /webroot/Dcg_database.db /cfg/s_brcmnand"));
+}
+
+TEST_F(Policies, WhatADownloadMadeInVainIsRemoved)
+{
+    // Without a template there is a database without tables, which an upload could not fill.
+    EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
+    EXPECT_FALSE(exists(kDatabase));
+    write_text(kReboot, reboot_record("night"));
+    EXPECT_THAT(upload(), StartsWith("policy database file isn't exist! Create it now.\n"));
+    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("night"));
+
+    // Half a copy gives way to a whole one.
+    make_database(kTemplate);
+    run_sql("insert into reboot_policy values" + reboot_values("factory"), kTemplate);
+    test::remove_all(kDatabase);
+    test::remove_all(kReboot);
+    {
+        const std::string whole = read_text(kTemplate);
+        const test::RecordedCommands killed{[&](const std::string &) {
+            write_text(kDatabase, whole.substr(0, whole.size() / 2));
+            return SIGKILL;
+        }};
+        EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
+    }
+    EXPECT_FALSE(exists(kDatabase));
+    EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);
+    EXPECT_EQ(read_text(kReboot), reboot_record("factory"));
+
+    // What was there is never removed.
+    run_sql("drop table qvlan_policy");
+    EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
+    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("factory"));
 }
 
 TEST_F(Policies, DownloadStopsAtTheFirstTableThatCannotBeRead)

@@ -229,6 +229,19 @@ bool current_settings(Settings &settings)
     return pclose(pipe) == 0;
 }
 
+/** Whether all policies of a backup are in the database. */
+bool are_policies_stored(const Backup &backup)
+{
+    const PolicyDatabase database = open_policies();
+    for (std::size_t i = 0; i < std::size(kPolicyKinds); ++i) {
+        if (database == nullptr || count_policies(database.get(), kPolicyKinds[i]) !=
+                                       static_cast<int>(backup.policies[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /** What becomes of a setting: nothing stands for one that is absent. */
 void add_change(cJSON *changes, const std::string &key, const std::string *before,
                 const std::string *after)
@@ -301,6 +314,8 @@ int run_load(const Call &call, cJSON *answer)
         status = call.no("a part could not be written; settings and policies are as they were");
     } else if (!current_settings(now) || now != then) {
         status = call.no("the configuration manager did not take the settings");
+    } else if (!are_policies_stored(backup)) {
+        status = call.no("the settings are loaded, but not all policies were stored");
     }
     add_flag(answer, "loaded", status == kYes);
     return status;
