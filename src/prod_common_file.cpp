@@ -12,10 +12,10 @@
 #include <memory>
 
 #include "internal/handle.hpp"
-#include "internal/trace.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"
+#include "internal/trace.hpp"
 #include "internal/wan.hpp"
 #include "json.h"
 #include "platform/km.h"

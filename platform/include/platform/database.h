@@ -163,8 +163,8 @@ PLATFORM_API int db_table_init(const char *db_name, db_table *table, const char 
                                const db_col_t *columns, int column_count);
 
 /**
- * Appends a database to a backup file, as a section of text that holds all its tables as they are at
- * one moment. The text never contains "crc=" nor "##the ... configure end##", whatever bytes the
+ * Appends a database to a backup file, as a section of text that holds all its tables as they are
+ * at one moment. The text never contains "crc=" nor "##the ... configure end##", whatever bytes the
  * values hold. A missing database has no tables. Waits for a writer as the operations above do.
  *
  * @param table  the name of the database
