@@ -451,6 +451,13 @@ std::string failure(const std::string &what)
            line.substr(at + 1);
 }
 
+TEST(Device, ThePageCacheOfTheMachineIsOutOfReach)
+{
+    test::write_text("/proc/sys/vm/drop_caches", "3\n");
+    // What is written to the kernel's own cannot be read back.
+    EXPECT_EQ(read_text("/proc/sys/vm/drop_caches"), "3\n");
+}
+
 TEST_F(Flash, UpgradeFromAGoodImage)
 {
     const RecordedCommands commands;
