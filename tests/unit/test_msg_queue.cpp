@@ -312,9 +312,10 @@ std::string full()
 TEST_F(Queue, AFullQueueIsTriedOnceWithoutWaiting)
 {
     fill();
+    const char record[1000] = {};
     const test::SimulatedTime time;
     sends = 0;
-    EXPECT_THAT(printed([] { EXPECT_EQ(mq_put(kId, "x", 1000, 0), 0); }), Prints(full()));
+    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 0), 0); }), Prints(full()));
     EXPECT_EQ(sends, 1);
     EXPECT_TRUE(time.sleeps().empty());
 }
