@@ -13,6 +13,7 @@
 #include "platform/text.h"
 #include "prod_common_debug.h"
 #include "prod_common_string.h"
+#include "support/base64.hpp"
 #include "support/capture.hpp"
 
 using test::log_line;
@@ -300,42 +301,6 @@ std::string reference_encode(const std::string &text)
     return digits;
 }
 
-/** What the documented table gives for a byte. */
-std::uint32_t reference_value(char digit)
-{
-    const auto byte = static_cast<unsigned char>(digit);
-    if (byte >= 'A' && byte <= 'Z') {
-        return byte - 'A';
-    }
-    if (byte >= 'a' && byte <= 'z') {
-        return byte - 'a' + 26U;
-    }
-    if (byte >= '0' && byte <= '9') {
-        return byte - '0' + 52U;
-    }
-    return byte == 0x1B ? 62 : byte == 0x1F ? 63 : 0xFF;
-}
-
-/** The documented steps, one character at a time. @return the result, or -1 and what stands then */
-int reference_decode(std::string &out, const char *digits, int room)
-{
-    out.clear();
-    while (*digits != '\0' && *digits != '=') {
-        std::uint32_t bits = 0;
-        int taken_digits = 0;
-        for (; taken_digits < 4 && *digits != '\0' && *digits != '='; ++taken_digits) {
-            bits |= reference_value(*digits++) << (18 - 6 * taken_digits);
-        }
-        if (static_cast<int>(out.size()) + taken_digits - 1 >= room) {
-            return -1;
-        }
-        for (int at = 0; at + 1 < taken_digits; ++at) {
-            out += static_cast<char>(bits >> (16 - 8 * at) & 0xFF);
-        }
-    }
-    return 0;
-}
-
 /** A heap block of exactly that size with a watchman behind it. */
 class Room
 {
@@ -446,7 +411,7 @@ TEST(Base64, DecodedByTheTable)
             char out[16];
             std::string wanted;
             ASSERT_EQ(prod_decode64(out, digits.c_str(), sizeof(out)),
-                      reference_decode(wanted, digits.c_str(), sizeof(out)));
+                      test::reference_decode(wanted, digits.c_str(), sizeof(out)));
             ASSERT_EQ(std::string(out, wanted.size()), wanted) << byte << " at " << place;
             ASSERT_EQ(out[wanted.size()], '\0');
         }
@@ -472,7 +437,7 @@ TEST(Base64, DecodingEveryLengthIntoEveryRoom)
         for (int size = 1; size <= 34; ++size) {
             Room room{static_cast<std::size_t>(size)};
             std::string wanted;
-            const int result = reference_decode(wanted, digits.c_str(), size);
+            const int result = test::reference_decode(wanted, digits.c_str(), size);
             EXPECT_EQ(prod_decode64(room.data(), digits.c_str(), size), result);
             EXPECT_TRUE(room.is_kept());
             ASSERT_EQ(std::string(room.data(), wanted.size()), wanted);
