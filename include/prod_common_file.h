@@ -183,6 +183,12 @@ PROD_API int write_file(const char *filename, const void *data, unsigned int len
  */
 PROD_API void touch_file(const char *filename);
 
+/* ---- routes and UPnP mappings ------------------------------------------------------------- */
+
+/* ---- DHCP clients and neighbours ---------------------------------------------------------- */
+
+/* ---- system log --------------------------------------------------------------------------- */
+
 PROD_END
 
 #endif
