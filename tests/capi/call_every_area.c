@@ -329,6 +329,22 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
+static void lists(void)
+{
+    DHCPS_CLIENT_LIST_STRU *clients = NULL;
+    LAN_DHCPC_IP_INFO_STRU lan;
+    char address[16] = "";
+    char lease[] = "1700000000 02:00:5e:00:53:01 192.168.0.100 laptop 01:02 laptop\n";
+    unlink("/etc/dhcps.leases");
+    EXPECT(write_file("/etc/dhcps.leases", lease, (unsigned int)strlen(lease)) == 1);
+    EXPECT(file_get_dhcps_clients_list(&clients) == 1);
+    EXPECT(clients != NULL && strcmp(clients[0].hostname, "laptop") == 0);
+    free(clients);
+    EXPECT(file_lan_dhcpc_get_ipinfo_and_status(&lan) == HLX_ERR);
+    EXPECT(find_ip_in_arpfile("02:00:5e:00:53:99", address) == HLX_ERR);
+    EXPECT(strcmp(address, "0.0.0.0") == 0);
+}
+
 static void figures_and_storage(void)
 {
     int memory = -1;
@@ -378,6 +394,7 @@ int main(void)
     address_ranges();
     wan_status();
     name_servers();
+    lists();
     figures_and_storage();
     changed_files();
     return failures != 0;

@@ -84,6 +84,13 @@ int main(void)
     FIELD(WAN_STATUS_INFO, flow);
     FIELD(WAN_STATUS_INFO, conntime);
 
+    RECORD(LAN_DHCPC_IP_INFO);
+    FIELD(LAN_DHCPC_IP_INFO, lan_ip);
+    FIELD(LAN_DHCPC_IP_INFO, lan_mask);
+    FIELD(LAN_DHCPC_IP_INFO, lan_gw);
+    FIELD(LAN_DHCPC_IP_INFO, lan_dns1);
+    FIELD(LAN_DHCPC_IP_INFO, lan_dns2);
+
     RECORD(WIFI_BUFFER);
     FIELD(WIFI_BUFFER, wifi_buf);
     FIELD(WIFI_BUFFER, mib_buf);

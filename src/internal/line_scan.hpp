@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+// A line taken apart as scanf would: file formats that daemons know as scan patterns are read
+// exactly as those patterns read them, without scanf's unbounded copies and in a part of its time.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace prod
+{
+
+/**
+ * One line and how far it has been taken apart. Fields come one by one, as views into the line; a
+ * field needs at least one character, and where one is missing all that follow are empty.
+ */
+class LineScan
+{
+  public:
+    /** Scans up to the first NUL. */
+    explicit LineScan(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
+
+    /** " ": passes over white space, if there is any. */
+    void blanks()
+    {
+        while (at_ != end_ && is_blank(*at_)) {
+            ++at_;
+        }
+    }
+
+    /** "%[^...]": what stands before the first of the characters, or before the end. */
+    template <char... Stops>
+    std::string_view until()
+    {
+        return take(end_, [](char c) { return ((c == Stops) || ...); });
+    }
+
+    /** "%<longest>s": the next word; what is beyond @p longest is left for the next field. */
+    std::string_view word(std::size_t longest = static_cast<std::size_t>(-1))
+    {
+        blanks();
+        const auto left = static_cast<std::size_t>(end_ - at_);
+        return take(at_ + (longest < left ? longest : left), is_blank);
+    }
+
+  private:
+    static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+    template <typename IsStop>
+    std::string_view take(const char *limit, IsStop is_stop)
+    {
+        const char *const start = at_;
+        while (at_ != limit && *at_ != '\0' && !is_stop(*at_)) {
+            ++at_;
+        }
+        const std::string_view field{start, static_cast<std::size_t>(at_ - start)};
+        if (field.empty()) {
+            at_ = end_;
+        }
+        return field;
+    }
+
+    const char *at_;
+    const char *end_;
+};
+
+}  // namespace prod
