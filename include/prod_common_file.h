@@ -221,14 +221,13 @@ PROD_API int file_get_dhcps_clients_list(DHCPS_CLIENT_LIST_STRU **pplist);
  * "/etc/lan.cfg" starts with 1 as long as there is a lease, and "/etc/lan.ini" has lines "ip=",
  * "mask=", "gateway=", "dns1=" and "dns2=" in any order.
  *
- * A missing line, also because there is no file, gives "0.0.0.0"; an empty value stays empty, unlike
- * that of a WAN. Values are cut at 15 characters.
+ * A missing line, also because there is no file, gives "0.0.0.0"; an empty value stays empty,
+ * unlike that of a WAN. Values are cut at 15 characters.
  *
  * @return HLX_OK; HLX_ERR for a NULL argument, without a number in "/etc/lan.cfg", for any other
  *         number than 1 (all logged at level 2), and when that file cannot be opened (level 3)
  */
-PROD_API HLX_RETURN_CODE
-file_lan_dhcpc_get_ipinfo_and_status(LAN_DHCPC_IP_INFO_STRU *lan_ip_info);
+PROD_API HLX_RETURN_CODE file_lan_dhcpc_get_ipinfo_and_status(LAN_DHCPC_IP_INFO_STRU *lan_ip_info);
 
 /**
  * The IPv4 address of the neighbour with a MAC, from what "cat /proc/net/arp" prints. Entries that

@@ -35,9 +35,9 @@ using LeaseLines = DescriptorLines<kLongestLease>;
 static_assert(sizeof(DHCPS_CLIENT_LIST_STRU) == 98);
 
 /**
- * Locks or unlocks a whole file, for the processes that ask. A lock that is in the way is not waited
- * for: the page that wants the list is better served by one read in the middle of a change than by
- * none at all.
+ * Locks or unlocks a whole file, for the processes that ask. A lock that is in the way is not
+ * waited for: the page that wants the list is better served by one read in the middle of a change
+ * than by none at all.
  * @return 1 when the lock was set, else 0
  */
 int lock_set(int fd, int type)

@@ -76,9 +76,9 @@ const Command kCommands[] = {
      .summary = "The kernel's neighbours on all interfaces, or the address of one",
      .arguments = "[MAC]",
      .max_arguments = 1,
-     .details =
-         "Without MAC, each entry of the neighbour table with its state: \"complete\", \"permanent\"\n"
-         "or \"incomplete\" when nobody has answered yet.",
+     .details = "Without MAC, each entry of the neighbour table with its state: \"complete\", "
+                "\"permanent\"\n"
+                "or \"incomplete\" when nobody has answered yet.",
      .no = "no neighbour has that MAC",
      .run = run_lan_arp,
      .show = show_lan_arp},

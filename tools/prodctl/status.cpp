@@ -27,12 +27,14 @@ void show_status(const cJSON *answer, Page &page)
         const char *title;
         void (*show)(const cJSON *answer, Page &page);
     };
-    constexpr Section kSections[] = {
-        {"System", show_system},       {"WANs", show_wans},
-        {"IPv6", show_ipv6},           {"Name servers", show_name_servers},
-        {"Ports", show_ports},         {"DHCP clients", show_clients},
-        {"Neighbours on the LAN", show_neighbours},
-        {"Debug levels", show_modules}};
+    constexpr Section kSections[] = {{"System", show_system},
+                                     {"WANs", show_wans},
+                                     {"IPv6", show_ipv6},
+                                     {"Name servers", show_name_servers},
+                                     {"Ports", show_ports},
+                                     {"DHCP clients", show_clients},
+                                     {"Neighbours on the LAN", show_neighbours},
+                                     {"Debug levels", show_modules}};
     for (const Section &section : kSections) {
         page.heading(section.title);
         section.show(answer, page);
