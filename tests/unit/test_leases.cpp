@@ -801,8 +801,8 @@ TEST(Neighbours, OddLines)
         address_in(kHeading + std::string(254, ' ') + "x 1.1.1.1 0x1 0x2 02:00:5e:00:53:01", kMac),
         "1.1.1.1");
     EXPECT_EQ(
-        address_in(kHeading + std::string(253, ' ') + "x 1.1.1.1 0x1 0x2 02:00:5e:00:53:01", kMac),
-        "0.0.0.0");
+        address_in(kHeading + std::string(252, ' ') + "x 1.1.1.1 0x1 0x2 02:00:5e:00:53:01", kMac),
+        ".1.1.1");
 }
 
 /** The address for a MAC as the documented patterns read the table. */
