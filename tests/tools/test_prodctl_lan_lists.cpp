@@ -164,7 +164,8 @@ TEST(ArpTable, OddOnes)
               "{\"arp\":[{\"address\":\"\\u001b[1m\",\"mac\":\"02\",\"state\":\"permanent\","
               "\"interface\":\"\xEF\xBF\xBD\"}]}\n");
     net.remove("arp");
-    EXPECT_EQ(arp(), (Outcome{1, "{}\n", "prodctl lan arp: the neighbour table cannot be read\n"}));
+    EXPECT_EQ(arp(), (Outcome{1, "{\"error\":\"the neighbour table cannot be read\"}\n",
+                              "prodctl lan arp: the neighbour table cannot be read\n"}));
 }
 
 // ---- completion -------------------------------------------------------------------------------
