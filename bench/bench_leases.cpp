@@ -113,9 +113,21 @@ void leases(benchmark::State &state)
 }
 BENCHMARK(leases)->Name("leases/library") LINES;
 
+void lock_whole(int fd, short type)
+{
+    struct flock lock = {};
+    lock.l_type = type;
+    struct flock other = lock;
+    if (type != F_UNLCK) {
+        fcntl(fd, F_GETLK, &other);
+    }
+    fcntl(fd, F_SETLKW, &lock);
+}
+
 int plain_leases(DHCPS_CLIENT_LIST_STRU **list)
 {
     FILE *const file = fopen(kLeases, "re");
+    lock_whole(fileno(file), F_RDLCK);
     char line[1024];
     int count = 0;
     while (fgets(line, sizeof(line), file) != nullptr) {
@@ -137,6 +149,7 @@ int plain_leases(DHCPS_CLIENT_LIST_STRU **list)
         memccpy(client.hostname, name, 0, sizeof(client.hostname) - 1);
         benchmark::DoNotOptimize(system_get_code_format(name));
     }
+    lock_whole(fileno(file), F_UNLCK);
     fclose(file);
     return count;
 }

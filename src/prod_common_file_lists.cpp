@@ -148,25 +148,26 @@ constexpr struct LanAddressLine {
 
 /**
  * The address of an entry of the printed neighbour table when it is that of a MAC, else the empty
- * text. Columns: address, hardware type, flags, MAC, mask, device.
+ * text. Columns: address, hardware type, flags, MAC, mask, device. An overlong address takes up two
+ * columns for the first pattern and one for the second.
  */
 std::string_view address_for(const char *line, const char *mac)
 {
     const std::string_view text{line};
-    LineScan flags_scan{text};  // "%*s %*s %15s"
-    flags_scan.word();
-    flags_scan.word();
-    if (flags_scan.word(kIpv4TextSize - 1).starts_with("0x0")) {
-        return {};
-    }
     LineScan scan{text};  // "%15s %*s %*s %17s"
     const std::string_view address = scan.word(kIpv4TextSize - 1);
     scan.word();
     scan.word();
     char found[kMacTextSize];
     copy_text(found, scan.word(kMacTextSize - 1));
-    const bool matches = found[0] != '\0' && strncasecmp(found, mac, kMacTextSize - 1) == 0;
-    return matches ? address : std::string_view{};
+    if (found[0] == '\0' || strncasecmp(found, mac, kMacTextSize - 1) != 0) {
+        return {};
+    }
+    LineScan flags_scan{text};  // "%*s %*s %15s"
+    flags_scan.word();
+    flags_scan.word();
+    const bool is_incomplete = flags_scan.word().starts_with("0x0");
+    return is_incomplete ? std::string_view{} : address;
 }
 
 // ---- system log ------------------------------------------------------------------------------

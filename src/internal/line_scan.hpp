@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 namespace prod
@@ -17,7 +18,10 @@ class LineScan
 {
   public:
     /** Scans up to the first NUL. */
-    explicit LineScan(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
+    explicit LineScan(std::string_view line)
+        : at_(line.data()), end_(at_ + strnlen(line.data(), line.size()))
+    {
+    }
 
     /** " ": passes over white space, if there is any. */
     void blanks()
@@ -28,34 +32,43 @@ class LineScan
     }
 
     /** "%[^...]": what stands before the first of the characters, or before the end. */
-    template <char... Stops>
+    template <char Stop, char... Stops>
     std::string_view until()
     {
-        return take(end_, [](char c) { return ((c == Stops) || ...); });
+        if constexpr (sizeof...(Stops) == 0) {
+            const void *const stop = memchr(at_, Stop, left());
+            return take_to(stop != nullptr ? static_cast<const char *>(stop) : end_);
+        } else {
+            return take(end_, [](char c) { return c == Stop || ((c == Stops) || ...); });
+        }
     }
 
     /** "%<longest>s": the next word; what is beyond @p longest is left for the next field. */
     std::string_view word(std::size_t longest = static_cast<std::size_t>(-1))
     {
         blanks();
-        const auto left = static_cast<std::size_t>(end_ - at_);
-        return take(at_ + (longest < left ? longest : left), is_blank);
+        return take(at_ + (longest < left() ? longest : left()), is_blank);
     }
 
   private:
     static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
+    std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+
     template <typename IsStop>
     std::string_view take(const char *limit, IsStop is_stop)
     {
-        const char *const start = at_;
-        while (at_ != limit && *at_ != '\0' && !is_stop(*at_)) {
-            ++at_;
+        const char *stop = at_;
+        while (stop != limit && !is_stop(*stop)) {
+            ++stop;
         }
-        const std::string_view field{start, static_cast<std::size_t>(at_ - start)};
-        if (field.empty()) {
-            at_ = end_;
-        }
+        return take_to(stop);
+    }
+
+    std::string_view take_to(const char *stop)
+    {
+        const std::string_view field{at_, static_cast<std::size_t>(stop - at_)};
+        at_ = field.empty() ? end_ : stop;
         return field;
     }
 
