@@ -247,7 +247,7 @@ void __rb_erase_color(rb_node *node, rb_node *parent, rb_root *root)
 
 void rb_insert_color(rb_node *node, rb_root *root)
 {
-    if (node == nullptr || root == nullptr) {
+    if (root == nullptr) {
         return;
     }
     while (node != nullptr) {
