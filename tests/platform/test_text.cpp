@@ -266,7 +266,9 @@ TEST(CodeFormat, ConversionTakesItsArgumentsOnly)
     EXPECT_EQ(system_convert_code_format(nullptr, "a", out), 0);
     EXPECT_EQ(system_convert_code_format("utf-8", nullptr, out), 0);
     EXPECT_EQ(system_convert_code_format("utf-8", "a", nullptr), 0);
-    EXPECT_EQ(system_convert_code_format("utf-16", "a", out), 0);
+    for (const char *const other : {"", "utf", "utf-8x", "UTF-8", "utf-16", "gb231", "gb23122"}) {
+        EXPECT_EQ(system_convert_code_format(other, "a", out), 0) << other;
+    }
     EXPECT_STREQ(out, "before");
     EXPECT_NE(system_convert_code_format("utf-8", "", out), 0);
     EXPECT_STREQ(out, "");
