@@ -117,6 +117,8 @@ TEST(Help, AtEachLevel)
                                      "wifi set",
                                      "wifi status",
                                      "wifi send",
+                                     "mesh show",
+                                     "mesh set",
                                      "led show",
                                      "led set",
                                      "port",
