@@ -8,8 +8,8 @@
  * controller, "2" an agent, which joins a controller over its 5 GHz backhaul, and "0" neither: a
  * stand-alone router, or a temporary controller while the node is being set up.
  *
- * All functions may be called from any thread, but the four that set a role count the process's
- * changes (see prod_common_cfm.h) from 0 again, which no other thread may be doing meanwhile.
+ * All functions may be called from any thread. Setting a role starts the process's count of changes
+ * anew (see prod_common_cfm.h), so no other thread may be amid a batch of changes then.
  */
 #ifndef PROD_COMMON_XMESH_H
 #define PROD_COMMON_XMESH_H
@@ -107,10 +107,11 @@ PROD_API int set_mesh_to_default_cfg(void);
 
 /**
  * Makes the node a temporary controller, by temp_controller_cfg_table. As long as the factory
- * setting "QX_FINISH_TSTFLAG" is missing or starts with no number but 0, the node is still on the
- * production line: both radios then become access points on a fixed channel ("wlan%d_workmode" "ap"
- * and "wlan%d_autochannel_type" "0", for 0 and 1). That writes one value of the table a second
- * time, so every call changes and commits.
+ * setting "QX_FINISH_TSTFLAG", of which 59 characters count, is missing or reads as 0, the node is
+ * still on the production line: both radios then become access points that do not choose their
+ * channel ("wlan0_workmode" and "wlan1_workmode" "ap", "wlan0_autochannel_type" and
+ * "wlan1_autochannel_type" "0"). One of these is another value than the table's, so every such call
+ * changes and commits.
  */
 PROD_API int set_mesh_to_temp_controller_cfg(void);
 
@@ -121,8 +122,8 @@ PROD_API int set_mesh_to_temp_controller_cfg(void);
  * @param mibif  configuration name of the BSS ("wlan1.5")
  * @param mac    13 bytes, passed empty; untouched when the address cannot be had, which
  *               get_mac_by_ifname() logs
- * @return @p mac when it then holds a text, which an earlier one also is; else NULL, also for a
- *         NULL argument
+ * @return @p mac when it is not empty afterwards, whatever put the text there; else NULL, also for
+ *         a NULL argument
  */
 PROD_API char *xmesh_wifi_get_bss_mac(const char *mibif, char *mac);
 
