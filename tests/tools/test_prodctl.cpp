@@ -117,8 +117,6 @@ TEST(Help, AtEachLevel)
                                      "wifi set",
                                      "wifi status",
                                      "wifi send",
-                                     "mesh show",
-                                     "mesh set",
                                      "led show",
                                      "led set",
                                      "port",
