@@ -341,7 +341,7 @@ TEST_F(Lock, UnlockTriesAgainAfterASignal)
     EXPECT_THAT(time.sleeps(), ElementsAre(1000000, 1000000, 1000000, 1000000));
 }
 
-/** Runs @p code in a process in which every line of the log fails, each with an errno of its own. */
+/** Runs @p code in a process in which no line of the log can be written. */
 void without_output(const std::function<bool()> &code)
 {
     test::Child child{[&](test::Child &) {
