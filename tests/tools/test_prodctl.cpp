@@ -111,8 +111,6 @@ TEST(Help, AtEachLevel)
                                      "wan dns reset",
                                      "wan dns exchange",
                                      "wan save-lease",
-                                     "lan arp",
-                                     "lan clients",
                                      "lan neighbours",
                                      "lan show",
                                      "wifi get",

@@ -767,6 +767,7 @@ TEST(Neighbours, AreFoundInEitherCase)
     EXPECT_EQ(address_in(table, "02:00:5e:00:53:0a and more"), "192.168.0.10");
     EXPECT_EQ(address_in(table, "02:00:5e:00:53:0"), "0.0.0.0");
     EXPECT_EQ(address_in(table, ""), "0.0.0.0");
+    EXPECT_EQ(address_in(table + "192.168.0.12 0x1 0x2\n", ""), "0.0.0.0");
 }
 
 TEST(Neighbours, IncompleteOnesDoNotCount)
