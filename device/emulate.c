@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Starts a program that is not for this machine's processor. Where the device has such a program there
-// is a link to this one, and the program itself is below /target: for /usr/bin/prodctl it is
-// /target/usr/bin/prodctl. The emulator is started through a link with the program's name, since the
-// kernel names a process after the file that it was started from, and the firmware finds processes
-// by name.
+// Starts a program that is not for this machine's processor. Where the device has such a program
+// there is a link to this one, and the program itself is below /target: for /usr/bin/prodctl it is
+// /target/usr/bin/prodctl. The emulator is started through a link with the program's name, since
+// the kernel names a process after the file that it was started from, and the firmware finds
+// processes by name.
 //
-// Linked statically: what LD_PRELOAD and LD_LIBRARY_PATH hold is for the program, and is handed on to
-// it past this machine's own loader.
+// Linked statically: what LD_PRELOAD and LD_LIBRARY_PATH hold is for the program, and is handed on
+// to it past this machine's own loader.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <limits.h>
@@ -45,7 +45,8 @@ static char *started_link(void)
     const char *const slash = strrchr(path, '/');
     const char *const name = slash != NULL ? slash + 1 : path;
     char folder[PATH_MAX];
-    if (realpath(text("./%.*s", (int)(name - path), path) + (*path == '/' ? 2 : 0), folder) == NULL) {
+    if (realpath(text("./%.*s", (int)(name - path), path) + (*path == '/' ? 2 : 0), folder) ==
+        NULL) {
         fail(path);
     }
     return text("%s/%s", strcmp(folder, "/") == 0 ? "" : folder, name);

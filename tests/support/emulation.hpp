@@ -25,8 +25,8 @@ inline bool is_emulated()
 }  // namespace test
 
 /** Skips a test that needs what the emulator does not do; @p what says what that is. */
-#define SKIP_IF_EMULATED(what)                \
-    if (test::is_emulated()) {                \
+#define SKIP_IF_EMULATED(what)                 \
+    if (test::is_emulated()) {                 \
         GTEST_SKIP() << "qemu-user: " << what; \
-    }                                         \
+    }                                          \
     static_assert(true)
