@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <string>
 
 namespace test
 {
@@ -20,6 +22,15 @@ inline int slowdown()
 inline bool is_emulated()
 {
     return getenv("PROD_EMULATED") != nullptr;
+}
+
+/**
+ * What a process that renamed itself to @p name reads there: the emulator makes its own
+ * /proc/self/stat up, with the name of the program.
+ */
+inline std::string own_name(const char *name)
+{
+    return std::string{is_emulated() ? program_invocation_short_name : name}.substr(0, 15);
 }
 
 }  // namespace test
