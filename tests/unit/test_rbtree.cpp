@@ -24,7 +24,8 @@ struct Item {
 
 Item *item_of(rb_node *node)
 {
-    return reinterpret_cast<Item *>(reinterpret_cast<char *>(node) - offsetof(Item, node));
+    void *const start = reinterpret_cast<char *>(node) - offsetof(Item, node);
+    return static_cast<Item *>(start);
 }
 
 const Item *item_of(const rb_node *node)
