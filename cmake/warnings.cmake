@@ -24,6 +24,11 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
 endif()
 target_compile_options(prod_lib_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+    # Compilers that can tell how much stack each function takes do, for script/check-size; clang
+    # knows no symbols that are one for the whole process, so it need not be told.
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique -fstack-usage>
+    # Debug information goes no further than the build; script/check-abi reads types from it.
+    $<$<CONFIG:MinSizeRel>:-g>
     -ffunction-sections -fdata-sections)
 target_link_options(prod_lib_flags INTERFACE
     -static-libstdc++ -static-libgcc -Wl,--as-needed -Wl,--gc-sections
