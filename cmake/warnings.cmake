@@ -6,7 +6,10 @@ target_compile_options(prod_flags INTERFACE
     -Wpointer-arith -Wvla -fno-strict-aliasing
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
-    $<$<BOOL:${PROD_WERROR}>:-Werror>)
+    $<$<BOOL:${PROD_WERROR}>:-Werror>
+    # What ships must not tell where it was built, or two builds would differ.
+    $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>)
 
 if(PROD_SANITIZE)
     add_compile_options(-fsanitize=${PROD_SANITIZE} -fno-omit-frame-pointer
