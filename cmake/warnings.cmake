@@ -6,7 +6,10 @@ target_compile_options(prod_flags INTERFACE
     -Wpointer-arith -Wvla -fno-strict-aliasing
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Woverloaded-virtual -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>
-    $<$<BOOL:${PROD_WERROR}>:-Werror>)
+    $<$<BOOL:${PROD_WERROR}>:-Werror>
+    # What ships must not tell where it was built, or two builds would differ.
+    $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
     # A file of more than 2 GiB is a file like any other on the device too. The tests say so as well:
     # where they stand in for open(), it is the one that the library calls.
@@ -25,6 +28,11 @@ add_library(prod_lib_flags INTERFACE)
 target_link_libraries(prod_lib_flags INTERFACE prod_flags)
 target_compile_options(prod_lib_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+    # Compilers that can tell how much stack each function takes do, for script/check-size; clang
+    # knows no symbols that are one for the whole process, so it need not be told.
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fno-gnu-unique -fstack-usage>
+    # Debug information goes no further than the build; script/check-abi reads types from it.
+    $<$<CONFIG:MinSizeRel>:-g>
     -ffunction-sections -fdata-sections)
 target_link_options(prod_lib_flags INTERFACE
     -static-libstdc++ -static-libgcc -Wl,--as-needed -Wl,--gc-sections

@@ -12,6 +12,7 @@
 
 #include "internal/console.hpp"
 #include "internal/handle.hpp"
+#include "internal/log.hpp"
 #include "internal/text.hpp"
 #include "ipc/shared_memory.h"
 
@@ -25,7 +26,6 @@ namespace
 {
 
 constexpr char kTableName[] = "prod.debug.info";
-constexpr std::size_t kLineSize = 10240;
 constexpr std::size_t kDateLength = 5;  // "MMDD ", which the file has and the console has not
 constexpr off_t kLogFileLimit = 204800;
 constexpr mode_t kLogFileMode = 0644;
@@ -527,9 +527,9 @@ void prod_debug(const char *func, int line, int level, const char *name, const c
         return;
     }
 
-    char buffer[kColourLength + kLineSize + kNoColour.size()];
+    char buffer[kColourLength + kLogLineSize + kNoColour.size()];
     char *const text = buffer + kColourLength;
-    LineBuilder builder{text, kLineSize};
+    LineBuilder builder{text, kLogLineSize};
     put_prefix(builder, Site{func, line}, static_cast<unsigned int>(level), name,
                info->max_name_len);
     va_list args;

@@ -343,7 +343,7 @@ int get_file_size(const char *filename, u32 *len)
     struct stat status;
     if (stat(filename, &status) != 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to stat file '%s', %s.", err, filename, strerror(err));
+        log_failure(PROD_SITE, err, "stat file '%s'", filename);
         return 0;
     }
     if (!S_ISREG(status.st_mode)) {
@@ -351,8 +351,7 @@ int get_file_size(const char *filename, u32 *len)
         return 0;
     }
     if (!size_fits(status.st_size)) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to stat file '%s', %s.", EFBIG, filename,
-                       strerror(EFBIG));
+        log_failure(PROD_SITE, EFBIG, "stat file '%s'", filename);
         return 0;
     }
     if (len != nullptr) {
@@ -388,7 +387,7 @@ int get_file_content(const char *filename, void **data, u32 *len)
     const Stream stream = open_for_reading(filename);
     if (stream == nullptr) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to fopen %s, %s.", err, filename, strerror(err));
+        log_failure(PROD_SITE, err, "fopen %s", filename);
         return 0;
     }
     *data = calloc(size + 1, 1);
@@ -412,12 +411,12 @@ int write_file(const char *filename, const void *data, unsigned int len)
     const Fd fd{open(filename, O_WRONLY | O_CREAT | O_CLOEXEC, kNewFileMode)};
     if (!fd) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to open %s, %s.", err, filename, strerror(err));
+        log_failure(PROD_SITE, err, "open %s", filename);
         return 0;
     }
     if (write(fd.get(), data, len) < 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to write %s, %s.", err, filename, strerror(err));
+        log_failure(PROD_SITE, err, "write %s", filename);
         return 0;
     }
     return 1;
@@ -431,6 +430,6 @@ void touch_file(const char *filename)
     const Fd fd{open(filename, O_RDWR | O_CREAT | O_CLOEXEC, kNewFileMode)};
     if (!fd) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to open %s, %s.", err, filename, strerror(err));
+        log_failure(PROD_SITE, err, "open %s", filename);
     }
 }

@@ -75,15 +75,13 @@ int check_and_write(Site site, const Mapping &image, long size)
     int result = flash_check_fw_type_and_crc(image.start(), &type, size);
     if (result < 0) {
         const int err = errno;
-        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to Failed to check fw type or crc: %d, %s.", err,
-                          result, strerror(err));
+        log_failure(site, err, "Failed to check fw type or crc: %d", result);
         return -1;
     }
     result = flash_check_fw(PROD_FW_IMAGE, type);
     if (result < 0) {
         const int err = errno;
-        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to Failed to check fw: %d\n, %s.", err, result,
-                          strerror(err));
+        log_failure(site, err, "Failed to check fw: %d\n", result);
         return -1;
     }
     prod_systool_call_writeImage();
@@ -95,8 +93,7 @@ int map_and_write(Site site, const Fd &fd, std::size_t size)
     const Mapping image{fd, size};
     if (image.failed()) {
         const int err = errno;
-        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to Failed to mmap fw(len:%d):, %s.", err,
-                          static_cast<int>(size), strerror(err));
+        log_failure(site, err, "Failed to mmap fw(len:%d):", static_cast<int>(size));
         return -1;
     }
     return check_and_write(site, image, static_cast<long>(size));
@@ -204,20 +201,19 @@ int prod_upgrade_image_to_flash(void)
     struct stat status;
     if (stat(PROD_FW_IMAGE, &status) != 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to Failed to stat %s: , %s.", err, PROD_FW_IMAGE,
-                       strerror(err));
+        log_failure(PROD_SITE, err, "Failed to stat %s: ", PROD_FW_IMAGE);
         return -1;
     }
     PROD_LOG_INFO(kProd, "fw buf.st_size is %d", static_cast<int>(status.st_size));
     if (status.st_size < 1 || status.st_size > PROD_FW_LARGEST) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to buf.st_size error, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "buf.st_size error");
         return -1;
     }
     Fd fd{open(PROD_FW_IMAGE, O_RDONLY | O_CLOEXEC)};
     if (!fd) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to Failed to open fw: , %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "Failed to open fw: ");
         return -1;
     }
     const int result = map_and_write(PROD_SITE, fd, static_cast<std::size_t>(status.st_size));
@@ -233,8 +229,7 @@ void prod_systool_call_writeImage(void)
     pthread_t writer;  // nobody waits for it: the device restarts when it is done
     const int err = pthread_create(&writer, nullptr, prod_systool_write_image, nullptr);
     if (err != 0) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to start the writer of the image, %s.", err,
-                       strerror(err));
+        log_failure(PROD_SITE, err, "start the writer of the image");
     }
 }
 

@@ -107,7 +107,7 @@ void fnotify_thread(void *)
             if (err == EAGAIN || err == EINTR) {
                 PROD_LOG_DEBUG(kProd, "Failed(%d) to read fd %d, %s.", err, fd, strerror(err));
             } else {
-                PROD_LOG_ERROR(kProd, "Failed(%d) to read fd %d, %s.", err, fd, strerror(err));
+                log_failure(PROD_SITE, err, "read fd %d", fd);
             }
             sleep(kRetrySeconds);
             continue;
@@ -129,14 +129,14 @@ int fnotify_initialize()
     Fd fd{inotify_init1(IN_CLOEXEC)};
     if (!fd) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to inotify_init, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "inotify_init");
         return 0;
     }
     notify.ifd = fd.get();
     const pthread_t thread = start_thread(fnotify_thread, nullptr);
     if (thread == static_cast<pthread_t>(-1)) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to start_thread, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "start_thread");
         return 0;
     }
     fd.release();  // for as long as the process lives
@@ -172,8 +172,7 @@ int fnotify_listen(const char *path, fnotify_handler_t handler)
     const int wd = inotify_add_watch(notify.ifd, path, kChanges);
     if (wd < 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to inotify_add_watch %s, %s.", err, or_null(path),
-                       strerror(err));
+        log_failure(PROD_SITE, err, "inotify_add_watch %s", or_null(path));
         return 0;
     }
     if (!add_record(wd, path, handler)) {

@@ -75,7 +75,7 @@ bool opened(Site site, const NeighbourTable &table)
 {
     if (!table.is_open()) {
         const int err = errno;
-        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+        log_failure(site, err, "fopen");
         return false;
     }
     return true;
@@ -97,8 +97,7 @@ bool is_lan_device(const char *device)
 bool answered(Site site, const InterfaceQuery &query)
 {
     if (query.result() == InterfaceQuery::Result::kNoSocket) {
-        PROD_LOG_ERROR_AT(site, kProd, "Failed(%d) to create socket, %s.", query.err(),
-                          strerror(query.err()));
+        log_failure(site, query.err(), "create socket");
     }
     return query.result() == InterfaceQuery::Result::kAnswered;
 }
@@ -545,8 +544,7 @@ int get_mtu_by_ifname(const char *ifname)
     const InterfaceQuery query{ifname, SIOCGIFMTU};
     if (!answered(PROD_SITE, query)) {
         if (query.result() == InterfaceQuery::Result::kRefused) {
-            PROD_LOG_ERROR(kProd, "Failed(%d) to ioctl SIOCGIFMTU %s, %s.", query.err(), ifname,
-                           strerror(query.err()));
+            log_failure(PROD_SITE, query.err(), "ioctl SIOCGIFMTU %s", ifname);
         }
         return kDefaultMtu;
     }
@@ -571,8 +569,7 @@ int get_mac_by_ifname(const char *ifname, unsigned char *mac)
     const InterfaceQuery query{ifname, SIOCGIFHWADDR};
     if (!answered(PROD_SITE, query)) {
         if (query.result() == InterfaceQuery::Result::kRefused) {
-            PROD_LOG_ERROR(kProd, "Failed(%d) to get SIOCGIFHWADDR of %s, %s.", query.err(), ifname,
-                           strerror(query.err()));
+            log_failure(PROD_SITE, query.err(), "get SIOCGIFHWADDR of %s", ifname);
         }
         return 0;
     }

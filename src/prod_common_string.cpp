@@ -39,29 +39,60 @@ char *convert_each(char *string, int (*convert)(int))
 
 using Byte = unsigned char;
 
+/**
+ * Whether the build is one for the flash, where tables of more than a few hundred bytes cost more
+ * than the time that they save.
+ */
+#ifdef __OPTIMIZE_SIZE__
+constexpr bool kSmallTables = true;
+#else
+constexpr bool kSmallTables = false;
+#endif
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
 /** The two hexadecimal digits of each byte. */
-constexpr auto kHexDigits = [] {
-    constexpr char kDigits[] = "0123456789abcdef";
+constexpr auto kHexPairs = [] {
     std::array<std::array<char, 2>, 256> digits{};
     for (std::size_t byte = 0; byte < digits.size(); ++byte) {
-        digits[byte] = {kDigits[byte >> 4], kDigits[byte & 0xF]};
+        digits[byte] = {kHexDigits[byte >> 4], kHexDigits[byte & 0xF]};
     }
     return digits;
 }();
 
-/** What each character counts as in hex_to_str(), digit or not. */
+void put_hex(Byte byte, char *digits)
+{
+    if constexpr (kSmallTables) {
+        digits[0] = kHexDigits[byte >> 4];
+        digits[1] = kHexDigits[byte & 0xF];
+    } else {
+        memcpy(digits, kHexPairs[byte].data(), 2);
+    }
+}
+
+/** What a character counts as in hex_to_str(), digit or not. */
+constexpr Byte count_hex(unsigned int c)
+{
+    const unsigned int lower = c >= 'A' && c <= 'Z' ? c + 'a' - 'A' : c;
+    return static_cast<Byte>(c >= '0' && c <= '9' ? c - '0' : lower - 87);
+}
+
 constexpr auto kHexValues = [] {
     std::array<Byte, 256> values{};
     for (unsigned int c = 0; c < values.size(); ++c) {
-        const unsigned int lower = c >= 'A' && c <= 'Z' ? c + 'a' - 'A' : c;
-        values[c] = static_cast<Byte>(c >= '0' && c <= '9' ? c - '0' : lower - 87);
+        values[c] = count_hex(c);
     }
     return values;
 }();
 
 Byte hex_value(char c)
 {
-    return kHexValues[static_cast<Byte>(c)];
+    const auto byte = static_cast<Byte>(c);
+    if constexpr (kSmallTables) {
+        return count_hex(byte);
+    } else {
+        return kHexValues[byte];
+    }
 }
 
 // ---- encodings --------------------------------------------------------------------------------
@@ -128,13 +159,24 @@ constexpr auto kBase64Bits = [] {
     return bits;
 }();
 
+/** Twelve bits as two digits. */
+void put_pair(std::size_t bits, char *digits)
+{
+    if constexpr (kSmallTables) {
+        digits[0] = kBase64Digits[bits >> 6];
+        digits[1] = kBase64Digits[bits & 0x3F];
+    } else {
+        memcpy(digits, kBase64Pairs[bits].data(), 2);
+    }
+}
+
 /** Three bytes as four digits. */
 void encode_group(const char *bytes, char *digits)
 {
     const auto byte = [bytes](int at) { return unsigned{static_cast<Byte>(bytes[at])}; };
     const unsigned int bits = byte(0) << 16 | byte(1) << 8 | byte(2);
-    memcpy(digits, kBase64Pairs[bits >> 12].data(), 2);
-    memcpy(digits + 2, kBase64Pairs[bits & 0xFFF].data(), 2);
+    put_pair(bits >> 12, digits);
+    put_pair(bits & 0xFFF, digits + 2);
 }
 
 /** Six bytes, of eight that are there, as eight digits. */
@@ -143,21 +185,25 @@ void encode_two_groups(const char *bytes, char *digits)
     std::uint64_t bits;
     memcpy(&bits, bytes, sizeof(bits));
     bits = be64toh(bits);
-    const auto put_pair = [bits, digits](std::size_t pair) {
-        const auto value = static_cast<std::size_t>(bits >> (52 - 12 * pair) & 0xFFF);
-        memcpy(digits + 2 * pair, kBase64Pairs[value].data(), 2);
+    const auto put = [bits, digits](std::size_t pair) {
+        put_pair(static_cast<std::size_t>(bits >> (52 - 12 * pair) & 0xFFF), digits + 2 * pair);
     };
-    put_pair(0);
-    put_pair(1);
-    put_pair(2);
-    put_pair(3);
+    put(0);
+    put(1);
+    put(2);
+    put(3);
 }
 
 /** Four digits as three bytes and a NUL. */
 void decode_group(const char *digits, char *bytes)
 {
     const auto bits_at = [digits](std::size_t place) {
-        return kBase64Bits[place][static_cast<Byte>(digits[place])];
+        const auto byte = static_cast<Byte>(digits[place]);
+        if constexpr (kSmallTables) {
+            return std::uint32_t{kBase64Values[byte]} << (18 - 6 * place);
+        } else {
+            return kBase64Bits[place][byte];
+        }
     };
     const std::uint32_t word = htobe32((bits_at(0) | bits_at(1) | bits_at(2) | bits_at(3)) << 8);
     memcpy(bytes, &word, sizeof(word));
@@ -372,7 +418,7 @@ char *str_to_hex(const char *s, char *buf, unsigned int len)
         return nullptr;
     }
     for (std::size_t at = 0; at < length; ++at) {
-        memcpy(buf + 2 * at, kHexDigits[static_cast<Byte>(s[at])].data(), 2);
+        put_hex(static_cast<Byte>(s[at]), buf + 2 * at);
     }
     buf[2 * length] = '\0';
     return buf;
@@ -426,7 +472,7 @@ char *get_self_pname(void)
     const ProcessStat stat{static_cast<int>(getpid())};
     if (!stat.is_open()) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to open file '%s', %s.", err, stat.path(), strerror(err));
+        log_failure(PROD_SITE, err, "open file '%s'", stat.path());
         return const_cast<char *>("<null>");
     }
     const std::string_view found = stat.name();
@@ -538,7 +584,7 @@ void prod_encode64(char *outbuf, const char *string, int outlen)
     const std::size_t length = strlen(string);
     const std::size_t groups = std::min(length / 3, room / 4);
     std::size_t group = 0;
-    for (; group + 3 <= groups; group += 2) {
+    for (; !kSmallTables && group + 3 <= groups; group += 2) {
         encode_two_groups(string + 3 * group, outbuf + 4 * group);
     }
     for (; group < groups; ++group) {

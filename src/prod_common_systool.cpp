@@ -384,7 +384,7 @@ int systool_get_cpu_percent(void)
         LineReader<kCpuLine> lines{kCpuFile};
         if (!lines.is_open()) {
             const int err = errno;
-            PROD_LOG_ERROR(kProd, "Failed(%d) to fopen, %s.", err, strerror(err));
+            log_failure(PROD_SITE, err, "fopen");
             return 0;
         }
         if (read_jiffies(lines.next(), load.samples[load.count & 1]) < 4) {
@@ -429,7 +429,7 @@ void systool_reboot(void)
     pthread_t thread;  // nobody waits for it: the device goes down at its end
     const int err = pthread_create(&thread, nullptr, systool_reboot_thread, nullptr);
     if (err != 0) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to start the reboot, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "start the reboot");
     }
 }
 

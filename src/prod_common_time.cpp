@@ -125,7 +125,7 @@ int get_sys_uptime(void)
     struct sysinfo info;
     if (sysinfo(&info) != 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to get sysinfo, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "get sysinfo");
         return 0;
     }
     return static_cast<int>(info.uptime);

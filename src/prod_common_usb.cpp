@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "internal/handle.hpp"
@@ -46,7 +47,16 @@ struct Room {
     template <typename Size, typename Count>
     static double in_gib(Size block, Count blocks)
     {
-        return static_cast<double>(block) * static_cast<double>(blocks) / (1 << 30);
+        return static_cast<double>(block) * to_double(blocks) / (1 << 30);
+    }
+
+    // In halves, which round no differently: the compiler's own conversion of 64 bits brings a
+    // software arithmetic of doubles with it where the processor knows 32 bits only.
+    static double to_double(std::uint64_t count)
+    {
+        constexpr double kUpperUnit = 4294967296.0;
+        return static_cast<double>(static_cast<std::uint32_t>(count >> 32)) * kUpperUnit +
+               static_cast<double>(static_cast<std::uint32_t>(count));
     }
 };
 

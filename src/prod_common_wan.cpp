@@ -673,8 +673,7 @@ int system_wan_ip_get(const char *ifname, char *if_addr, WAN_ID_NUM_ENUM wan_id)
             return trace.leave(0);
         }
         case InterfaceQuery::Result::kNoSocket:
-            PROD_LOG_ERROR(kProd, "Failed(%d) to create socket is fail., %s.", query.err(),
-                           strerror(query.err()));
+            log_failure(PROD_SITE, query.err(), "create socket is fail.");
             break;
         case InterfaceQuery::Result::kRefused:
             PROD_LOG_DEBUG(kProd, "Failed(%d) to get ip info for `%s`, %s.", query.err(), ifname,

@@ -413,8 +413,7 @@ int send_msg_to_wlan_server(const char *text)
     const int err = errno;
     frame.reset();
     if (sent < 0) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to hlx_proc_send_msg WLAN_SERVER_SOCKET_PATH, %s.", err,
-                       strerror(err));
+        log_failure(PROD_SITE, err, "hlx_proc_send_msg WLAN_SERVER_SOCKET_PATH");
         return -1;
     }
     return trace.leave(0);

@@ -50,6 +50,7 @@ class ConfigValue
     double to_double() const { return strtod(text_, nullptr); }
 
     bool operator==(std::string_view text) const { return text == text_; }
+    bool operator==(const char *text) const { return strcmp(text_, text) == 0; }
 
   private:
     bool found_;

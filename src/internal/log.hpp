@@ -28,6 +28,16 @@ inline constexpr const char *kProd = "prod";
         }                                                                         \
     } while (0)
 
+/** Room for the longest log line. */
+inline constexpr std::size_t kLogLineSize = 10240;
+
+/**
+ * Writes the error line of a failed call: "Failed(2) to open /tmp/x, No such file or directory."
+ * @param err     errno, or what else stands for the reason
+ * @param format  what was tried
+ */
+PROD_PRINTF(3, 4) void log_failure(Site site, int err, const char *format, ...);
+
 /** Whether a module talks at @p level and above: for output that is not a log line. */
 inline bool dbg_enabled(const char *module, prod_dbg_lvl_t level)
 {

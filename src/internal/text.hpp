@@ -34,8 +34,20 @@ inline void copy_text(char *out, std::size_t size, std::string_view text)
     out[length] = '\0';
 }
 
+/** The same for a text that ends with a NUL; callers need not measure it. */
+inline void copy_text(char *out, std::size_t size, const char *text)
+{
+    copy_text(out, size, std::string_view{text});
+}
+
 template <std::size_t N>
 void copy_text(char (&out)[N], std::string_view text)
+{
+    copy_text(out, N, text);
+}
+
+template <std::size_t N>
+void copy_text(char (&out)[N], const char *text)
 {
     copy_text(out, N, text);
 }
@@ -58,6 +70,33 @@ inline std::optional<long long> take_number(const char *&text, std::string_view 
     }
     text = end;
     return std::clamp<long long>(number, INT_MIN, INT_MAX);
+}
+
+// What texts of all sizes have in common, once in the library and not once for each size. Each
+// takes the room, the size of the room and the length so far, and returns the new length.
+
+[[gnu::noinline]] inline std::size_t append_text(char *data, std::size_t size, std::size_t length,
+                                                 std::string_view text)
+{
+    copy_text(data + length, size - length, text);
+    return std::min(length + text.size(), size - 1);
+}
+
+[[gnu::noinline]] inline std::size_t append_text(char *data, std::size_t size, std::size_t length,
+                                                 const char *text)
+{
+    return append_text(data, size, length, std::string_view{text});
+}
+
+[[gnu::noinline]] __attribute__((format(printf, 4, 0))) inline std::size_t append_formatted(
+    char *data, std::size_t size, std::size_t length, const char *format, va_list args)
+{
+    const int wanted = vsnprintf(data + length, size - length, format, args);
+    if (wanted < 0) {
+        data[length] = '\0';
+        return length;
+    }
+    return std::min(length + static_cast<std::size_t>(wanted), size - 1);
 }
 
 /** A formatted text of at most Size - 1 characters; what does not fit is cut. */
@@ -84,14 +123,8 @@ class Text
         va_end(args);
     }
 
-    void append(std::string_view text)
-    {
-        const std::size_t length = text.size() < room() ? text.size() : room() - 1;
-        memcpy(data_ + length_, text.data(), length);
-        length_ += length;
-        data_[length_] = '\0';
-    }
-
+    void append(std::string_view text) { length_ = append_text(data_, Size, length_, text); }
+    void append(const char *text) { length_ = append_text(data_, Size, length_, text); }
     void append(char c) { append(std::string_view{&c, 1}); }
 
     void clear()
@@ -115,13 +148,7 @@ class Text
 
     __attribute__((format(printf, 2, 0))) void vappend(const char *format, va_list args)
     {
-        const int wanted = vsnprintf(data_ + length_, room(), format, args);
-        if (wanted < 0) {
-            data_[length_] = '\0';
-            return;
-        }
-        const auto length = static_cast<std::size_t>(wanted);
-        length_ += length < room() ? length : room() - 1;
+        length_ = append_formatted(data_, Size, length_, format, args);
     }
 
     const char *c_str() const { return data_; }
@@ -131,8 +158,6 @@ class Text
     static constexpr std::size_t capacity() { return Size; }
 
   private:
-    std::size_t room() const { return Size - length_; }
-
     std::size_t length_ = 0;
     char data_[Size];
 };

@@ -56,14 +56,14 @@ int get_sem_id(const KeyFile &path)
     const key_t key = key_of(path);
     if (key == -1) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to call ftok(%s), %s.", err, path.c_str(), strerror(err));
+        log_failure(PROD_SITE, err, "call ftok(%s)", path.c_str());
         return -1;
     }
     const auto [id, created] =
         find_or_create(key, [=](int flags) { return semget(key, 1, flags); });
     if (id < 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to create semaphore, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "create semaphore");
         return -1;
     }
     if (created) {
@@ -71,7 +71,7 @@ int get_sem_id(const KeyFile &path)
         register_object("/var/run/id.lock", key, id, path.c_str());
         if (semctl(id, 0, SETVAL, semun{.val = 1}) < 0) {
             const int err = errno;
-            PROD_LOG_ERROR(kProd, "Failed(%d) to initialize semaphore, %s.", err, strerror(err));
+            log_failure(PROD_SITE, err, "initialize semaphore");
             return -1;
         }
     }
@@ -89,8 +89,7 @@ int do_sema_op(int id, sembuf *record, int acquire, int wait)
     const char *const what = acquire ? "acquire" : "release";
     // That a lock is taken is ordinary news for someone who does not wait.
     if (err != EAGAIN || wait) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to %s semaphore @ %s, %s.", err, what, get_self_pname(),
-                       strerror(err));
+        log_failure(PROD_SITE, err, "%s semaphore @ %s", what, get_self_pname());
     } else {
         PROD_LOG_DEBUG(kProd, "Failed(%d) to %s semaphore @ %s, %s.", err, what, get_self_pname(),
                        strerror(err));
@@ -129,8 +128,7 @@ int fd_lock_op(int fd, FileLock type)
 
     if (fcntl(fd, F_SETLKW, &whole_file) < 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to lock(%d) fd %d @ %s, %s.", err, type, fd,
-                       get_self_pname(), strerror(err));
+        log_failure(PROD_SITE, err, "lock(%d) fd %d @ %s", type, fd, get_self_pname());
         return 0;
     }
     return 1;

@@ -49,7 +49,7 @@ int get_or_create_mq(int key)
     const auto [id, created] = find_or_create(key, [=](int flags) { return msgget(key, flags); });
     if (id < 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to create MQ, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "create MQ");
     } else if (created) {
         register_object("/var/run/id.mq", key, id);
     }
@@ -81,7 +81,7 @@ int mq_put(mq_id_t id, const void *data, int data_len, int block)
     while (msgsnd(queue, message, size, IPC_NOWAIT) < 0) {
         const int err = errno;
         if (err != EAGAIN || time(nullptr) - began >= limit) {
-            PROD_LOG_ERROR(kProd, "Failed(%d) to msgsnd, %s.", err, strerror(err));
+            log_failure(PROD_SITE, err, "msgsnd");
             return 0;
         }
         usleep(kTryEveryUs);
@@ -110,7 +110,7 @@ int mq_get(mq_id_t id, void *data, int data_len, int block)
     if (got < 0) {
         const int err = errno;
         if (block || err != ENOMSG) {
-            PROD_LOG_ERROR(kProd, "Failed(%d) to msgrcv, %s.", err, strerror(err));
+            log_failure(PROD_SITE, err, "msgrcv");
         }
         return 0;
     }

@@ -48,7 +48,7 @@ pthread_t start_thread(thread_body_t handler, void *args)
     pthread_t id;
     const int err = pthread_create(&id, nullptr, thread_entry, start.get());
     if (err != 0) {
-        PROD_LOG_ERROR(kProd, "Failed(%d) to create thread, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "create thread");
         errno = err;
         return kFailed;
     }
@@ -68,8 +68,7 @@ int set_thread_name(const char *format, ...)
     va_end(args);
     if (prctl(PR_SET_NAME, name.c_str()) != 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to set thread name '%s', %s.", err, name.c_str(),
-                       strerror(err));
+        log_failure(PROD_SITE, err, "set thread name '%s'", name.c_str());
         return 0;
     }
     return 1;
@@ -81,7 +80,7 @@ char *get_thread_name(void)
     memset(name, 0, sizeof(name));
     if (prctl(PR_GET_NAME, name) != 0) {
         const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to get thread name, %s.", err, strerror(err));
+        log_failure(PROD_SITE, err, "get thread name");
     }
     return name;
 }
