@@ -12,7 +12,7 @@ work=$(mktemp -d "$build_dir/install-test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 cmake --install "$build_dir" --prefix "$work/usr" >/dev/null
 
-sed -n '/^```c$/,/^```$/p' "$source_dir/README.md" | grep -v '^```' >"$work/wan1.c"
+sed -n '/^```c wan1.c$/,/^```$/p' "$source_dir/README.md" | grep -v '^```' >"$work/wan1.c"
 export PKG_CONFIG_PATH="$work/usr/lib/pkgconfig"
 # shellcheck disable=SC2046
 cc -Wall -Wextra -Werror -pedantic "$work/wan1.c" -o "$work/wan1" $(pkg-config --cflags --libs prod_common)
