@@ -17,6 +17,7 @@ extern const Command kLanGroup;
 extern const Command kIpv6Group;
 extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
+extern const Command kMeshGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
 extern const Command kFirmwareGroup;
