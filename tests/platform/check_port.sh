@@ -22,7 +22,7 @@ row() {
 }
 
 status=0
-"${check[@]}" --timeout 8 "$4" >"$work/table" || status=$?
+"${check[@]}" --timeout 12 "$4" >"$work/table" || status=$?
 [ "$status" -eq 1 ] || fail "exit status $status for the wrong port"
 functions=$(cat "$source_dir"/platform/include/platform/*.h | grep -v '^ *#' | grep -c '^PLATFORM_API')
 [ "$(grep -vc 'db_table\.' "$work/table")" -eq $((functions + 2)) ] || fail "not every function has a row"
@@ -32,7 +32,7 @@ row iof_eth_name_get 'FAILED +iof_eth_name_get\.NamesStayAsTheyAre'
 row iof_mac_clone_set 'FAILED +iof_mac_clone_set\.OneThatIsKnownIsNoFailure' # asks for the names
 row iof_vlan_set missing
 row km_dns_redirect_del_rule 'FAILED +km_dns_redirect_del_rule\.OnceAndNoMore'
-row string_str_trim 'FAILED +Trim\.WhiteSpaceAroundATextInPlace did not end within 8 s'
+row string_str_trim 'FAILED +Trim\.WhiteSpaceAroundATextInPlace did not end within 12 s'
 row do_file_cmd 'FAILED +FileCommand\.Failures'
 row ApmibGetValue 'FAILED +ApmibGetValue\.AMissingSettingIsAnEmptyText ApmibGetValue\.TheBaseMacIsTheBoards'
 [ "$(grep -c '\.h ' "$work/table")" -eq $(($(grep -c ' ok  ' "$work/table") + 9)) ] ||
