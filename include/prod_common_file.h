@@ -68,6 +68,7 @@ PROD_API extern const char g_wan_cfg_file[5][16];
 /**
  * Writes a WAN address file, replacing what was there. What a full disk does not take is lost
  * without a report.
+ * @param ip_info  the addresses
  * @return HLX_OK; HLX_ERR, logged at level 2, for a NULL argument and when the file cannot be
  *         opened
  */
@@ -142,8 +143,9 @@ PROD_API void get_dns_by_wanid(int wanid, char *dns1, char *dns2);
  * connection time "0". double_ip_info keeps what the caller put there unless the second set was
  * read.
  *
- * @param l2_type   only HLX_L2TYPE_WIRED is served
- * @param con_type  HLX_WAN_CONNECT_BUTT is accepted
+ * @param l2_type     only HLX_L2TYPE_WIRED is served
+ * @param con_type    HLX_WAN_CONNECT_BUTT is accepted
+ * @param wan_status  the record
  * @return HLX_OK; HLX_ERR, logged at level 2, for an argument out of range or NULL, and for
  *         another layer-2 type
  */

@@ -93,15 +93,22 @@ PROD_API extern const mesh_cfg xmesh_default_cfg_table[49];
  * change, or the commit failed, which prod_cfm_is_change() tells apart.
  */
 
-/** Makes the node the mesh controller, by controller_cfg_table. */
+/**
+ * Makes the node the mesh controller, by controller_cfg_table.
+ * @return 1 when a value was changed and the configuration committed, else 0
+ */
 PROD_API int set_mesh_to_controller_cfg(void);
 
-/** Makes the node an agent, by agent_cfg_table. */
+/**
+ * Makes the node an agent, by agent_cfg_table.
+ * @return as set_mesh_to_controller_cfg()
+ */
 PROD_API int set_mesh_to_agent_cfg(void);
 
 /**
  * Makes the node a stand-alone router, by xmesh_default_cfg_table. "serial.number" gets the factory
  * setting "QX_ATE_SN" first, of which 31 characters count; a missing one empties it.
+ * @return as set_mesh_to_controller_cfg()
  */
 PROD_API int set_mesh_to_default_cfg(void);
 
@@ -112,6 +119,7 @@ PROD_API int set_mesh_to_default_cfg(void);
  * channel ("wlan0_workmode" and "wlan1_workmode" "ap", "wlan0_autochannel_type" and
  * "wlan1_autochannel_type" "0"). One of these is another value than the table's, so every such call
  * changes and commits.
+ * @return as set_mesh_to_controller_cfg()
  */
 PROD_API int set_mesh_to_temp_controller_cfg(void);
 
@@ -153,19 +161,23 @@ PROD_API int xmesh_mac_format_to_str(const char *mac_str, char *str);
  *
  * Nothing happens when @p pattr or *@p pattr is NULL, or @p data is and @p length is not 0.
  *
+ * @param type  the record's type
  * @param data  @p length bytes; with a length of 0 not looked at
  */
 PROD_API void mesh_set_attr(mesh_attr_t **pattr, uint16_t type, uint32_t length, const void *data);
 
-/*
- * The same for a number, which is stored in network byte order: 9, 10, 12 and 16 bytes are needed.
+/** @{ */
+/**
+ * As mesh_set_attr(), for a number, which is stored in network byte order: 9, 10, 12 and 16 bytes
+ * are needed.
  */
 PROD_API void mesh_set_attr_u8(mesh_attr_t **pattr, uint16_t type, uint8_t value);
 PROD_API void mesh_set_attr_u16(mesh_attr_t **pattr, uint16_t type, uint16_t value);
 PROD_API void mesh_set_attr_u32(mesh_attr_t **pattr, uint16_t type, uint32_t value);
 PROD_API void mesh_set_attr_u64(mesh_attr_t **pattr, uint16_t type, uint64_t value);
+/** @} */
 
-/** The same for a text with its NUL; NULL makes a record without a value. */
+/** As mesh_set_attr(), for a text with its NUL; NULL makes a record without a value. */
 PROD_API void mesh_set_attr_str(mesh_attr_t **pattr, uint16_t type, const char *text);
 
 /**

@@ -25,7 +25,7 @@ if [ -n "$sysroot" ]; then
 fi
 cmake --install "$build_dir" --prefix "$work/usr" >/dev/null
 
-sed -n '/^```c$/,/^```$/p' "$source_dir/README.md" | grep -v '^```' >"$work/wan1.c"
+sed -n '/^```c wan1.c$/,/^```$/p' "$source_dir/README.md" | grep -v '^```' >"$work/wan1.c"
 export PKG_CONFIG_PATH="$work/usr/lib/pkgconfig"
 mkdir "$work/bin"
 # shellcheck disable=SC2046,SC2086
