@@ -55,10 +55,10 @@ int run_versions(const Call &, cJSON *answer)
 
 void show_versions(const cJSON *answer, Page &page)
 {
-    page.fields({{"product", printable(text_of(answer, "product"))},
+    page.fields({{"product", text_of(answer, "product")},
                  {"build", format("%d", int_of(answer, "build"))},
                  {"hardware", text_of(answer, "hardware")},
-                 {"policies", printable(text_of(answer, "policies"))}});
+                 {"policies", text_of(answer, "policies")}});
 }
 
 int run_reboot(const Call &, cJSON *answer)

@@ -36,9 +36,6 @@ constexpr Word kStatuses[] = {
 };
 constexpr char kUnknown[] = "unknown";
 
-/** As many places of "sys.ports" as the library looks at. */
-constexpr int kPortMax = 31;
-
 Tone tone_of(const char *status)
 {
     switch (value_of(kStatuses, status).value_or(HLX_WAN_LINK_STATUS_BUTT)) {
@@ -305,8 +302,8 @@ void show_wans(const cJSON *answer, Page &page)
 void add_ports(cJSON *answer)
 {
     cJSON *const ports = cJSON_AddArrayToObject(answer, "ports");
-    const std::size_t places = config_value("sys.ports").value_or("").size();
-    for (int place = 1; place <= kPortMax && place <= static_cast<int>(places); ++place) {
+    const int places = static_cast<int>(port_places().size());
+    for (int place = 1; place <= places; ++place) {
         const int physical = web_portid_to_phyid(place);
         const int wan = phyid_to_wanid(physical);
         char ifname[PROD_IFNAME_SIZE] = "";
