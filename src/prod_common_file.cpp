@@ -213,9 +213,8 @@ int get_wan_info_by_id(int wanid, WAN_IP_INFO_STRU *info)
     if (info == nullptr) {
         return 0;
     }
-    const Text<32> path{"/etc/wan%d.ini", wanid};
     void *data = nullptr;
-    if (get_file_content(path.c_str(), &data, nullptr) == 0) {
+    if (get_file_content(address_file(wanid).c_str(), &data, nullptr) == 0) {
         return 0;
     }
     const Allocated<char> text{static_cast<char *>(data)};
