@@ -412,14 +412,7 @@ void systool_get_curtime(char *CurDatetime)
         copy_text(CurDatetime, PROD_CURTIME_SIZE, "2007-09-06 10:01:06");
         return;
     }
-    const Text<PROD_CURTIME_SIZE> text{"%04d-%02d-%02d %02d:%02d:%02d",
-                                       now->tm_year + 1900,
-                                       now->tm_mon + 1,
-                                       now->tm_mday,
-                                       now->tm_hour,
-                                       now->tm_min,
-                                       now->tm_sec};
-    copy_text(CurDatetime, PROD_CURTIME_SIZE, text.view());
+    copy_text(CurDatetime, PROD_CURTIME_SIZE, date_time_text(*now).view());
 }
 
 // ---- reboot ---------------------------------------------------------------------------------
