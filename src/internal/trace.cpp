@@ -3,10 +3,9 @@
 
 #include <cstdio>
 #include <ctime>
-#include <memory>
 
-#include "internal/handle.hpp"
 #include "internal/local_time.hpp"
+#include "internal/log.hpp"
 
 namespace prod
 {
@@ -30,6 +29,13 @@ void json_trace(Site site, const cJSON *object)
 {
     const std::unique_ptr<char, Closer<cJSON_free>> printed{cJSON_Print(object)};
     trace_line(site, printed != nullptr ? printed.get() : "[PTRACE_JSON: fail]");
+}
+
+void kernel_json_trace(Site site, const cJSON *object)
+{
+    if (dbg_enabled("kjson", PROD_DBG_DEBUG)) {
+        json_trace(site, object);
+    }
 }
 
 void command_trace(Site site, const char *command)
