@@ -223,7 +223,6 @@ constexpr std::size_t kCpuLine = 255;  // ten numbers of any size
 /** What follows the first word of a line, or nullptr when it has none. */
 const char *behind_first_word(const char *line)
 {
-    constexpr const char *kBlanks = " \t\n\v\f\r";
     line += strspn(line, kBlanks);
     const std::size_t length = strcspn(line, kBlanks);
     return length > 0 ? line + length : nullptr;
