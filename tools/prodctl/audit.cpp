@@ -4,7 +4,6 @@
 
 #include "groups.hpp"
 #include "prod_common_audit_log.h"
-#include "prod_common_cfm.h"
 #include "prod_common_ifaddrs.h"
 #include "words.hpp"
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The group system: figures, versions, restart and factory restore.
-#include <cstring>
-
 #include "groups.hpp"
 #include "prod_common_system.h"
 #include "prod_common_systool.h"

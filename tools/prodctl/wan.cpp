@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "groups.hpp"
-#include "prod_common_cfm.h"
 #include "prod_common_file.h"
 #include "prod_common_hal.h"
 #include "prod_common_ifaddrs.h"
