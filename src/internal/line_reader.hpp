@@ -20,7 +20,10 @@ class LineReader
 {
   public:
     explicit LineReader(const char *path) : LineReader(open_for_reading(path)) {}
-    explicit LineReader(Stream stream) : stream_(static_cast<Stream &&>(stream)) {}
+    explicit LineReader(Stream stream) : stream_(static_cast<Stream &&>(stream))
+    {
+        line_[kLast] = '\0';
+    }
 
     /** Whether the file could be opened; errno tells why not. */
     bool is_open() const { return stream_ != nullptr; }
@@ -28,11 +31,21 @@ class LineReader
     /** The next line, or nullptr at the end. It stays until the next call. */
     char *next()
     {
+        line_[kLast] = '\0';
         return stream_ != nullptr ? fgets(line_, static_cast<int>(sizeof(line_)), stream_.get())
                                   : nullptr;
     }
 
+    /** Drops the rest of a line that the limit cut, and the line with it. */
+    void skip_rest()
+    {
+        while (line_[kLast] != '\0' && line_[kLast] != '\n' && next() != nullptr) {
+        }
+    }
+
   private:
+    static constexpr std::size_t kLast = Limit - 1;  // the place of a full line's last character
+
     Stream stream_;
     char line_[Limit + 1];
 };

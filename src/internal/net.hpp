@@ -44,11 +44,25 @@ inline u32 ipv4_from(const char *text)
 
 using Ipv4Text = Text<kIpv4TextSize>;
 
-/** The dotted quad of an address in host byte order. */
+/** The dotted quad of an address in host byte order. Routing tables have three a line. */
 inline Ipv4Text ipv4_text(u32 address)
 {
-    return Ipv4Text{"%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF,
-                    address & 0xFF};
+    char quad[kIpv4TextSize];
+    char *end = quad;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const u32 byte = address >> shift & 0xFF;
+        if (byte >= 100) {
+            *end++ = static_cast<char>('0' + byte / 100);
+        }
+        if (byte >= 10) {
+            *end++ = static_cast<char>('0' + byte / 10 % 10);
+        }
+        *end++ = static_cast<char>('0' + byte % 10);
+        *end++ = '.';
+    }
+    Ipv4Text text;
+    text.append(std::string_view{quad, static_cast<std::size_t>(end - quad) - 1});
+    return text;
 }
 
 /** The IPv4 address inside a socket address, in network byte order. */

@@ -17,6 +17,8 @@ int run_status(const Call &call, cJSON *answer)
     add_name_servers(answer);
     add_ports(answer);
     status = add_neighbours(call, answer) == kYes ? status : kNo;
+    status = add_routes(call, answer) == kYes ? status : kNo;
+    add_log(answer);
     return add_modules(call, answer) == kYes ? status : kNo;
 }
 
@@ -30,6 +32,7 @@ void show_status(const cJSON *answer, Page &page)
         {"System", show_system},       {"WANs", show_wans},
         {"IPv6", show_ipv6},           {"Name servers", show_name_servers},
         {"Ports", show_ports},         {"Neighbours on the LAN", show_neighbours},
+        {"Routes", show_routes},       {"System log", show_log},
         {"Debug levels", show_modules}};
     for (const Section &section : kSections) {
         page.heading(section.title);
@@ -41,7 +44,7 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, debug levels",
+    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, routes, log",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,
