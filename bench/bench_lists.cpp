@@ -149,8 +149,8 @@ void routes_by_sscanf(benchmark::State &state)
             ROUTE_TABLE_ITEM_STRU &record = records[count];
             count += sscanf(line, " %15s%X%X%*s%*s%*s%d%X%*s%*s%*s ", record.ifname, &destination,
                             &gateway, &record.metric, &mask) == 5
-                         ? 1
-                         : 0;
+                         ? 1U
+                         : 0U;
             benchmark::DoNotOptimize(destination + gateway + mask);
         }
         fclose(file);
@@ -223,8 +223,8 @@ void entries_by_sscanf(benchmark::State &state)
         while (count < records.size() && fgets(line, sizeof(line), file) != nullptr) {
             SYSLOG_LIST_STRU &record = records[count];
             count += sscanf(line, "%[^;];%d;%[^\n]\n", record.date, &record.type, record.msg) == 3
-                         ? 1
-                         : 0;
+                         ? 1U
+                         : 0U;
         }
         fclose(file);
         if (count != records.size()) {

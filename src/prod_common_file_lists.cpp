@@ -26,19 +26,22 @@ constexpr std::size_t kListLine = 255;
 using ListReader = LineReader<kListLine>;
 constexpr std::size_t kLongestWord = 15;  // the room that addresses and interface names have
 
-/** Clears the caller's records; a count below 1 is an array of none. */
+/**
+ * Clears the records that no list entry came for. The others are cleared when their turn comes: a
+ * long list does not stay in the cache from a first pass to a second.
+ */
 template <typename Record>
-void clear_records(Record *records, int count)
+void clear_rest(Record *records, int filled, int room)
 {
-    if (count > 0) {
-        memset(records, 0, static_cast<std::size_t>(count) * sizeof(Record));
+    if (room > filled) {
+        memset(records + filled, 0, static_cast<std::size_t>(room - filled) * sizeof(Record));
     }
 }
 
-/** An address of the kernel's table, where the first byte of the quad is the least significant. */
-Ipv4Text kernel_address(u32 address)
+/** Shows an address of the kernel's table: its first number is the least significant byte. */
+void show_kernel_address(char (&out)[kIpv4TextSize], u32 address)
 {
-    return ipv4_text(__builtin_bswap32(address));
+    write_ipv4(out, __builtin_bswap32(address));
 }
 
 /** What the library reads of a line of the kernel's routing table. */
@@ -119,7 +122,7 @@ void file_get_static_route_list_info(const char *line, char (&dstip)[16], char (
         copy_text(dstip, scanner.word(kLongestWord));
     }
     const u32 bits = prefix > 0 ? UINT32_MAX << (kWholeAddress - prefix) : 0;
-    copy_text(mask, ipv4_text(bits).view());
+    write_ipv4(mask, bits);
 
     const std::string_view gateway = word_behind(line, "via");
     copy_text(gw, gateway.empty() ? kNoAddress : gateway);
@@ -147,9 +150,10 @@ int get_effective_route(ROUTE_TABLE_ITEM_STRU *route_table, int len, int *count)
             continue;
         }
         ROUTE_TABLE_ITEM_STRU &item = route_table[(*count)++];
-        copy_text(item.dstip, kernel_address(route.destination).view());
-        copy_text(item.mask, kernel_address(route.mask).view());
-        copy_text(item.gateway, kernel_address(route.gateway).view());
+        item = {};
+        show_kernel_address(item.dstip, route.destination);
+        show_kernel_address(item.mask, route.mask);
+        show_kernel_address(item.gateway, route.gateway);
         copy_text(item.ifname, route.ifname);
         item.metric = route.metric;
     }
@@ -170,6 +174,7 @@ int get_effective_static_route(ROUTE_TABLE_ITEM_STRU *route_table, int len, int 
             break;
         }
         ROUTE_TABLE_ITEM_STRU &item = route_table[(*count)++];
+        item = {};
         file_get_static_route_list_info(line, item.dstip, item.mask, item.gateway, item.ifname);
     }
     return 0;
@@ -203,10 +208,9 @@ struct LogEntry {
     int type;
     std::string_view message;
 
-    /** Whether the text is an entry: "%[^;];%d;%[^\n]". */
-    bool read(const char *text)
+    /** Whether what is left of a line is an entry: "%[^;];%d;%[^\n]". */
+    bool read(LineScanner scanner)
     {
-        LineScanner scanner{text};
         date = scanner.until(';');
         if (date.empty() || !scanner.literal(';') || !scanner.decimal(type) ||
             !scanner.literal(';')) {
@@ -230,15 +234,14 @@ class SystemLog
     const LogEntry *next()
     {
         lines_.skip_rest();
-        const char *text;
-        do {
-            text = lines_.next();
-            if (text == nullptr) {
-                return nullptr;
+        while (const char *const line = lines_.next()) {
+            LineScanner scanner{line};
+            scanner.skip_blanks();
+            if (!scanner.at_end()) {
+                return entry_.read(scanner) ? &entry_ : nullptr;
             }
-            text += strspn(text, " \t\n\v\f\r");
-        } while (*text == '\0');
-        return entry_.read(text) ? &entry_ : nullptr;
+        }
+        return nullptr;
     }
 
   private:
@@ -286,13 +289,11 @@ HLX_RETURN_CODE file_get_route_table_list(ROUTE_TABLE_ITEM_STRU *route_table, in
         PROD_LOG_ERROR(kProd, "arg is null.");
         return HLX_ERR;
     }
-    clear_records(route_table, len);
     int count = 0;
-    if (get_effective_route(route_table, len, &count) != 0 ||
-        get_effective_static_route(route_table, len, &count) != 0) {
-        return HLX_ERR;
-    }
-    return trace.leave(HLX_OK);
+    const bool read = get_effective_route(route_table, len, &count) == 0 &&
+                      get_effective_static_route(route_table, len, &count) == 0;
+    clear_rest(route_table, count, len);
+    return read ? trace.leave(HLX_OK) : HLX_ERR;
 }
 
 HLX_RETURN_CODE file_get_upnp_list(UPNP_LIST_CFG_STRU *upnp_list)
@@ -331,9 +332,9 @@ HLX_RETURN_CODE file_syslog_get_lists(SYSLOG_LIST_STRU *log_list, int logtype, i
     if (log_list == nullptr || list_num == nullptr) {
         return HLX_ERR;
     }
-    clear_records(log_list, arry_len);
     SystemLog log;
     if (!log.is_open()) {
+        clear_rest(log_list, 0, arry_len);
         log_debug_print(__func__, __LINE__, kFailure, kLogModule, "fopen is fail.");
         return HLX_ERR;
     }
@@ -347,10 +348,12 @@ HLX_RETURN_CODE file_syslog_get_lists(SYSLOG_LIST_STRU *log_list, int logtype, i
             continue;
         }
         SYSLOG_LIST_STRU &item = log_list[count++];
+        item = {};
         item.type = entry->type;
         copy_text(item.date, entry->date);
         copy_text(item.msg, entry->message);
     }
+    clear_rest(log_list, count, arry_len);
     *list_num = count;
     log_debug_print(__func__, __LINE__, kEntryAndExit, kLogModule, "function exit!");
     return HLX_OK;

@@ -3,6 +3,7 @@
 // the ten thousand.
 #pragma once
 
+#include <array>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -18,6 +19,8 @@ class LineScanner
   public:
     explicit LineScanner(const char *line) : at_(line) {}
 
+    bool at_end() const { return *at_ == '\0'; }
+
     void skip_blanks()
     {
         while (is_blank(*at_)) {
@@ -30,14 +33,22 @@ class LineScanner
     {
         skip_blanks();
         const char *const from = at_;
-        while (*at_ != '\0' && !is_blank(*at_) && static_cast<std::size_t>(at_ - from) < longest) {
+        while (is_inside(*at_) && static_cast<std::size_t>(at_ - from) < longest) {
             ++at_;
         }
         return {from, static_cast<std::size_t>(at_ - from)};
     }
 
     /** "%*s": whether there was a word to skip. */
-    bool skip_word() { return !word(SIZE_MAX).empty(); }
+    bool skip_word()
+    {
+        skip_blanks();
+        const char *const from = at_;
+        while (is_inside(*at_)) {
+            ++at_;
+        }
+        return at_ != from;
+    }
 
     /** "%[^x]" for a character x: what stands before it, or the whole rest. */
     std::string_view until(char end)
@@ -67,15 +78,17 @@ class LineScanner
         if (some && (*at_ == 'x' || *at_ == 'X')) {
             ++at_;
         }
-        u64 magnitude = 0;
-        for (int digit; (digit = digit_of(*at_)) >= 0; ++at_, some = true) {
-            magnitude =
-                magnitude > UINT32_MAX ? magnitude : magnitude << 4 | static_cast<u64>(digit);
+        u32 magnitude = 0;
+        u32 beyond = 0;
+        for (unsigned char digit; (digit = kDigits[static_cast<unsigned char>(*at_)]) != kNoDigit;
+             ++at_, some = true) {
+            beyond |= magnitude >> 28;
+            magnitude = magnitude << 4 | digit;
         }
-        if (magnitude > UINT32_MAX) {
+        if (beyond != 0) {
             value = UINT32_MAX;
         } else {
-            value = static_cast<u32>(negative ? 0 - magnitude : magnitude);
+            value = negative ? 0 - magnitude : magnitude;
         }
         return some;
     }
@@ -97,16 +110,30 @@ class LineScanner
     }
 
   private:
-    static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+    static constexpr unsigned char kNoDigit = 16;
 
-    static int digit_of(char c)
-    {
-        if (c >= '0' && c <= '9') {
-            return c - '0';
+    /** The value of each hexadecimal digit, kNoDigit for other bytes: nothing to guess wrongly. */
+    static constexpr auto kDigits = [] {
+        std::array<unsigned char, 256> values{};
+        for (unsigned char &value : values) {
+            value = kNoDigit;
         }
-        const char lower = static_cast<char>(c | 0x20);
-        return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+        for (unsigned char i = 0; i < kNoDigit; ++i) {
+            values[static_cast<unsigned char>("0123456789abcdef"[i])] = i;
+            values[static_cast<unsigned char>("0123456789ABCDEF"[i])] = i;
+        }
+        return values;
+    }();
+
+    static bool is_blank(char c)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte <= ' ' && (byte == ' ' || (byte >= '\t' && byte <= '\r'));
     }
+
+    /** Whether a word goes on with this byte. */
+    static bool is_inside(char c) { return static_cast<unsigned char>(c) > ' ' || !ends_word(c); }
+    static bool ends_word(char c) { return c == '\0' || is_blank(c); }
 
     /** Takes a sign; whether it is a minus. */
     bool sign()
