@@ -227,6 +227,29 @@ static void wireless(void)
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
 }
 
+static void mesh(void)
+{
+    unsigned char message[64];
+    char text[18];
+    char mac[13] = "";
+    void *value = NULL;
+    u32 length = 0;
+    mesh_attr_t *place = (mesh_attr_t *)message;
+    mesh_set_attr_u8(&place, MESH_ATTR_CPU_USAGE, 7);
+    mesh_set_attr_u16(&place, MESH_ATTR_UPPER_NODE_RATE, 0x1234);
+    mesh_set_attr_str(&place, MESH_ATTR_NAME, "capi");
+    EXPECT((unsigned char *)place - message == 9 + 10 + 13);
+    length = (u32)((unsigned char *)place - message);
+    EXPECT(mesh_get_attr(message, length, MESH_ATTR_NAME, &value, &length) == 1);
+    EXPECT(length == 5 && strcmp(value, "capi") == 0);
+    EXPECT(xmesh_mac_str_to_format(text, "aabbccddeeff") == 1);
+    EXPECT(strcmp(text, "AA:BB:CC:DD:EE:FF") == 0);
+    EXPECT(xmesh_mac_format_to_str(text, mac) == 1 && strcmp(mac, "AABBCCDDEEFF") == 0);
+    EXPECT(set_mesh_to_agent_cfg() == 1 && set_mesh_to_agent_cfg() == 0);
+    EXPECT(prod_cfm_get_int_val("%s", agent_cfg_table[1].mib_name) == 2);
+    EXPECT(set_mesh_to_default_cfg() == 1 && prod_cfm_get_int_val("mesh.mode") == 0);
+}
+
 static void firmware(void)
 {
     static char text[] = "no image";
@@ -387,6 +410,7 @@ int main(void)
     policies();
     json();
     wireless();
+    mesh();
     firmware();
     hardware_and_system();
     networks();

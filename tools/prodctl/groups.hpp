@@ -20,6 +20,7 @@ extern const Command kBridgeGroup;
 extern const Command kRouteCommand;
 extern const Command kUpnpCommand;
 extern const Command kWifiGroup;
+extern const Command kMeshGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
 extern const Command kFirmwareGroup;
