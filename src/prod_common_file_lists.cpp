@@ -117,7 +117,7 @@ void file_get_static_route_list_info(const char *line, char (&dstip)[16], char (
         copy_text(dstip, scanner.until('/'));
         scanner.literal('/');
         scanner.decimal(prefix);
-        prefix = std::clamp(prefix, 0, kWholeAddress);
+        prefix = std::min(prefix, kWholeAddress);
     } else {
         copy_text(dstip, scanner.word(kLongestWord));
     }
