@@ -10,6 +10,11 @@ target_compile_options(prod_flags INTERFACE
     # What ships must not tell where it was built, or two builds would differ.
     $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
     $<$<CONFIG:MinSizeRel>:-ffile-prefix-map=${CMAKE_BINARY_DIR}=build>)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # A file of more than 2 GiB is a file like any other on the device too. The tests say so as well:
+    # where they stand in for open(), it is the one that the library calls.
+    target_compile_definitions(prod_flags INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 
 if(PROD_SANITIZE)
     add_compile_options(-fsanitize=${PROD_SANITIZE} -fno-omit-frame-pointer
@@ -21,10 +26,6 @@ endif()
 # needs libstdc++ or libgcc at run time.
 add_library(prod_lib_flags INTERFACE)
 target_link_libraries(prod_lib_flags INTERFACE prod_flags)
-if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-    # A file of more than 2 GiB is a file like any other on the device too.
-    target_compile_definitions(prod_lib_flags INTERFACE _FILE_OFFSET_BITS=64)
-endif()
 target_compile_options(prod_lib_flags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
     # Compilers that can tell how much stack each function takes do, for script/check-size; clang

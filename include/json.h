@@ -51,7 +51,10 @@ PROD_API void cJSON_AddNumberToArray(cJSON *object, double value);
 /** Appends a text to an array. */
 PROD_API void cJSON_AddStringToArray(cJSON *object, const char *value);
 
-/** Adds a formatted text, cut to 255 characters, as a member. */
+/**
+ * Adds a formatted text, cut to 255 characters, as a member.
+ * @param fmt  printf format of the text
+ */
 PROD_API void cJSON_AddFormatStringToObject(cJSON *object, const char *jsonName, const char *fmt,
                                             ...) PROD_PRINTF(3, 4);
 

@@ -28,6 +28,7 @@
 #include "prod_common_usb.h"
 #include "prod_common_wan.h"
 #include "prod_common_wifi.h"
+#include "prod_common_xmesh.h"
 #include "rbtree.h"
 
 #endif

@@ -64,11 +64,13 @@ PROD_API int fill_audit_log_msg_by_appid(uint32_t app_id, char *msg, int msg_len
  * Fills a record, zeroed first. @p msg is worded in place by fill_audit_log_msg_by_appid(); a text
  * that it refuses goes into the record as it is.
  *
- * @param mac      31 characters of it count
- * @param ip       31 characters of it count
- * @param msg      255 characters of it count
- * @param msg_len  bytes of @p msg, beyond which nothing of it is looked at; 0 and less leave it
- *                 unworded, and its NUL is then its end
+ * @param log_info  the record
+ * @param mac       31 characters of it count
+ * @param ip        31 characters of it count
+ * @param app_id    the kind of application, as fill_audit_log_msg_by_appid() takes it
+ * @param msg       255 characters of it count
+ * @param msg_len   bytes of @p msg, beyond which nothing of it is looked at; 0 and less leave it
+ *                  unworded, and its NUL is then its end
  * @return 1; 0, logged at level 2 as "invalid param", when a pointer is NULL
  */
 PROD_API int fill_audit_log_info(audit_save_log_info *log_info, const char *mac, const char *ip,

@@ -73,6 +73,8 @@ PROD_API int prod_cfm_set_fmt_val(const char *fmt, const char *value, ...) PROD_
 
 /**
  * Writes a value unless it is stored already, and gives the caller the old one.
+ * @param pMibName      the key
+ * @param pNewMibValue  the new value
  * @param pOldMibValue  2308 bytes, zeroed by the caller; receives the stored value. An absent key
  *                      leaves it as it was, and what it holds is what the new value is compared
  *                      with.
@@ -83,21 +85,30 @@ PROD_API int set_if_changed(const char *pMibName, const char *pNewMibValue, char
 
 /**
  * Writes a value under a formatted key unless it is stored already.
+ * @param fmt           printf format of the key, for what follows the value
+ * @param pNewMibValue  the new value
  * @return 1 when written (by prod_cfm_set_val()), 0 when stored already or an argument is NULL
  */
 PROD_API int set_fmt_val_if_changed(const char *fmt, const char *pNewMibValue, ...)
     PROD_PRINTF(1, 3);
 
-/** The integer at the start of a value, 0 when there is none or the key is absent. */
+/**
+ * The integer at the start of a value, 0 when there is none or the key is absent.
+ * @param fmt  printf format of the key
+ */
 PROD_API int prod_cfm_get_int_val(const char *fmt, ...) PROD_PRINTF(1, 2);
 
 /**
  * As prod_cfm_get_int_val(), of 64 bits. The first 20 characters of the value count, and it is
  * read as a signed number: values from 2^63 up read as 2^63 - 1.
+ * @param fmt  printf format of the key
  */
 PROD_API u64 prod_cfm_get_uint_val(const char *fmt, ...) PROD_PRINTF(1, 2);
 
-/** The number at the start of a value, of which 42 characters count; 0.0 when there is none. */
+/**
+ * The number at the start of a value, of which 42 characters count; 0.0 when there is none.
+ * @param fmt  printf format of the key
+ */
 PROD_API double prod_cfm_get_double_val(const char *fmt, ...) PROD_PRINTF(1, 2);
 
 /** Writes a number in decimal. @return as prod_cfm_set_val() */
@@ -175,6 +186,7 @@ PROD_API char *encode_sql_ssid(const char *ssid, int ssid_len, char *encode_ssid
 /** Bytes of a statement as its first allocation and of assem_policy_data()'s output. */
 #define PROD_POLICY_TEXT_SIZE 20480
 
+/** @{ */
 /**
  * Row callbacks for sqlite3_exec(), one for each kind: append one record to the kind's policy file,
  * which is created when it is missing.
@@ -182,7 +194,8 @@ PROD_API char *encode_sql_ssid(const char *ssid, int ssid_len, char *encode_ssid
  * An item column=value is cut to 255 characters and the record without its CR LF to 2047; a NULL
  * value becomes "(null)".
  *
- * @param para  not used
+ * @param para                                 not used
+ * @param n_column, column_value, column_name  the row, as SQLite hands it over
  * @return 0, also when the file's medium is full; -1 when 2 KiB of memory cannot be had, the file
  *         cannot be opened or a needed array is NULL, which makes SQLite abort the query
  */
@@ -194,6 +207,7 @@ PROD_API int wl_deploy_policy_callback(void *para, int n_column, char **column_v
                                        char **column_name);
 PROD_API int qvlan_policy_callback(void *para, int n_column, char **column_value,
                                    char **column_name);
+/** @} */
 
 /**
  * Appends every row of the database to the policy files, in the order of the table above but for
@@ -224,9 +238,11 @@ PROD_API PAV_RET prod_download_ac_policy(void);
  */
 PROD_API PAV_RET upload_ac_policy(void);
 
+/** @{ */
 /**
  * Create one table each unless it exists. The column lists are those of the databases on devices in
  * the field, letter for letter. A failure is told on standard output.
+ * @param policy_db  the open database; stays open
  * @return PAV_RET_OK whatever happened, but sqlite_create_table_wl_deploy_policy(): PAV_RET_ERROR
  *         for a failure other than "already exists"
  */
@@ -235,8 +251,13 @@ PROD_API PAV_RET sqlite_create_table_wl_policy(struct sqlite3 *policy_db);
 PROD_API PAV_RET sqlite_create_table_reboot_policy(struct sqlite3 *policy_db);
 PROD_API PAV_RET sqlite_create_table_qvlan_policy(struct sqlite3 *policy_db);
 PROD_API PAV_RET sqlite_create_table_wl_deploy_policy(struct sqlite3 *policy_db);
+/** @} */
 
-/** Creates all five tables. @return PAV_RET_OK, whatever happened */
+/**
+ * Creates all five tables.
+ * @param policy_db  the open database; stays open
+ * @return PAV_RET_OK, whatever happened
+ */
 PROD_API PAV_RET sqlite_create_policy_table(struct sqlite3 *policy_db);
 
 /**

@@ -60,6 +60,7 @@ PROD_API int check_get_conflict_ip_list(PROD_IP_CONFLICT_STRU *set);
 /**
  * The index of the first range of a kind. Each range before it is reported at level 2,
  * "no enum found. ".
+ * @param type  the kind
  * @return @p maxNum when there is none; also for a kind above 8, a NULL @p set and a @p maxNum of
  *         0, logged at level 2, "param error.."
  */
@@ -198,6 +199,8 @@ PROD_API void prod_check_change_lanip_handle(const char *ip, const char *mask, c
  *
  * All addresses and masks as inet_addr() gives them.
  *
+ * @param uLanIp, uLanMask        the LAN's new address and mask
+ * @param uOldLanIp, uOldLanMask  the old ones
  * @param uindex  id of the row; one that is missing is logged at level 2, "ifname is not exist!"
  */
 PROD_API void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanIp,
@@ -206,12 +209,16 @@ PROD_API void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, 
 /**
  * Moves the DMZ host of each WAN, "wan%d.dmzip". The DMZ is switched off ("wan%d.dmzen") when its
  * host is now the LAN's own address or outside of the LAN.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
  */
 PROD_API void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
 
 /**
  * Moves the address that may manage the device, "lan.webip", unless that is 0.0.0.0, and switches
  * its restriction off ("lan.webipen") when it is now outside of the LAN.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
  */
 PROD_API void check_lanip_change_sync_lan_control(uint32_t uLanIp, uint32_t uLanMask,
                                                   uint32_t uOldLanMask);
@@ -221,6 +228,8 @@ PROD_API void check_lanip_change_sync_lan_control(uint32_t uLanIp, uint32_t uLan
  * table's lock. Their daemon keeps these addresses in its own byte order: moved is
  * htonl((ntohl(host) & ~old mask) + (LAN & new mask)), so that on a little-endian machine
  * 192.168.0.100 follows a LAN of 192.168.1.1/24 to 192.1.168.192.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
  */
 PROD_API void check_lanip_change_sync_virtual(uint32_t uLanIp, uint32_t uLanMask,
                                               uint32_t uOldLanMask);
@@ -228,16 +237,24 @@ PROD_API void check_lanip_change_sync_virtual(uint32_t uLanIp, uint32_t uLanMask
 /**
  * Moves the hosts of the source-NAT rules, "ADDRESS;REST" in "adv.snat.list1" to
  * "adv.snat.listnum". 255 characters of a rule count, of its rest what stands before a blank.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
  */
 PROD_API void check_lanip_change_sync_nat(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask);
 
-/** Moves the log servers, "adv.logs.list1" to "adv.logs.listnum", as the source-NAT rules. */
+/**
+ * Moves the log servers, "adv.logs.list1" to "adv.logs.listnum", as the source-NAT rules.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
+ */
 PROD_API void check_lanip_change_sync_logserver(uint32_t uLanIp, uint32_t uLanMask,
                                                 uint32_t uOldLanMask);
 
 /**
  * Moves the hosts that are bound to a MAC, the rows of "ip-mac-bind", each by itself. A host whose
  * new address another row has stays as it is.
+ * @param uLanIp, uLanMask  the LAN's new address and mask
+ * @param uOldLanMask       its old mask
  */
 PROD_API void check_lanip_change_sync_ipmac_bind(uint32_t uLanIp, uint32_t uLanMask,
                                                  uint32_t uOldLanMask);

@@ -2,7 +2,7 @@
 /**
  * @file
  * The state that other daemons leave in files: WAN addresses, rates, connection times and DNS
- * servers; and the small file helpers. All log under module "prod".
+ * servers; the lists of the status pages; and the small file helpers. All log under module "prod".
  *
  * Every function may be called from any thread. Those that log at all write entry and exit traces
  * at level 5, the exit trace only on success; the file helpers write none.
@@ -43,6 +43,15 @@ typedef struct {
     char conntime[32]; /**< seconds since the connection came up */
 } WAN_STATUS_INFO, WAN_STATUS_INFO_STRU;
 
+/** What the LAN's own DHCP client got, dotted-quad texts. */
+typedef struct {
+    char lan_ip[16];
+    char lan_mask[16];
+    char lan_gw[16];
+    char lan_dns1[16];
+    char lan_dns2[16];
+} LAN_DHCPC_IP_INFO, LAN_DHCPC_IP_INFO_STRU;
+
 PROD_BEGIN
 
 /* ---- files of the WANs --------------------------------------------------------------------- */
@@ -59,6 +68,7 @@ PROD_API extern const char g_wan_cfg_file[5][16];
 /**
  * Writes a WAN address file, replacing what was there. What a full disk does not take is lost
  * without a report.
+ * @param ip_info  the addresses
  * @return HLX_OK; HLX_ERR, logged at level 2, for a NULL argument and when the file cannot be
  *         opened
  */
@@ -133,8 +143,9 @@ PROD_API void get_dns_by_wanid(int wanid, char *dns1, char *dns2);
  * connection time "0". double_ip_info keeps what the caller put there unless the second set was
  * read.
  *
- * @param l2_type   only HLX_L2TYPE_WIRED is served
- * @param con_type  HLX_WAN_CONNECT_BUTT is accepted
+ * @param l2_type     only HLX_L2TYPE_WIRED is served
+ * @param con_type    HLX_WAN_CONNECT_BUTT is accepted
+ * @param wan_status  the record
  * @return HLX_OK; HLX_ERR, logged at level 2, for an argument out of range or NULL, and for
  *         another layer-2 type
  */
@@ -186,6 +197,51 @@ PROD_API void touch_file(const char *filename);
 /* ---- routes and UPnP mappings ------------------------------------------------------------- */
 
 /* ---- DHCP clients and neighbours ---------------------------------------------------------- */
+
+/**
+ * The clients of the DHCP server, from its lease file "/etc/dhcps.leases": one client a line of at
+ * most 1023 characters, as scanf's "%*[^ ] %[^ ] %[^ ] %*[^*|:] %*[^ ] %[^\n]" takes it apart into
+ * MAC, address and host name.
+ *
+ * MAC and address are cut at 17 and 15 characters, the host name at 63 bytes. A host name in GBK
+ * comes in UTF-8, one that cannot be converted as it stands; a client that gave none has "(null)".
+ * A line without a MAC is an empty record. Records of lines that vanish while the file is read stay
+ * empty; lines that are added are left out.
+ *
+ * The file is read under a read lock of all of it. When another process has a lock in the way,
+ * which is logged at level 2, the file is read without one: a reader never waits for the server.
+ *
+ * @param pplist  receives a malloc'ed block of the records, which the caller frees; untouched when
+ *                there are none
+ * @return how many records there are; 0 also for a NULL @p pplist (silently), for want of memory
+ *         (logged at level 2), and when the file cannot be opened (level 3)
+ */
+PROD_API int file_get_dhcps_clients_list(DHCPS_CLIENT_LIST_STRU **pplist);
+
+/**
+ * What the LAN's own DHCP client got, when the LAN takes its address from another router:
+ * "/etc/lan.cfg" starts with 1 as long as there is a lease, and "/etc/lan.ini" has lines "ip=",
+ * "mask=", "gateway=", "dns1=" and "dns2=" in any order.
+ *
+ * A missing line, also because there is no file, gives "0.0.0.0"; an empty value stays empty,
+ * unlike that of a WAN. Values are cut at 15 characters.
+ *
+ * @return HLX_OK; HLX_ERR for a NULL argument, without a number in "/etc/lan.cfg", for any other
+ *         number than 1 (all logged at level 2), and when that file cannot be opened (level 3)
+ */
+PROD_API HLX_RETURN_CODE file_lan_dhcpc_get_ipinfo_and_status(LAN_DHCPC_IP_INFO_STRU *lan_ip_info);
+
+/**
+ * The IPv4 address of the neighbour with a MAC, from what "cat /proc/net/arp" prints. Entries that
+ * the kernel is still asking for, with flags "0x0", do not count. The exit trace is written when
+ * nothing was found.
+ *
+ * @param mac  in either case; its first 17 characters count
+ * @param ip   16 bytes; "0.0.0.0" when there is no such neighbour
+ * @return HLX_OK; HLX_ERR for none, for a NULL argument, and, logged at level 2, when the command
+ *         cannot be started
+ */
+PROD_API HLX_RETURN_CODE find_ip_in_arpfile(const char *mac, char *ip);
 
 /* ---- system log --------------------------------------------------------------------------- */
 

@@ -81,6 +81,8 @@ PROD_API FW_RET_ENUM flash_check_fw(const char *firmware, int fw_type);
  * which must hold the same image already and may be deleted (see flash_check_fw()). Sets g_fw_type.
  * Entry and success go to the platform's log, module "common_so"; a rejection is logged at level 3,
  * module "prod".
+ * @param pbuf  the image
+ * @param size  its bytes
  * @return 0, or the negative FW_RET_ENUM of the check that failed
  */
 PROD_API int prod_systool_simple_upload(char *pbuf, long size);

@@ -26,7 +26,10 @@ PROD_BEGIN
  */
 PROD_API void set_24g_wifi_led(led_pattern_t wl_led_sta);
 
-/** Switches the 5 GHz Wi-Fi LED, by the rules of set_24g_wifi_led(). */
+/**
+ * Switches the 5 GHz Wi-Fi LED, by the rules of set_24g_wifi_led().
+ * @param wl_led_sta  what it shows
+ */
 PROD_API void set_5g_wifi_led(led_pattern_t wl_led_sta);
 
 /**
@@ -38,6 +41,7 @@ PROD_API void set_all_wifi_led(led_pattern_t wl_led_sta);
 
 /**
  * Switches the LED of one band or of all.
+ * @param wl_led_sta  what it shows
  * @param wl_rate  WLAN_RATE_24G, WLAN_RATE_5G or WLAN_RATE_ALL; any other rate does nothing
  */
 PROD_API void set_wifi_led_status(led_pattern_t wl_led_sta, WLAN_RATE_TYPE wl_rate);
@@ -107,7 +111,7 @@ PROD_API char *prod_common_get_port_ifname(unsigned int port_index, char *ifname
 
 /**
  * Name of the main interface of a WAN, from "port.wan<wanid>.main_ifname"; otherwise like
- * prod_common_get_port_ifname().
+ * prod_common_get_port_ifname(), @p ifname_len included.
  */
 PROD_API char *prod_common_get_wan_main_ifname(unsigned int wanid, char *ifname,
                                                unsigned int ifname_len);
@@ -117,6 +121,7 @@ PROD_API char *prod_common_get_wan_main_ifname(unsigned int wanid, char *ifname,
  * otherwise "port.1.ifname"; WAN_2 and WAN_3: "port.2.ifname" and "port.3.ifname"; every other
  * index: what the board says.
  *
+ * @param if_id  the index
  * @return static text of the calling thread, which its next call overwrites and which ends with it;
  *         for WAN_1 to WAN_3 at most 9 characters. For the others text of the board, or NULL when
  *         it has no such interface.

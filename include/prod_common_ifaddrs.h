@@ -173,6 +173,7 @@ PROD_API void get_lan_mac(char *mac_str);
 
 /**
  * Host name of the first DHCP client with that MAC, ignoring case.
+ * @param dhcp_num  number of clients in the list
  * @return text inside @p dhcpList; NULL when the list is NULL or empty, @p mac is NULL, no client
  *         matches, or the one that does gave no name ("" or "(null)")
  */

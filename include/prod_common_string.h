@@ -23,10 +23,10 @@ PROD_BEGIN
  */
 PROD_API char *str_trim_left(char *s, char c);
 
-/** Removes every trailing @p c; returns @p s. */
+/** Removes every trailing @p c. @return @p s */
 PROD_API char *str_trim_right(char *s, char c);
 
-/** Removes every leading and trailing @p c; returns @p s. */
+/** Removes every leading and trailing @p c. @return @p s */
 PROD_API char *str_trim(char *s, char c);
 
 /** Upper-cases each byte by the tables of the current locale; returns the argument. */
@@ -91,6 +91,7 @@ PROD_API char *str_to_hex(const char *s, char *buf, unsigned int len);
  * Turns pairs of hexadecimal digits, of either case, into bytes and a NUL. Nothing is validated:
  * any character but a decimal digit counts as its lower-case code minus 87, and a byte is
  * (high x 16 + low) modulo 256. The last of an odd number of digits is lost.
+ * @param h    the digit
  * @param len  bytes of @p buf; length / 2 + 1 are needed
  * @return @p buf, or NULL when an argument is NULL or the buffer too small (then untouched)
  */
@@ -117,6 +118,7 @@ PROD_API char *get_self_pname(void);
 /**
  * Prints a block to standard output: a coloured heading, then 16 bytes a line as offset,
  * hexadecimal and text. Nothing when a pointer is NULL or @p data_len below 1.
+ * @param title  the heading
  */
 PROD_API void prod_hexdump(const char *title, const void *data, int data_len);
 
@@ -144,6 +146,7 @@ PROD_API char *encode_str_to_utf8(const char *str);
  * 1 when a text begins with a Chinese character of GB2312 (first byte 0xA1 to 0xF7, second 0xA1 to
  * 0xFE), and the line "find gb2312 encode!" then goes to standard output; 0 for everything else.
  * UTF-8 text can look the same.
+ * @param gb_ptr  the text
  */
 PROD_API int get_gb2312(const char *gb_ptr);
 

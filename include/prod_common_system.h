@@ -125,6 +125,7 @@ PROD_API int systool_restore(void);
  * First IPv4 address of a host name. Blocks as long as the resolver does; not thread-safe, since
  * gethostbyname() is not.
  *
+ * @param hostname  the name
  * @param ip  receives a dotted quad: 16 bytes; untouched on failure
  * @return HLX_OK; HLX_ERR for a NULL or empty name or a NULL @p ip (logged at level 3, module
  *         "prod") and for a name that has no IPv4 address (logged at level 2)
@@ -175,6 +176,7 @@ PROD_API void feed_soft_watchdog(int timeout);
  * with status PROD_WATCHDOG_STATUS, so that the process monitor starts it again. A handler of
  * SIGALRM; the odd spelling is the name that daemons know. Does not return, and does not wait for
  * a thread that holds standard output.
+ * @param signo  not looked at
  */
 PROD_API void sotf_watchdog_bark(int signo) __attribute__((noreturn));
 

@@ -30,10 +30,16 @@ PROD_API char *get_date_str(void);
 /** Date and time now, "YYYY-MM-DD hh:mm:ss" in local time. */
 PROD_API char *get_datetime_str(void);
 
-/** The date of an epoch second, "YYYY-MM-DD" in local time. */
+/**
+ * The date of an epoch second, "YYYY-MM-DD" in local time.
+ * @param sec  seconds since 1970, UTC
+ */
 PROD_API char *get_date_str_by_sec(int sec);
 
-/** Date and time of an epoch second, "YYYY-MM-DD hh:mm:ss" in local time. */
+/**
+ * Date and time of an epoch second, "YYYY-MM-DD hh:mm:ss" in local time.
+ * @param sec  seconds since 1970, UTC
+ */
 PROD_API char *get_datetime_str_by_sec(int sec);
 
 /**

@@ -124,6 +124,8 @@ PROD_API void get_mac_by_wanid(int wan_id, char *mac_str);
  * HLX_WAN_CONNECTING; else HLX_WAN_NOT_CONNECTED, and always so for static
  * types. HLX_SYS_MODE_ADSL_GW is always HLX_WAN_NO_WIRE, HLX_SYS_MODE_ADSL_BR always
  * HLX_WAN_CONNECTED. Logs under "prod" at levels 2 and 3, with entry and exit traces.
+ * @param con_type  its connection type
+ * @param sys_mode  the system mode
  */
 PROD_API HLX_WAN_LINK_STATUS_ENUM system_wan_get_link_status(WAN_ID_NUM_ENUM wan_id,
                                                              HLX_WAN_CONNECT_TYPE_ENUM con_type,
@@ -131,6 +133,8 @@ PROD_API HLX_WAN_LINK_STATUS_ENUM system_wan_get_link_status(WAN_ID_NUM_ENUM wan
 
 /**
  * Interface that carries a WAN's traffic in a system mode with a connection type.
+ * @param sysmode  the system mode
+ * @param wantype  the connection type
  * @return text of the library or, as by get_eth_name(), of the calling thread, not to be freed or
  *         changed; NULL when there is none, and, logged at level 3, for an argument out of range
  */
@@ -149,6 +153,8 @@ PROD_API int system_wan_ip_get(const char *ifname, char *if_addr, WAN_ID_NUM_ENU
 
 /**
  * Whether an address is one of a host in the WAN's subnet.
+ * @param wan_ip, wan_mask  the subnet, dotted quads
+ * @param test_ip           the address
  * @return 1 when it is; 0 when it is outside, the network's own or the broadcast address; 2,
  *         logged at level 2, when an argument is NULL
  */
@@ -179,6 +185,7 @@ PROD_API void reset_dns_cfg(void);
 /**
  * Appends a server to "/etc/resolv.conf" unless its text occurs anywhere in it already: 8.8.8.8
  * counts as present beside 18.8.8.81. Does nothing when the file cannot be read.
+ * @param dns  the server, a text
  */
 PROD_API void add_dns_server(const char *dns);
 
@@ -294,6 +301,7 @@ PROD_API void ethswctl_wan_switch(const char *ifname, int enable);
 /**
  * ethswctl_wan_switch() for a physical port, by the interface of "ports.phy.%d.eth". Without that
  * key the command is run with an empty name.
+ * @param enable  non-zero for WAN operation
  * @return 0
  */
 PROD_API int ethswctl_wan_set_by_main_ifname(int phy_port, int enable);

@@ -47,6 +47,7 @@ PROD_BEGIN
 
 /**
  * Writes the key prefix of a kind.
+ * @param flag     the kind
  * @param namePre  21 bytes hold any prefix; untouched for the kinds that have none
  * @param index    WAN or BSS number, from 0
  * @return 1, also when nothing was written; -1 when @p namePre is NULL, which is printed to
@@ -155,6 +156,7 @@ PROD_API int get_wifi_status(void);
  * Lists the enabled BSSs that broadcast a network name, as "1,6": 1 to 5 stand for BSS 0 to 4 of
  * the 2.4 GHz radio, 6 to 10 for those of the 5 GHz radio. Reads "bss_enable" and "bss_ssid" of
  * each.
+ * @param ssid  the network name, compared exactly
  * @param band  16 bytes, passed empty; a list that needs more is cut at 15 characters. Untouched
  *              when a pointer is NULL.
  */

@@ -46,11 +46,16 @@ build_dir() {
 }
 
 # usage: build NAME PRESET TARGET [CMAKE-ARGUMENT]...
-# Brings a target up to date, one caller at a time. Everything it prints is progress, so that a
+# Brings a target up to date, one caller at a time; for another processor with what that needs. Everything it prints is progress, so that a
 # script's own output stays clean.
 build() {
     local dir name=$1 preset=$2 target=$3
     shift 3
+    case $preset in
+    armhf | i386)
+        "$tree/script/sysroot" "$preset"
+        set -- "$@" "-DPROD_SYSROOT=$(build_dir "sysroot-$preset")" ;;
+    esac
     dir=$(build_dir "$name")
     mkdir -p "$dir"
     (

@@ -15,6 +15,7 @@
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
 #include "internal/log.hpp"
+#include "internal/wifi.hpp"
 #include "platform/process.h"
 #include "prod_common_cfm.h"
 #include "prod_common_string.h"
@@ -34,7 +35,6 @@ constexpr const char *kRadio5G = "wlan1";
 // Rooms that callers give without saying so.
 constexpr std::size_t kPrefixSize = sizeof("security.ipbind.list");  // the longest
 constexpr std::size_t kRadioSize = sizeof("wlan0");
-constexpr std::size_t kIfNameSize = 16;
 constexpr std::size_t kNumberSize = 21;
 constexpr std::size_t kWorkmodeSize = 256;
 constexpr int kBssMax = 64;  // more cannot be configured, whatever "web_maxbss" says
@@ -77,22 +77,10 @@ ConfigKey bss_key(int rate, int index, const char *name)
                : ConfigKey{};
 }
 
-/** The system's interface name of a BSS, empty when the driver knows none. */
-class OsIfName
+OsIfName bss_ifname(const char *prefix, int index)
 {
-  public:
-    OsIfName(const char *prefix, int index)
-    {
-        const ConfigKey name{"%s.%d", or_null(prefix), index};
-        text_[0] = '\0';
-        pav_wifi_get_osifname(name.c_str(), text_);
-        text_[kIfNameSize - 1] = '\0';
-    }
-    const char *c_str() const { return text_; }
-
-  private:
-    char text_[kValueSize];  // wider than any interface name: a driver is trusted with no less
-};
+    return OsIfName{ConfigKey{"%s.%d", or_null(prefix), index}.c_str()};
+}
 
 // ---- typed access ----------------------------------------------------------------------------
 
@@ -243,7 +231,7 @@ void wifi_get_mib_radio(int wl_rate, char *radio)
 char *wifi_get_bss_ifname(int rate, int index, char *ifname)
 {
     if (ifname != nullptr) {
-        copy_text(ifname, kIfNameSize, OsIfName{wifi_get_radio_prefix(rate), index}.c_str());
+        copy_text(ifname, kIfNameSize, bss_ifname(wifi_get_radio_prefix(rate), index).c_str());
     }
     return ifname;
 }
@@ -343,7 +331,7 @@ int get_wifi_band_status(int rate)
     const int configured = wifi_get_radio_int_val(radio, "web_maxbss");
     const int count = configured < kBssMax ? configured : kBssMax;
     for (int bss = 0; bss < count; ++bss) {
-        if (pav_wifi_check_downup(OsIfName{wifi_get_radio_prefix(radio), bss}.c_str()) != 0) {
+        if (pav_wifi_check_downup(bss_ifname(wifi_get_radio_prefix(radio), bss).c_str()) != 0) {
             return 1;
         }
     }
@@ -378,7 +366,7 @@ int prod_check_smart_node(const char *client_mac)
         return 0;
     }
     std::array<station_info_t, kStationsMax> stations;
-    const OsIfName ifname{kRadio24G, kSmartNodeBss};
+    const OsIfName ifname = bss_ifname(kRadio24G, kSmartNodeBss);
     const int reported = pav_wifi_get_clientlist(ifname.c_str(), stations.data(), kStationsMax);
     const std::size_t count = reported > 0 ? static_cast<std::size_t>(reported) : 0;
     for (std::size_t i = 0; i < count && i < stations.size(); ++i) {

@@ -247,7 +247,7 @@ void __rb_erase_color(rb_node *node, rb_node *parent, rb_root *root)
 
 void rb_insert_color(rb_node *node, rb_root *root)
 {
-    if (node == nullptr || root == nullptr) {
+    if (root == nullptr) {
         return;
     }
     while (node != nullptr) {
@@ -343,13 +343,8 @@ void rb_augment_insert(rb_node *node, rb_augment_f func, void *data)
     if (node == nullptr || func == nullptr) {
         return;
     }
-    // A new node that was turned up stands above two nodes that changed.
-    if (node->rb_left != nullptr) {
-        node = node->rb_left;
-    } else if (node->rb_right != nullptr) {
-        node = node->rb_right;
-    }
-    refresh_upwards(node, func, data);
+    // A new node is a leaf, or it was turned up and stands above two nodes that changed.
+    refresh_upwards(node->rb_left != nullptr ? node->rb_left : node, func, data);
 }
 
 rb_node *rb_augment_erase_begin(rb_node *node)

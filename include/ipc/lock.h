@@ -73,6 +73,7 @@ PROD_API int fd_wlock(int fd);
 
 /**
  * Removes this process's lock from a whole file.
+ * @param fd  open file
  * @return 1, also when there was none; 0 on failure, logged at level 2
  */
 PROD_API int fd_unlock(int fd);

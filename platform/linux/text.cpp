@@ -192,10 +192,9 @@ iconv_t converter_for(const Conversion &conversion)
     return converter;
 }
 
-/** Converts all of a text; @p dst has room for four times as much and a NUL. */
+/** Converts all of a text; @p dst is an empty one with room for four times as much and a NUL. */
 bool convert(const Conversion &conversion, std::string_view text, char *dst)
 {
-    *dst = '\0';
     const iconv_t converter = converter_for(conversion);
     if (converter == nullptr) {
         return false;

@@ -3,6 +3,8 @@
 // told a length, so the buffer holds any value, and a smaller documented size is kept by cutting.
 #pragma once
 
+#include <cstdlib>
+
 #include "internal/text.hpp"
 #include "platform/factory.h"
 
@@ -22,6 +24,9 @@ class FactoryValue
     }
 
     const char *c_str() const { return text_; }
+
+    /** The number a setting starts with, 0 when there is none. */
+    int to_int() const { return static_cast<int>(strtol(text_, nullptr, 10)); }
 
   private:
     char text_[FACTORY_VALUE_SIZE];

@@ -3,8 +3,12 @@
 // text already in memory.
 #pragma once
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "internal/handle.hpp"
 
@@ -35,6 +39,65 @@ class LineReader
   private:
     Stream stream_;
     char line_[Limit + 1];
+};
+
+/**
+ * The same lines from an open descriptor, for long files that are read more than once and must cost
+ * no memory: there is no stream.
+ */
+template <std::size_t Limit>
+class DescriptorLines
+{
+  public:
+    explicit DescriptorLines(int fd) : fd_(fd) {}
+    DescriptorLines(const DescriptorLines &) = delete;
+    DescriptorLines &operator=(const DescriptorLines &) = delete;
+
+    /** The next line, empty at the end. It stays until the next call. */
+    std::string_view next()
+    {
+        for (;;) {
+            const std::size_t left = static_cast<std::size_t>(end_ - at_);
+            const std::size_t most = left < Limit ? left : Limit;
+            const void *const newline = memchr(at_, '\n', most);
+            if (newline == nullptr && most < Limit && read_more()) {
+                continue;
+            }
+            const char *const start = at_;
+            at_ = newline != nullptr ? static_cast<const char *>(newline) + 1 : start + most;
+            return {start, static_cast<std::size_t>(at_ - start)};
+        }
+    }
+
+    /** Starts again with the first line. */
+    void rewind()
+    {
+        lseek(fd_, 0, SEEK_SET);
+        at_ = end_ = buffer_;
+    }
+
+  private:
+    /** Moves what is left to the front and reads on behind it; false at the end of the file. */
+    bool read_more()
+    {
+        const auto left = static_cast<std::size_t>(end_ - at_);
+        memmove(buffer_, at_, left);
+        ssize_t got;
+        do {
+            got = read(fd_, buffer_ + left, sizeof(buffer_) - left);
+        } while (got < 0 && errno == EINTR);
+        at_ = buffer_;
+        end_ = buffer_ + left + (got > 0 ? got : 0);
+        return got > 0;
+    }
+
+    static constexpr std::size_t kRoom = 4096;
+    static_assert(Limit < kRoom);
+
+    int fd_;
+    char buffer_[kRoom];
+    const char *at_ = buffer_;
+    const char *end_ = buffer_;
 };
 
 /** Removes one trailing newline. */

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Logging inside the library. Exported functions use the PROD_LOG_* macros of the public header;
 // inner functions are handed the exported function's Site, so that a line always names the
-// function that a caller knows.
+// function that a caller knows. The locks and the file watcher report from inner functions under
+// names of their own, which operators look for: get_sem_id, do_sema_op, fd_lock_op and
+// fnotify_initialize.
 #pragma once
 
 #include <cstring>

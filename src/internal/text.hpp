@@ -133,6 +133,12 @@ class Text
         data_[0] = '\0';
     }
 
+    /** Puts another character for each of one kind, from @p begin on. */
+    void replace(std::size_t begin, char from, char to)
+    {
+        std::replace(data_ + std::min(begin, length_), data_ + length_, from, to);
+    }
+
     void drop_last()
     {
         if (length_ > 0) {

@@ -39,12 +39,10 @@ __attribute__((format(printf, 1, 0))) KeyFile lock_file(const char *format, va_l
     if (format == nullptr) {
         return path;
     }
-    KeyFile name;
-    name.vappend(format, args);
     path.append("/var/run/lock.");
-    for (const char c : name.view()) {
-        path.append(c == '/' ? '_' : c);
-    }
+    const std::size_t name = path.size();
+    path.vappend(format, args);
+    path.replace(name, '/', '_');
     return path;
 }
 

@@ -227,6 +227,29 @@ static void wireless(void)
     EXPECT(wifi_get_bss_int_val(2, 0, "absent") == 0);
 }
 
+static void mesh(void)
+{
+    unsigned char message[64];
+    char text[18];
+    char mac[13] = "";
+    void *value = NULL;
+    u32 length = 0;
+    mesh_attr_t *place = (mesh_attr_t *)message;
+    mesh_set_attr_u8(&place, MESH_ATTR_CPU_USAGE, 7);
+    mesh_set_attr_u16(&place, MESH_ATTR_UPPER_NODE_RATE, 0x1234);
+    mesh_set_attr_str(&place, MESH_ATTR_NAME, "capi");
+    EXPECT((unsigned char *)place - message == 9 + 10 + 13);
+    length = (u32)((unsigned char *)place - message);
+    EXPECT(mesh_get_attr(message, length, MESH_ATTR_NAME, &value, &length) == 1);
+    EXPECT(length == 5 && strcmp(value, "capi") == 0);
+    EXPECT(xmesh_mac_str_to_format(text, "aabbccddeeff") == 1);
+    EXPECT(strcmp(text, "AA:BB:CC:DD:EE:FF") == 0);
+    EXPECT(xmesh_mac_format_to_str(text, mac) == 1 && strcmp(mac, "AABBCCDDEEFF") == 0);
+    EXPECT(set_mesh_to_agent_cfg() == 1 && set_mesh_to_agent_cfg() == 0);
+    EXPECT(prod_cfm_get_int_val("%s", agent_cfg_table[1].mib_name) == 2);
+    EXPECT(set_mesh_to_default_cfg() == 1 && prod_cfm_get_int_val("mesh.mode") == 0);
+}
+
 static void firmware(void)
 {
     static char text[] = "no image";
@@ -329,6 +352,22 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
+static void lists(void)
+{
+    DHCPS_CLIENT_LIST_STRU *clients = NULL;
+    LAN_DHCPC_IP_INFO_STRU lan;
+    char address[16] = "";
+    char lease[] = "1700000000 02:00:5e:00:53:01 192.168.0.100 laptop 01:02 laptop\n";
+    unlink("/etc/dhcps.leases");
+    EXPECT(write_file("/etc/dhcps.leases", lease, (unsigned int)strlen(lease)) == 1);
+    EXPECT(file_get_dhcps_clients_list(&clients) == 1);
+    EXPECT(clients != NULL && strcmp(clients[0].hostname, "laptop") == 0);
+    free(clients);
+    EXPECT(file_lan_dhcpc_get_ipinfo_and_status(&lan) == HLX_ERR);
+    EXPECT(find_ip_in_arpfile("02:00:5e:00:53:99", address) == HLX_ERR);
+    EXPECT(strcmp(address, "0.0.0.0") == 0);
+}
+
 static void figures_and_storage(void)
 {
     int memory = -1;
@@ -371,6 +410,7 @@ int main(void)
     policies();
     json();
     wireless();
+    mesh();
     firmware();
     hardware_and_system();
     networks();
@@ -378,6 +418,7 @@ int main(void)
     address_ranges();
     wan_status();
     name_servers();
+    lists();
     figures_and_storage();
     changed_files();
     return failures != 0;

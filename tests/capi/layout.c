@@ -11,6 +11,10 @@
 #define FIELD(type, field) \
     printf("  %-16s at %zu size %zu\n", #field, offsetof(type, field), sizeof(((type *)0)->field))
 
+/* Exported data is copied into programs that are not position-independent: its size is a promise.
+ */
+#define TABLE(name) printf("%-18s size %zu\n", #name, sizeof(name))
+
 int main(void)
 {
     RECORD(prod_dbg_info_t);
@@ -84,10 +88,31 @@ int main(void)
     FIELD(WAN_STATUS_INFO, flow);
     FIELD(WAN_STATUS_INFO, conntime);
 
+    RECORD(LAN_DHCPC_IP_INFO);
+    FIELD(LAN_DHCPC_IP_INFO, lan_ip);
+    FIELD(LAN_DHCPC_IP_INFO, lan_mask);
+    FIELD(LAN_DHCPC_IP_INFO, lan_gw);
+    FIELD(LAN_DHCPC_IP_INFO, lan_dns1);
+    FIELD(LAN_DHCPC_IP_INFO, lan_dns2);
+
     RECORD(WIFI_BUFFER);
     FIELD(WIFI_BUFFER, wifi_buf);
     FIELD(WIFI_BUFFER, mib_buf);
     FIELD(WIFI_BUFFER, max_length);
+
+    RECORD(mesh_cfg);
+    FIELD(mesh_cfg, mib_name);
+    FIELD(mesh_cfg, mib_value);
+    TABLE(controller_cfg_table);
+    TABLE(agent_cfg_table);
+    TABLE(temp_controller_cfg_table);
+    TABLE(xmesh_default_cfg_table);
+
+    RECORD(mesh_attr_t);
+    FIELD(mesh_attr_t, type);
+    FIELD(mesh_attr_t, padding);
+    FIELD(mesh_attr_t, length);
+    printf("  %-16s at %zu\n", "value", offsetof(mesh_attr_t, value));
 
     RECORD(station_info);
     FIELD(station_info, mac);

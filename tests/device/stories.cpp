@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "support/emulation.hpp"
+
 namespace story
 {
 
@@ -44,7 +46,7 @@ std::string must(const std::string &command)
 
 void eventually(const std::string &what, const std::function<bool()> &true_at_last, int seconds)
 {
-    for (int poll = 0; poll < seconds * kPollsPerSecond; ++poll) {
+    for (int poll = 0; poll < seconds * test::slowdown() * kPollsPerSecond; ++poll) {
         if (true_at_last()) {
             return;
         }

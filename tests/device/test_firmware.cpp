@@ -19,6 +19,7 @@
 #include "platform/process.h"
 #include "prod_common_flash.h"
 #include "stories.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/image.hpp"
 
@@ -179,7 +180,7 @@ TEST(Firmware, AnUpgradeFromAGoodImage)
     EXPECT_EQ(read_text("/cfg/stops"), lines(names));
     EXPECT_EQ(read_text("/cfg/answer"), "0");
     const std::string seen = read_text("/cfg/seen");
-    EXPECT_EQ(seen.substr(0, seen.find('\n')), "2 /var/image imsd");
+    EXPECT_EQ(seen.substr(0, seen.find('\n')), "2 /var/image " + test::own_name("imsd"));
     EXPECT_THAT(seen, HasSubstr("\n0x1002\n"));  // the bridge: broadcast, multicast, not up
     EXPECT_THAT(seen, HasSubstr("\nimsd\n"));
     for (const std::string &name : names) {
@@ -282,7 +283,7 @@ TEST(Firmware, AnUpgradeCutInFrontOfItsWriter)
         std::vector<std::string> steps = daemons_of_the_list();
         steps.insert(steps.begin(), "echo disable > /proc/watchdog");
         steps.insert(steps.end(), {"httpd", "skyrelctl", "appmgr", "ifconfig br0 down",
-                                   "upgrade 2 /var/image imsd"});
+                                   "upgrade 2 /var/image " + test::own_name("imsd")});
         for (std::size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE(steps[i]);
             const pid_t imsd = fork();  // before this process asks for its own name

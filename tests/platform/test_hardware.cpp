@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 
@@ -238,6 +239,8 @@ void run(const char *command)
     ASSERT_EQ(system(command), 0) << command;
 }
 
+constexpr const char *kNoEthtool = "passes no SIOCETHTOOL on to the kernel";
+
 class Ports : public testing::Test
 {
   protected:
@@ -251,6 +254,7 @@ class Ports : public testing::Test
 
 TEST_F(Ports, ALinkAndItsSpeed)
 {
+    SKIP_IF_EMULATED(kNoEthtool);
     const int before = test::open_descriptors();
     port_status status;
     memset(&status, 0xff, sizeof(status));
@@ -291,6 +295,7 @@ TEST_F(Ports, WhatIsNotThere)
 
 TEST_F(Ports, NegotiatingAnew)
 {
+    SKIP_IF_EMULATED(kNoEthtool);
     // A pair of virtual devices has a link that nobody negotiates.
     const int before = test::open_descriptors();
     EXPECT_EQ(iof_port_restart_auto_nego(4), EOPNOTSUPP);
@@ -512,6 +517,7 @@ bool takes_in(const char *ifname, const std::string &mac)
 
 TEST(ABoardFile, CpuPortsTakeInCloneMacs)
 {
+    SKIP_IF_EMULATED("passes no RTM_NEWNEIGH on to the kernel");
     test::run("ip link add cpu0 type veth peer name cpu1");
     with_board(R"({"ethernet": {"PORT_CPU1": "cpu0", "PORT_CPU2": "cpu1"}})", [] {
         Mac mac = {0x02, 0x00, 0x00, 0x10, 0x00, 0x11};

@@ -276,8 +276,9 @@ TEST(MonitorStop, AProcessThatNobodyLooksAfter)
     const Named one{"multiwan"};
     const Named two{"multiwan"};
     EXPECT_EQ(monitor_stop("multiwan"), 0);
-    EXPECT_EQ(ended_by(one), SIGTERM);
-    EXPECT_EQ(ended_by(two), SIGTERM);
+    EXPECT_EQ(monitor_check_exist("multiwan"), 0);
+    EXPECT_EQ(ends_by(one), SIGTERM);
+    EXPECT_EQ(ends_by(two), SIGTERM);
 }
 
 TEST(MonitorStop, NobodyIsStoppedAtOnce)
@@ -293,7 +294,7 @@ TEST(MonitorStop, OneThatDoesNotWantToIsKilled)
     const Named stubborn{"multiwan"};
     signal(SIGTERM, before);
     const double time = seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); });
-    EXPECT_EQ(ended_by(stubborn), SIGKILL);
+    EXPECT_EQ(ends_by(stubborn), SIGKILL);
     EXPECT_GT(time, 1.5);
     EXPECT_LT(time, 6.0);
 }
@@ -391,7 +392,7 @@ TEST(MonitorStop, AMonitorThatDoesNotRun)
     ASSERT_EQ(mkfifo("/var/service/multiwan/supervise/control", 0600), 0);
     const Named process{"multiwan"};
     EXPECT_EQ(monitor_stop("multiwan"), 0);
-    EXPECT_EQ(ended_by(process), SIGTERM);
+    EXPECT_EQ(ends_by(process), SIGTERM);
     test::remove_all("/var/service");
 }
 

@@ -1,14 +1,49 @@
 // SPDX-License-Identifier: MIT
 #include "platform/text.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <iconv.h>
+#include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <latch>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support/files.hpp"
+
+namespace
+{
+
+// Converters that were opened and closed, counted on their way to the C library.
+std::atomic<int> opened{0};
+std::atomic<int> closed{0};
+
+}  // namespace
+
+extern "C" {
+iconv_t iconv_open(const char *to, const char *from)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&iconv_open)>(dlsym(RTLD_NEXT, "iconv_open"));
+    ++opened;
+    return real(to, from);
+}
+
+int iconv_close(iconv_t converter)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&iconv_close)>(dlsym(RTLD_NEXT, "iconv_close"));
+    ++closed;
+    return real(converter);
+}
+}
 
 namespace
 {
@@ -231,7 +266,9 @@ TEST(CodeFormat, ConversionTakesItsArgumentsOnly)
     EXPECT_EQ(system_convert_code_format(nullptr, "a", out), 0);
     EXPECT_EQ(system_convert_code_format("utf-8", nullptr, out), 0);
     EXPECT_EQ(system_convert_code_format("utf-8", "a", nullptr), 0);
-    EXPECT_EQ(system_convert_code_format("utf-16", "a", out), 0);
+    for (const char *const other : {"", "utf", "utf-8x", "UTF-8", "utf-16", "gb231", "gb23122"}) {
+        EXPECT_EQ(system_convert_code_format(other, "a", out), 0) << other;
+    }
     EXPECT_STREQ(out, "before");
     EXPECT_NE(system_convert_code_format("utf-8", "", out), 0);
     EXPECT_STREQ(out, "");
@@ -249,6 +286,81 @@ TEST(CodeFormat, AFailureLeavesNothingForTheNextText)
     EXPECT_STREQ(out, "");
     EXPECT_NE(system_convert_code_format("gb2312", kUtf8, out), 0);
     EXPECT_STREQ(out, kGbk);
+}
+
+/** Whether texts convert rightly both ways, and texts that break off fail without a trace. */
+bool both_ways_work()
+{
+    char out[40];
+    return system_convert_code_format("utf-8", kGbk, out) != 0 && out == std::string{kUtf8} &&
+           system_convert_code_format("utf-8", "\xd6\xd0\xd6", out) == 0 &&
+           system_convert_code_format("gb2312", kUtf8, out) != 0 && out == std::string{kGbk} &&
+           system_convert_code_format("gb2312", "\xe4\xb8\xad\xe6", out) == 0;
+}
+
+TEST(CodeFormat, ThreadsDoNotMeetInAConverter)
+{
+    constexpr int kThreads = 8;
+    const int opened_before = opened;
+    const int closed_before = closed;
+    std::latch start{kThreads};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int round = 0; round < 5000; ++round) {
+                wrong += both_ways_work() ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(opened - opened_before, 2 * kThreads) << "one each way, kept";
+    EXPECT_EQ(closed - closed_before, 2 * kThreads) << "by the threads' ends";
+}
+
+/** A program's own clean-up at a thread's end may convert once more, after ours. */
+TEST(CodeFormat, ConversionWhileAThreadEnds)
+{
+    static std::atomic<int> rounds;
+    static pthread_key_t key;
+    rounds = 0;
+    const int opened_before = opened;
+    const int closed_before = closed;
+    ASSERT_TRUE(both_ways_work());  // so that our clean-up was registered first
+    const int kept = opened - opened_before;
+    ASSERT_EQ(pthread_key_create(&key,
+                                 [](void *value) {
+                                     EXPECT_TRUE(both_ways_work());
+                                     if (++rounds < 2) {
+                                         pthread_setspecific(key, value);
+                                     }
+                                 }),
+              0);
+    std::thread{[] {
+        EXPECT_TRUE(both_ways_work());
+        pthread_setspecific(key, &key);
+    }}.join();
+    EXPECT_EQ(rounds, 2);
+    EXPECT_EQ(opened - opened_before - kept, closed - closed_before) << "nothing is left open";
+    EXPECT_EQ(pthread_key_delete(key), 0);
+}
+
+TEST(CodeFormat, AChildGoesOnWithItsOwnConverters)
+{
+    ASSERT_TRUE(both_ways_work());
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        _exit(both_ways_work() ? 0 : 1);
+    }
+    EXPECT_TRUE(both_ways_work());
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace

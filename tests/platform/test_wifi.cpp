@@ -239,6 +239,11 @@ static Function real(const char *name)
 
 extern "C" {
 
+int genl_connect(nl_sock *socket)
+{
+    return kernel_has_radios ? 0 : real<int (*)(nl_sock *)>("genl_connect")(socket);
+}
+
 int genl_ctrl_resolve(nl_sock *socket, const char *name)
 {
     return kernel_has_radios

@@ -66,7 +66,7 @@ time_t time(time_t *out) noexcept
         static const auto real_time = real<time_t (*)(time_t *)>("time");
         return real_time(out);
     }
-    const time_t now = simulated_us / 1000000;
+    const auto now = static_cast<time_t>(simulated_us / 1000000);
     if (out != nullptr) {
         *out = now;
     }
@@ -80,8 +80,8 @@ int clock_gettime(clockid_t clock, struct timespec *now) noexcept
             real<int (*)(clockid_t, struct timespec *)>("clock_gettime");
         return real_clock_gettime(clock, now);
     }
-    now->tv_sec = simulated_us / 1000000;
-    now->tv_nsec = simulated_us % 1000000 * 1000;
+    now->tv_sec = static_cast<time_t>(simulated_us / 1000000);
+    now->tv_nsec = static_cast<long>(simulated_us % 1000000 * 1000);
     return 0;
 }
 }

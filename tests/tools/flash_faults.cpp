@@ -20,6 +20,8 @@
 #include <cstring>
 #include <string>
 
+#include "support/wide.hpp"
+
 namespace
 {
 
@@ -101,7 +103,8 @@ EXPORTED ssize_t pwrite(int fd, const void *bytes, size_t size, off_t at)
         --fault().number;
         copy[size / 2] = static_cast<char>(copy[size / 2] ^ 1);
     }
-    return real<ssize_t(int, const void *, size_t, off_t)>("pwrite")(fd, copy.data(), size, at);
+    return real<ssize_t(int, const void *, size_t, off_t)>(WIDE("pwrite"))(fd, copy.data(), size,
+                                                                           at);
 }
 
 EXPORTED ssize_t pread(int fd, void *bytes, size_t size, off_t at)
@@ -109,7 +112,7 @@ EXPORTED ssize_t pread(int fd, void *bytes, size_t size, off_t at)
     if (interrupt(size)) {
         return -1;
     }
-    return real<ssize_t(int, void *, size_t, off_t)>("pread")(fd, bytes, size, at);
+    return real<ssize_t(int, void *, size_t, off_t)>(WIDE("pread"))(fd, bytes, size, at);
 }
 
 EXPORTED int fsync(int fd)
@@ -123,12 +126,12 @@ EXPORTED int fsync(int fd)
 
 EXPORTED int ftruncate(int fd, off_t size) noexcept
 {
-    return step() ? -1 : real<int(int, off_t)>("ftruncate")(fd, size);
+    return step() ? -1 : real<int(int, off_t)>(WIDE("ftruncate"))(fd, size);
 }
 
 EXPORTED int fallocate(int fd, int mode, off_t at, off_t size)
 {
-    return step() ? -1 : real<int(int, int, off_t, off_t)>("fallocate")(fd, mode, at, size);
+    return step() ? -1 : real<int(int, int, off_t, off_t)>(WIDE("fallocate"))(fd, mode, at, size);
 }
 
 EXPORTED void sync(void) noexcept

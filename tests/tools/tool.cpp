@@ -10,6 +10,7 @@
 
 #include <algorithm>
 
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 
@@ -117,7 +118,7 @@ Outcome prodctl(const Words &arguments, const std::string &input,
 void eventually(const std::string &what, const std::function<bool()> &true_at_last)
 {
     constexpr int kPolls = 1000;
-    for (int i = 0; i < kPolls; ++i) {
+    for (int i = 0; i < kPolls * slowdown(); ++i) {
         if (true_at_last()) {
             return;
         }

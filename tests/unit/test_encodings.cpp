@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -207,6 +208,16 @@ TEST_F(Chinese, WhatWouldNotFitTheStatedSizeFails)
     EXPECT_THAT(printed([] { EXPECT_EQ(encode_chinese("gbk", "aaaaaa"), nullptr); }), Prints(line));
 }
 
+TEST_F(Chinese, TheCallersBlockIsNoLargerThanStated)
+{
+    const std::string text(10000, 'a');
+    for (const char *const encoding : {"utf8", "gbk"}) {
+        char *const converted = encode_chinese(encoding, text.c_str());
+        EXPECT_LT(malloc_usable_size(converted), 2 * text.size());
+        EXPECT_EQ(taken(converted), text);
+    }
+}
+
 #ifdef OWN_HEAP
 TEST_F(Chinese, OutOfMemory)
 {
@@ -399,6 +410,19 @@ TEST(Base64, NoRoomAndNoArguments)
     EXPECT_EQ(prod_decode64(out, nullptr, sizeof(out)), -1);
     EXPECT_EQ(prod_decode64(nullptr, "YWJj", 8), -1);
     EXPECT_STREQ(out, "before");
+}
+
+/** The result's first byte is cleared before the text is looked at. */
+TEST(Base64, ATextOverItself)
+{
+    char text[8] = "YWJj";
+    EXPECT_EQ(prod_decode64(text, text, sizeof(text)), 0);
+    EXPECT_STREQ(text, "");
+    EXPECT_STREQ(text + 1, "WJj");
+    text[0] = 'Y';
+    prod_encode64(text, text, sizeof(text));
+    EXPECT_STREQ(text, "");
+    EXPECT_STREQ(text + 1, "WJj");
 }
 
 TEST(Base64, DecodedByTheTable)

@@ -18,6 +18,7 @@
 #include "prod_common_check.h"
 #include "support/capture.hpp"
 #include "support/config.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 
 using test::config;
@@ -741,7 +742,9 @@ TEST_F(LanMove, KilledAnywhereItLeavesWholeRows)
         close(ready[0]);
         close(ready[1]);
         random = random * 1103515245 + 12345;
-        usleep(500 + random / 65536 % 6000);
+        // Longer and longer, so that a slow machine gets as far, too.
+        usleep((500 + random / 65536 % 6000) *
+               static_cast<useconds_t>((1 + round / 8) * test::slowdown()));
         kill(pid, SIGKILL);
         ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
         cut_short += test::exists(std::string{kFile} + "-journal") ? 1 : 0;

@@ -341,6 +341,36 @@ TEST_F(Lock, UnlockTriesAgainAfterASignal)
     EXPECT_THAT(time.sleeps(), ElementsAre(1000000, 1000000, 1000000, 1000000));
 }
 
+/** Runs @p code in a process in which no line of the log can be written. */
+void without_output(const std::function<bool()> &code)
+{
+    test::Child child{[&](test::Child &) {
+        set_dbg_level("prod", PROD_DBG_DEBUG);
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        close(STDOUT_FILENO);
+        const bool well = code();
+        set_dbg_level("prod", PROD_DBG_OFF);
+        _exit(well ? 0 : 1);
+    }};
+    child.expect_status(0);
+}
+
+TEST_F(Lock, ALogThatFailsHidesNoErrno)
+{
+    const Holder holder{"unheard"};
+    without_output([] {
+        const SimulatedUptime uptime;
+        operations.clear();
+        return ipc_lock_timeout(3, "unheard") == 0 && operations.size() == 31;
+    });
+    without_output([] {
+        const SimulatedUptime uptime;
+        semop_errno = EINTR;
+        semop_failures = 2;
+        return ipc_unlock("alone") == 1 && uptime.time.sleeps().size() == 2;
+    });
+}
+
 // ---- the time-out -----------------------------------------------------------------------------
 
 TEST_F(Lock, WithoutTimeItIsTriedOnce)

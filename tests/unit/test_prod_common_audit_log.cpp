@@ -20,6 +20,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/wide.hpp"
 
 using test::config;
 using test::log_line;
@@ -66,7 +67,7 @@ struct tm *localtime_r(const time_t *when, struct tm *local) noexcept
 int statfs(const char *path, struct statfs *fs) noexcept
 {
     static const auto real =
-        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, "statfs"));
+        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, WIDE("statfs")));
     if (path == unknown_folder) {
         errno = EIO;
         return -1;

@@ -545,7 +545,7 @@ std::string printed_before_attaching(const char *what)
     return printed([&] {
         const pid_t child = fork();
         if (child == 0) {
-            execl("/proc/self/exe", "test", what, nullptr);
+            execl(program_invocation_name, "test", what, nullptr);
             _exit(127);
         }
         int status = -1;

@@ -25,6 +25,7 @@
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/wide.hpp"
 
 using test::config;
 using test::exists;
@@ -130,8 +131,8 @@ void log_debug_print(const char *function, int line, int level, const char *modu
 
 void *mmap(void *start, size_t size, int protection, int flags, int fd, off_t offset) noexcept
 {
-    static const auto real =
-        reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(dlsym(RTLD_NEXT, "mmap"));
+    static const auto real = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(
+        dlsym(RTLD_NEXT, WIDE("mmap")));
     if (failing_mmap != 0 && fd >= 0) {
         EXPECT_EQ(protection, PROT_READ);
         EXPECT_EQ(flags, MAP_SHARED);

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "support/capture.hpp"
+#include "support/emulation.hpp"
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define OWN_HEAP  // a sanitizer brings an allocator of its own
@@ -303,8 +304,12 @@ std::string printed_in_child(const std::function<void()> &code)
     });
 }
 
+constexpr const char *kOwnStat =
+    "makes /proc/self/stat up, with the name that the program was started under";
+
 TEST(GetSelfPname, IsReadOnceFromTheKernel)
 {
+    SKIP_IF_EMULATED(kOwnStat);
     EXPECT_EQ(printed_in_child([] {
                   prctl(PR_SET_NAME, "dhcpcd_wan1");
                   printf("%s,", get_self_pname());
@@ -316,6 +321,7 @@ TEST(GetSelfPname, IsReadOnceFromTheKernel)
 
 TEST(GetSelfPname, AFileThatCannotBeOpenedIsTriedAgain)
 {
+    SKIP_IF_EMULATED(kOwnStat);
     // The one that creates the table asks for its name on the way.
     printed_in_child([] { get_dbg_info(); });
     const std::string text = printed_in_child([] {
@@ -335,6 +341,7 @@ TEST(GetSelfPname, AFileThatCannotBeOpenedIsTriedAgain)
 
 TEST(GetSelfPname, ANameWithAParenthesisEndsThere)
 {
+    SKIP_IF_EMULATED(kOwnStat);
     EXPECT_EQ(printed_in_child([] {
                   prctl(PR_SET_NAME, "a (b) c");
                   printf("%s", get_self_pname());
@@ -344,6 +351,7 @@ TEST(GetSelfPname, ANameWithAParenthesisEndsThere)
 
 TEST(GetSelfPname, AnEmptyNameDoesNotMatch)
 {
+    SKIP_IF_EMULATED(kOwnStat);
     const std::string text = printed_in_child([] {
         prctl(PR_SET_NAME, "");
         printf("%s", get_self_pname());

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <string>
@@ -203,10 +204,12 @@ TEST_F(Time, ATimeThatCannotBeShownIsEmpty)
     EXPECT_STREQ(get_date_str_by_sec(0), "");
     EXPECT_STREQ(get_datetime_str_by_sec(0), "");
     localtime_fails = false;
-    // A year of more than four digits is cut to the room there is.
-    const test::SimulatedTime time{4000000000000};
-    EXPECT_STREQ(get_date_str(), "128724-12-15");
-    EXPECT_STREQ(get_datetime_str(), "128724-12-15 07:06:");
+    // A year of more than four digits is cut to the room there is. A clock of 32 bits has none.
+    if constexpr (sizeof(time_t) > sizeof(std::int32_t)) {
+        const test::SimulatedTime time{static_cast<time_t>(4000000000000)};
+        EXPECT_STREQ(get_date_str(), "128724-12-15");
+        EXPECT_STREQ(get_datetime_str(), "128724-12-15 07:06:");
+    }
 }
 
 TEST_F(Time, TzCountsWholeHoursWestward)

@@ -24,6 +24,7 @@
 #include "support/capture.hpp"
 #include "support/files.hpp"
 #include "support/time.hpp"
+#include "support/wide.hpp"
 
 using test::log_line;
 using test::printed;
@@ -58,7 +59,7 @@ DIR *opendir(const char *path)
 int statfs(const char *path, struct statfs *fs) noexcept
 {
     static const auto real =
-        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, "statfs"));
+        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, WIDE("statfs")));
     const auto found = file_systems.find(path);
     if (found == file_systems.end()) {
         return real(path, fs);

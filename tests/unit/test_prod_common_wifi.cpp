@@ -17,6 +17,7 @@
 #include "platform/process.h"
 #include "support/capture.hpp"
 #include "support/config.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 
 using test::config;
@@ -778,6 +779,7 @@ const std::string kOutOfMemory =
 
 TEST_F(Wifi, NoMemoryForTheFrame)
 {
+    SKIP_IF_EMULATED("sets no limit to a program's memory");
     const HugeText text{2};
     EXPECT_THAT(printed([&] {
                     const NoMoreMemory limit;

@@ -24,7 +24,8 @@ struct Item {
 
 Item *item_of(rb_node *node)
 {
-    return reinterpret_cast<Item *>(reinterpret_cast<char *>(node) - offsetof(Item, node));
+    void *const start = reinterpret_cast<char *>(node) - offsetof(Item, node);
+    return static_cast<Item *>(start);
 }
 
 const Item *item_of(const rb_node *node)
@@ -220,6 +221,22 @@ TEST(Tree, ANodeInNoTreeHasNoNeighbours)
     }
 }
 
+TEST(Tree, BelowFourThereIsNoParent)
+{
+    for (unsigned long value = 0; value < 4; ++value) {
+        rb_node node = {};
+        node.rb_parent_color = value;
+        rb_root root = {&node};
+        EXPECT_EQ(rb_next(&node), nullptr);
+        EXPECT_EQ(rb_prev(&node), nullptr);
+        rb_insert_color(&node, &root);
+        EXPECT_EQ(node.rb_parent_color, 1U) << "the root, black";
+        node.rb_parent_color = value;
+        rb_erase(&node, &root);
+        EXPECT_EQ(root.rb_node, nullptr);
+    }
+}
+
 TEST(Tree, NullDoesNothing)
 {
     rb_root root = {};
@@ -250,6 +267,18 @@ TEST(Tree, NullDoesNothing)
     rb_augment_path(&item.node, nullptr, nullptr);
     EXPECT_EQ(root.rb_node, &item.node);
     EXPECT_EQ(item.node.rb_parent_color, before.rb_parent_color);
+
+    // Two reds below each other, which would turn.
+    Item second = {2, 0, 0, {}};
+    Item third = {3, 0, 0, {}};
+    insert(second, root);
+    link(third, root);
+    rb_insert_color(&third.node, nullptr);
+    EXPECT_EQ(root.rb_node, &item.node);
+    EXPECT_EQ(item.node.rb_right, &second.node);
+    EXPECT_EQ(second.node.rb_right, &third.node);
+    EXPECT_FALSE(is_black(&second.node));
+    EXPECT_FALSE(is_black(&third.node));
 }
 
 TEST(Tree, AscendingAndDescendingKeepTheHeight)

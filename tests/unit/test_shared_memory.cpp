@@ -2,14 +2,16 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <functional>
 
 #include "ipc/shared_memory.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/files.hpp"
 
 using test::console_line;
@@ -144,29 +146,76 @@ TEST(GetSharedMemory, ASegmentThatCannotBeAttachedStaysUnregistered)
     shmdt(address);
 }
 
-TEST(GetSharedMemory, OfManyAtOnceOneRegisters)
+TEST(GetSharedMemory, NoSegmentIsLeft)
 {
-    constexpr int kProcesses = 40;
-    int start[2];
-    ASSERT_EQ(pipe(start), 0);
-    for (int i = 0; i < kProcesses; ++i) {
-        if (fork() == 0) {
-            close(start[1]);
-            char byte;
-            if (read(start[0], &byte, 1) != 0) {
-                _exit(2);
+    void *const before = get_shared_memory("before", 16);
+    test::write_text("/proc/sys/kernel/shmmni", "0\n");
+    EXPECT_THAT(printed([] { EXPECT_EQ(get_shared_memory("one too many", 16), nullptr); }),
+                Prints(message("Failed(28) to create shared memory one too many, No space left on "
+                               "device.")));
+    void *const again = get_shared_memory("before", 16);
+    EXPECT_NE(again, nullptr) << "those that exist go on working";
+    test::write_text("/proc/sys/kernel/shmmni", "4096\n");
+    EXPECT_EQ(lines_about("/var/run/shm.one too many"), 0);
+    void *const now = get_shared_memory("one too many", 16);
+    EXPECT_NE(now, nullptr);
+    for (void *const address : {before, again, now}) {
+        shmdt(address);
+    }
+}
+
+/** What the next call finds after @p lose has taken away what leads to the segment of that name. */
+void expect_made_anew(const char *name, const std::function<void(const std::string &)> &lose)
+{
+    const std::string key_file = std::string{"/var/run/shm."} + name;
+    auto *const lost = static_cast<char *>(get_shared_memory(name, 64));
+    ASSERT_NE(lost, nullptr);
+    strcpy(lost, "old");
+    lose(key_file);
+    auto *const fresh = static_cast<char *>(get_shared_memory(name, 64));
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_STREQ(fresh, "");
+    strcpy(fresh, "new");
+    EXPECT_STREQ(lost, "old") << "whoever has it attached keeps it";
+    EXPECT_EQ(lines_about(key_file), 2);
+    shmdt(lost);
+    shmdt(fresh);
+}
+
+TEST(GetSharedMemory, ASegmentThatIsRemovedIsMadeAnew)
+{
+    expect_made_anew("removed", [](const std::string &key_file) {
+        ASSERT_EQ(shmctl(shmget(ftok(key_file.c_str(), 1), 64, 0), IPC_RMID, nullptr), 0);
+    });
+}
+
+TEST(GetSharedMemory, AKeyFileThatIsMadeAnewNamesAnotherSegment)
+{
+    expect_made_anew("key", [](const std::string &key_file) {
+        // Kept elsewhere: the key comes from its inode, whose number must not be free again.
+        ASSERT_EQ(rename(key_file.c_str(), "/var/run/kept"), 0);
+    });
+}
+
+TEST(GetSharedMemory, OfSixtyFourFirstUsersOneCreatesIt)
+{
+    constexpr int kProcesses = 64;
+    for (int round = 0; round < 5; ++round) {
+        const std::string name = "race" + std::to_string(round);
+        test::all_at_once(kProcesses, [&](int number) {
+            void *const bytes = get_shared_memory(name.c_str(), kProcesses);
+            if (bytes == nullptr) {
+                return 1;
             }
-            _exit(get_shared_memory("race", 128) != nullptr ? 0 : 1);
-        }
+            static_cast<char *>(bytes)[number] = 1;
+            return 0;
+        });
+        auto *const bytes = static_cast<char *>(get_shared_memory(name.c_str(), kProcesses));
+        ASSERT_NE(bytes, nullptr);
+        EXPECT_EQ(std::count(bytes, bytes + kProcesses, 1), kProcesses) << "all had the same one";
+        EXPECT_EQ(lines_about("/var/run/shm." + name), 1);
+        shmdt(bytes);
     }
-    close(start[0]);
-    close(start[1]);  // all are let go together
-    for (int i = 0; i < kProcesses; ++i) {
-        int status = 1;
-        wait(&status);
-        EXPECT_EQ(status, 0);
-    }
-    EXPECT_EQ(lines_about("/var/run/shm.race"), 1);
 }
 
 }  // namespace

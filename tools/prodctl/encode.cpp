@@ -13,6 +13,7 @@
 
 #include "groups.hpp"
 #include "prod_common_string.h"
+#include "words.hpp"
 
 namespace prodctl
 {
@@ -76,22 +77,17 @@ std::optional<std::string> decode_base64(const Call &call, std::string digits)
 
 std::optional<std::string> encode_hex(const Call &, std::string text)
 {
-    std::string out(2 * text.size() + 1, '\0');
-    str_to_hex(text.c_str(), out.data(), static_cast<unsigned int>(out.size()));
-    return out.c_str();
+    return hex_of(text.c_str());
 }
 
 std::optional<std::string> decode_hex(const Call &call, std::string digits)
 {
     drop_blanks(digits);
-    if (digits.size() % 2 != 0 ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    const std::optional<std::string> text = text_of_hex(digits);
+    if (!text) {
         call.no("that is no text of hexadecimal pairs");
-        return std::nullopt;
     }
-    std::string out(digits.size() / 2 + 1, '\0');
-    hex_to_str(digits.c_str(), out.data(), static_cast<unsigned int>(out.size()));
-    return out.c_str();
+    return text;
 }
 
 std::optional<std::string> encode_gbk(const Call &call, std::string text)
@@ -162,7 +158,7 @@ int run_either(const Call &call, cJSON *answer, Convert Format::*direction)
     }
     if (call.json()) {
         add_text(answer, "result", *result);
-        add_text(answer, "hex", *encode_hex(call, *result));
+        add_text(answer, "hex", hex_of(result->c_str()));
     } else {
         cJSON_AddStringToObject(answer, "result", result->c_str());
     }

@@ -2,8 +2,13 @@
 // The groups of commands, and the parts of their answers that the status page puts together.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "command.hpp"
 #include "platform/database.h"
+#include "prod_common_types.h"
 #include "words.hpp"
 
 namespace prodctl
@@ -17,6 +22,7 @@ extern const Command kLanGroup;
 extern const Command kIpv6Group;
 extern const Command kBridgeGroup;
 extern const Command kWifiGroup;
+extern const Command kMeshGroup;
 extern const Command kLedGroup;
 extern const Command kPortCommand;
 extern const Command kFirmwareGroup;
@@ -54,7 +60,26 @@ int run_wan_detect(const Call &call, cJSON *answer);
 void show_wan_detect(const cJSON *answer, Page &page);
 int run_lan_move(const Call &call, cJSON *answer);
 void show_lan_move(const cJSON *answer, Page &page);
+int run_lan_clients(const Call &call, cJSON *answer);
+int run_lan_arp(const Call &call, cJSON *answer);
+void show_lan_arp(const cJSON *answer, Page &page);
 extern const Command kLanRecordsGroup;
+/** The clients of the DHCP server; lines of its list that are no clients are left out. */
+std::vector<DHCPS_CLIENT_LIST_STRU> dhcp_clients();
+/** The host name that a client gave, "" for none. */
+const char *given_name(const char *hostname);
+
+/** An entry of the kernel's neighbour table. */
+struct ArpEntry {
+    std::string address;
+    std::string mac;
+    std::string interface;
+    unsigned int flags;  // ATF_...
+};
+/** The table as it stands; nothing when it cannot be read. */
+std::optional<std::vector<ArpEntry>> arp_table();
+constexpr char kNoArpTable[] = "the neighbour table cannot be read";
+
 /** The name of one of the tables that lan records shows. */
 const char *table_name(const db_table *table);
 
@@ -79,6 +104,8 @@ void add_name_servers(cJSON *answer);
 void show_name_servers(const cJSON *answer, Page &page);
 void add_ports(cJSON *answer);
 void show_ports(const cJSON *answer, Page &page);
+void add_clients(cJSON *answer);
+void show_clients(const cJSON *answer, Page &page);
 int add_neighbours(const Call &call, cJSON *answer);
 void show_neighbours(const cJSON *answer, Page &page);
 void add_system(cJSON *answer);

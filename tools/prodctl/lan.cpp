@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The LAN bridge and who is on it.
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <cstdint>
-#include <memory>
 #include <set>
 
 #include "groups.hpp"
@@ -18,58 +16,16 @@ namespace prodctl
 namespace
 {
 
-constexpr char kNeighbourTable[] = "/proc/net/arp";
-constexpr char kLeases[] = "/etc/dhcps.leases";
-constexpr std::size_t kLineSize = 1024;
-constexpr std::size_t kNeighbourMax = 4096;
-
-struct CloseFile {
-    void operator()(FILE *file) const { fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-/** Calls @p take with each line of a file. @return whether the file could be opened */
-template <typename Take>
-bool each_line(const char *path, Take take)
-{
-    const File file{fopen(path, "re")};
-    if (file == nullptr) {
-        return false;
-    }
-    char line[kLineSize];
-    while (fgets(line, sizeof(line), file.get()) != nullptr) {
-        take(line);
-    }
-    return true;
-}
-
-/** The DHCP server's clients: lines "EXPIRY MAC ADDRESS NAME ID HOST-NAME". */
-std::vector<DHCPS_CLIENT_LIST_STRU> dhcp_clients()
-{
-    std::vector<DHCPS_CLIENT_LIST_STRU> clients;
-    each_line(kLeases, [&](const char *line) {
-        DHCPS_CLIENT_LIST_STRU client = {};
-        if (clients.size() < kNeighbourMax &&
-            sscanf(line, "%*[^ ] %17[^ ] %15[^ ] %*[^*|:] %*[^ ] %63[^\n]", client.mac,
-                   client.ipaddr, client.hostname) >= 2) {
-            clients.push_back(client);
-        }
-    });
-    return clients;
-}
-
 /** The addresses of the neighbour table in their order, each once. */
-std::set<std::uint32_t> known_addresses()
+std::set<std::uint32_t> known_addresses(const std::vector<ArpEntry> &table)
 {
     std::set<std::uint32_t> addresses;
-    each_line(kNeighbourTable, [&](const char *line) {
-        char text[INET_ADDRSTRLEN] = "";
+    for (const ArpEntry &entry : table) {
         in_addr address;
-        if (addresses.size() < kNeighbourMax && sscanf(line, "%15s", text) == 1 &&
-            inet_pton(AF_INET, text, &address) == 1) {
+        if (inet_pton(AF_INET, entry.address.c_str(), &address) == 1) {
             addresses.insert(ntohl(address.s_addr));
         }
-    });
+    }
     return addresses;
 }
 
@@ -116,6 +72,16 @@ void show_show(const cJSON *answer, Page &page)
 constexpr Option kMoveOptions[] = {{"--dry-run", nullptr, "only show what would change"}};
 
 const Command kCommands[] = {
+    {.name = "arp",
+     .summary = "The kernel's neighbours on all interfaces, or the address of one",
+     .arguments = "[MAC]",
+     .max_arguments = 1,
+     .details = "Without MAC, each entry of the neighbour table with its state: \"complete\", "
+                "\"permanent\"\n"
+                "or \"incomplete\" when nobody has answered yet.",
+     .no = "no neighbour has that MAC",
+     .run = run_lan_arp,
+     .show = show_lan_arp},
     {.name = "check",
      .summary = "Whether an address range clashes with those that the device serves",
      .arguments = "ADDRESS/MASK",
@@ -129,6 +95,11 @@ const Command kCommands[] = {
      .no = "it clashes",
      .run = run_lan_check,
      .show = show_lan_check},
+    {.name = "clients",
+     .summary = "The clients of the DHCP server: address, MAC and host name",
+     .details = "Host names are those that the clients gave, in UTF-8.",
+     .run = run_lan_clients,
+     .show = show_clients},
     {.name = "move",
      .summary = "Move the LAN, with every setting that names one of its hosts",
      .arguments = "ADDRESS/MASK",
@@ -162,7 +133,11 @@ int add_neighbours(const Call &call, cJSON *answer)
 {
     std::vector<DHCPS_CLIENT_LIST_STRU> clients = dhcp_clients();
     cJSON *const neighbours = cJSON_AddArrayToObject(answer, "neighbours");
-    for (const std::uint32_t known : known_addresses()) {
+    const std::optional<std::vector<ArpEntry>> table = arp_table();
+    if (!table) {
+        return call.no(kNoArpTable);
+    }
+    for (const std::uint32_t known : known_addresses(*table)) {
         const std::string address = dotted_quad(known);
         char mac[18] = "";
         if (lan_get_macstr_by_ip(address.c_str(), mac) == 0) {
@@ -173,10 +148,9 @@ int add_neighbours(const Call &call, cJSON *answer)
         cJSON *const neighbour = add_object_to(neighbours);
         add_text(neighbour, "address", address);
         add_text(neighbour, "mac", mac);
-        add_text(neighbour, "hostname", name != nullptr ? name : "");
+        add_text(neighbour, "hostname", name != nullptr ? given_name(name) : "");
     }
-    return access(kNeighbourTable, R_OK) == 0 ? kYes
-                                              : call.no("the neighbour table cannot be read");
+    return kYes;
 }
 
 void show_neighbours(const cJSON *answer, Page &page)

@@ -16,6 +16,7 @@ int run_status(const Call &call, cJSON *answer)
     add_ipv6(answer);
     add_name_servers(answer);
     add_ports(answer);
+    add_clients(answer);
     status = add_neighbours(call, answer) == kYes ? status : kNo;
     return add_modules(call, answer) == kYes ? status : kNo;
 }
@@ -26,11 +27,14 @@ void show_status(const cJSON *answer, Page &page)
         const char *title;
         void (*show)(const cJSON *answer, Page &page);
     };
-    constexpr Section kSections[] = {
-        {"System", show_system},       {"WANs", show_wans},
-        {"IPv6", show_ipv6},           {"Name servers", show_name_servers},
-        {"Ports", show_ports},         {"Neighbours on the LAN", show_neighbours},
-        {"Debug levels", show_modules}};
+    constexpr Section kSections[] = {{"System", show_system},
+                                     {"WANs", show_wans},
+                                     {"IPv6", show_ipv6},
+                                     {"Name servers", show_name_servers},
+                                     {"Ports", show_ports},
+                                     {"DHCP clients", show_clients},
+                                     {"Neighbours on the LAN", show_neighbours},
+                                     {"Debug levels", show_modules}};
     for (const Section &section : kSections) {
         page.heading(section.title);
         section.show(answer, page);
@@ -41,7 +45,7 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, neighbours, debug levels",
+    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, clients, debug levels",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,

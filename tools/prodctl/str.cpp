@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Conversions of text that a shell on the device has no tool for.
-#include <cstring>
+#include <cstdio>
 
 #include "groups.hpp"
 #include "prod_common_string.h"
@@ -19,25 +19,20 @@ void show_result(const cJSON *answer, Page &page)
 
 int run_hex(const Call &call, cJSON *answer)
 {
-    std::string digits(2 * strlen(call[0]) + 1, '\0');
-    str_to_hex(call[0], digits.data(), static_cast<unsigned int>(digits.size()));
-    add_text(answer, "result", digits.c_str());
+    add_text(answer, "result", hex_of(call[0]));
     return kYes;
 }
 
 int run_unhex(const Call &call, cJSON *answer)
 {
-    const std::string_view digits = call[0];
-    if (digits.size() % 2 != 0 ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos) {
+    const std::optional<std::string> text = text_of_hex(call[0]);
+    if (!text) {
         return call.usage("'%s' is no text of hexadecimal pairs", call[0]);
     }
-    std::string text(digits.size() / 2 + 1, '\0');
-    hex_to_str(call[0], text.data(), static_cast<unsigned int>(text.size()));
     if (call.json()) {
-        add_text(answer, "result", text.c_str());
+        add_text(answer, "result", *text);
     } else {
-        cJSON_AddStringToObject(answer, "result", text.c_str());
+        cJSON_AddStringToObject(answer, "result", text->c_str());
     }
     return kYes;
 }

@@ -7,9 +7,11 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "prod_common_cfm.h"
 #include "prod_common_ifaddrs.h"
+#include "prod_common_string.h"
 
 namespace prodctl
 {
@@ -55,6 +57,25 @@ std::optional<int> number(const char *text, int smallest, int largest)
         return std::nullopt;
     }
     return static_cast<int>(value);
+}
+
+std::string hex_of(const char *text)
+{
+    std::string digits(2 * strlen(text) + 1, '\0');
+    str_to_hex(text, digits.data(), static_cast<unsigned int>(digits.size()));
+    digits.pop_back();
+    return digits;
+}
+
+std::optional<std::string> text_of_hex(const std::string &digits)
+{
+    if (digits.size() % 2 != 0 ||
+        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        return std::nullopt;
+    }
+    std::string text(digits.size() / 2 + 1, '\0');
+    hex_to_str(digits.c_str(), text.data(), static_cast<unsigned int>(text.size()));
+    return text.c_str();
 }
 
 bool is_dotted_quad(const char *text)

@@ -26,6 +26,12 @@ std::string listed(std::span<const Word> words);
 /** A whole decimal number in a range. */
 std::optional<int> number(const char *text, int smallest, int largest);
 
+/** A text as hexadecimal digits, by the library. */
+std::string hex_of(const char *text);
+/** What pairs of hexadecimal digits stand for, up to a zero byte; nothing when they are not such.
+ */
+std::optional<std::string> text_of_hex(const std::string &digits);
+
 /** What stands where an address should and there is none. */
 constexpr char kNoAddress[] = "0.0.0.0";
 

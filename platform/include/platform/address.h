@@ -36,6 +36,8 @@ PLATFORM_API int ifaddrs_ipmask_to_numeric(const char *mask);
 /**
  * Whether two address ranges, each given by an address in it and its mask, share addresses: their
  * networks are the same under the shorter of the two masks. Masks with gaps are taken as they are.
+ * @param ip1, mask1  the one range
+ * @param ip2, mask2  the other
  * @return non-zero when they do; 0 when not, and for an address that is NULL or none. A mask that
  *         is NULL or none counts as 255.255.255.255.
  */

@@ -47,6 +47,7 @@ PLATFORM_API int check_fw_type(const char *image, long size);
  * Whether an image in memory is whole: header and contents match their checksums, and nothing is
  * missing or too much.
  * @param type  what check_fw_type() returned
+ * @param size  bytes of the image
  * @return 0; negative, a fw_check_t, when it is not
  */
 PLATFORM_API int check_fw_crc(int type, const char *image, long size);

@@ -110,6 +110,7 @@ PLATFORM_BEGIN
 
 /**
  * Reads what an LED shows. A forced state is read back as LED_ON or LED_OFF.
+ * @param id     the LED
  * @param state  receives a led_pattern_t
  * @return 0 on success; non-zero for an LED the board does not have (and for buttons), @p state
  *         untouched
@@ -120,6 +121,7 @@ PLATFORM_API int iof_gpio_get(gpio_id_t id, unsigned int *state);
  * Makes an LED show @p pattern: on, off, blinking once a second, or what drives it when nobody
  * else does (LED_NORMAL). LED_FORCE_ON and LED_FORCE_OFF do what LED_ON and LED_OFF do, whatever
  * drives the LED.
+ * @param id  the LED
  * @return 0 on success, non-zero for an LED the board does not have or an unknown pattern
  */
 PLATFORM_API int iof_gpio_set(gpio_id_t id, led_pattern_t pattern);
@@ -128,6 +130,8 @@ PLATFORM_API int iof_gpio_set(gpio_id_t id, led_pattern_t pattern);
  * Starts (1) or resets (0) the pattern sequencing of an LED: 1 hands it to what normally drives it,
  * 0 takes it away from whatever does and leaves it off. Called with 0 before an LED is forced on or
  * off.
+ * @param id     the LED
+ * @param start  1 or 0
  * @return 0 on success, non-zero for an LED the board does not have
  */
 PLATFORM_API int iof_gpio_set_start(gpio_id_t id, int start);

@@ -46,6 +46,7 @@ PLATFORM_API int monitor_check_exist(const char *process_name);
 /**
  * Sends a signal to every process of that name; as with monitor_check_exist(), 15 characters of it
  * are compared, and one that has ended does not count.
+ * @param signo  the signal
  * @return 0 when at least one was sent it, else -1: errno is ESRCH when there is none, EPERM when
  *         the caller may not, EINVAL for a NULL or empty name or a signal that is none
  */
@@ -65,6 +66,7 @@ PLATFORM_API int monitor_stop(const char *process_name);
  * Delivers one frame to the daemon that listens on a local stream socket: the 4-byte Length in
  * host order, then Body. Does not wait for an answer. A daemon that does not accept or read is
  * waited for at most a second at a time; one that closes early raises no SIGPIPE.
+ * @param socket_path  where the daemon listens
  * @return 0 on success, a negative value on failure: errno is ENOENT or ECONNREFUSED when nobody
  *         listens, EAGAIN after the wait, EPIPE or ECONNRESET, EINVAL for a NULL argument, a
  *         negative Length or a path of 108 characters or more

@@ -27,6 +27,7 @@ PLATFORM_BEGIN
 
 /**
  * Maps a BSS's configuration name ("wlan0.3") to the system's interface name.
+ * @param cfg_ifname  the configuration name
  * @param os_ifname  16 bytes; receives the name, empty when there is no such interface
  * @return 0 on success, -1 when there is no such interface or an argument is NULL
  */

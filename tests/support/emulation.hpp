@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+// Tests where the programs run under an emulator, which is slower than the device and not a whole
+// kernel.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+namespace test
+{
+
+/** How many times longer than at the machine's speed a test may wait for something. */
+inline int slowdown()
+{
+    const char *const times = getenv("PROD_SLOWDOWN");
+    return times != nullptr ? atoi(times) : 1;
+}
+
+inline bool is_emulated()
+{
+    return getenv("PROD_EMULATED") != nullptr;
+}
+
+/**
+ * What a process that renamed itself to @p name reads there: the emulator makes its own
+ * /proc/self/stat up, with the name of the program.
+ */
+inline std::string own_name(const char *name)
+{
+    return std::string{is_emulated() ? program_invocation_short_name : name}.substr(0, 15);
+}
+
+}  // namespace test
+
+/** Skips a test that needs what the emulator does not do; @p what says what that is. */
+#define SKIP_IF_EMULATED(what)                 \
+    if (test::is_emulated()) {                 \
+        GTEST_SKIP() << "qemu-user: " << what; \
+    }                                          \
+    static_assert(true)
