@@ -9,6 +9,7 @@ int main(void)
     char label[] = "--board--";
 
     prod_cfm_get_val("board.name", name);
-    printf("%s: %s\n", str_trim(label, '-') != NULL ? label : "", name[0] != '\0' ? name : "no name");
+    printf("%s: %s\n", str_trim(label, '-') != NULL ? label : "",
+           name[0] != '\0' ? name : "no name");
     return 0;
 }
