@@ -136,13 +136,8 @@ void audit_log_get_time(char *buff, int buff_len)
     if (buff == nullptr || buff_len <= 0 || !local) {
         return;
     }
-    const Text<64> text{"%d-%02d-%02d %02d:%02d:%02d ",
-                        local->tm_year + 1900,
-                        local->tm_mon + 1,
-                        local->tm_mday,
-                        local->tm_hour,
-                        local->tm_min,
-                        local->tm_sec};
+    Text<64> text = date_time_text(*local);
+    text.append(' ');
     copy_text(buff, room_of(buff_len), text.view());
 }
 

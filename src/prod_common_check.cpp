@@ -30,6 +30,7 @@
 #include "internal/proc.hpp"
 #include "internal/text.hpp"
 #include "internal/usb.hpp"
+#include "internal/wan.hpp"
 #include "platform/address.h"
 #include "platform/cfm.h"
 #include "platform/database.h"
@@ -129,7 +130,6 @@ bool leave(const PROD_IP_CONFLICT_STRU &in_the_way, const char *mask,
 
 constexpr const char *kDatabase = "default";
 constexpr const char *kLanBridge = "br0";
-constexpr int kMostWans = 64;
 constexpr int kMostListed = 4096;
 constexpr std::size_t kListedSize = 256;
 
@@ -639,7 +639,7 @@ void check_lanip_change_sync_dhcps(uint32_t uLanIp, uint32_t uLanMask, uint32_t 
 void check_lanip_change_sync_dmz(uint32_t uLanIp, uint32_t uLanMask, uint32_t uOldLanMask)
 {
     const Move move{uLanIp, uLanMask, uOldLanMask};
-    const int wans = std::min(config_int("wans.flag"), kMostWans);
+    const int wans = configured_wans();
     for (int i = 1; i <= wans; ++i) {
         const std::optional<u32> host = move_value(ConfigKey{"wan%d.dmzip", i}.c_str(), move);
         // A DMZ that leads to the device itself would open it to the Internet.
@@ -870,7 +870,7 @@ void update_timestamps(const char *key)
     if (key == nullptr) {
         return;
     }
-    const long long stored = strtoll(ConfigValue{key}.c_str(), nullptr, 10);
+    const long long stored = ConfigValue{key}.to_long_long();
     const long long zone = config_int("sys.timezone");
     const long long now =
         static_cast<long long>(time(nullptr)) - 3600 * (zone - kZoneWithoutOffset);

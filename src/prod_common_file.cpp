@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
@@ -76,8 +75,6 @@ bool take_address(std::string_view line, WAN_IP_INFO_STRU *info)
 }
 
 // ---- rates, connection times -----------------------------------------------------------------
-
-using Json = std::unique_ptr<cJSON, Closer<cJSON_Delete>>;
 
 /** The rates of one WAN in the traffic module's answer, or nullptr. */
 cJSON *find_rates(const cJSON *answer, int wan_id)
@@ -213,9 +210,8 @@ int get_wan_info_by_id(int wanid, WAN_IP_INFO_STRU *info)
     if (info == nullptr) {
         return 0;
     }
-    const Text<32> path{"/etc/wan%d.ini", wanid};
     void *data = nullptr;
-    if (get_file_content(path.c_str(), &data, nullptr) == 0) {
+    if (get_file_content(address_file(wanid).c_str(), &data, nullptr) == 0) {
         return 0;
     }
     const Allocated<char> text{static_cast<char *>(data)};
@@ -244,9 +240,7 @@ HLX_RETURN_CODE file_wan_flow_get(int wan_id, WAN_INFO_FLOW_STRU *flow)
         PROD_LOG_ERROR(kProd, "km_wan_statistic_get_wan_flow fail.");
         return HLX_ERR;
     }
-    if (dbg_enabled("kjson", PROD_DBG_DEBUG)) {
-        json_trace(PROD_SITE, answer.get());
-    }
+    kernel_json_trace(PROD_SITE, answer.get());
     cJSON *const rates = find_rates(answer.get(), wan_id);
     show_rate(rates, "UpRate", flow->up_flow);
     show_rate(rates, "DownRate", flow->down_flow);

@@ -7,9 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 
 #include "internal/daemons.hpp"
@@ -18,10 +16,10 @@
 #include "internal/proc.hpp"
 #include "internal/shell.hpp"
 #include "internal/text.hpp"
+#include "internal/wan.hpp"
 #include "platform/debug.h"
 #include "platform/firmware.h"
 #include "platform/process.h"
-#include "prod_common_cfm.h"
 #include "prod_common_string.h"
 #include "prod_common_system.h"
 #include "prod_common_systool.h"
@@ -35,7 +33,6 @@ namespace
 
 constexpr const char *kCommonSo = "common_so";  // this library in the platform's own log
 constexpr int kFunctionLevel = 0;               // entry and exit there
-constexpr int kMostWans = 64;
 
 static_assert(std::size(kWanDaemons) == 9 && std::size(kDaemons) == 50);
 static_assert(std::size(kUpgradeInitiators) == UPGRADE_BUTT);
@@ -114,9 +111,7 @@ Text<kProcessNameSize> plain_name(std::string_view name)
 void stop_wan_daemons(int wan)
 {
     for (const char *const name : kWanDaemons) {
-        char process[256];
-        snprintf(process, sizeof(process), "%s_wan%d", name, wan);
-        monitor_stop(process);
+        monitor_stop(Text<64>{"%s_wan%d", name, wan}.c_str());
     }
 }
 
@@ -245,7 +240,7 @@ void prod_upgrade_kill_public_process(SYSTEM_UPGRADE_TYPE_ENUM type)
 {
     // Those that feed the hardware watchdog are about to go.
     run_command("echo disable > /proc/watchdog");
-    const int wans = std::min(prod_cfm_get_int_val("wans.flag"), kMostWans);
+    const int wans = configured_wans();
     monitor_stop(kMultiWanManager);
     for (int wan = 1; wan <= wans; ++wan) {
         stop_wan_daemons(wan);

@@ -114,27 +114,25 @@ class Interface
 
 bool configure(const char *name, int flags, const char *addr, const char *netmask)
 {
-    Interface interface {
-        name
-    };
-    if (!interface.is_open() || !interface.set_flags(flags)) {
+    Interface device{name};
+    if (!device.is_open() || !device.set_flags(flags)) {
         return false;
     }
     if (addr == nullptr) {
         return true;
     }
     in_addr address;
-    if (!read_address(addr, &address) || !interface.set_address(SIOCSIFADDR, address)) {
+    if (!read_address(addr, &address) || !device.set_address(SIOCSIFADDR, address)) {
         return false;
     }
     if (netmask == nullptr) {
         return true;
     }
     in_addr mask;
-    if (!read_address(netmask, &mask) || !interface.set_address(SIOCSIFNETMASK, mask)) {
+    if (!read_address(netmask, &mask) || !device.set_address(SIOCSIFNETMASK, mask)) {
         return false;
     }
-    return interface.set_address(SIOCSIFBRDADDR, in_addr{address.s_addr | ~mask.s_addr});
+    return device.set_address(SIOCSIFBRDADDR, in_addr{address.s_addr | ~mask.s_addr});
 }
 
 /** Fills in the name stored under a key; an absent key gives an empty one. */

@@ -19,6 +19,7 @@
 #include "internal/net.hpp"
 #include "internal/shell.hpp"
 #include "internal/trace.hpp"
+#include "internal/wan.hpp"
 #include "json.h"
 #include "platform/address.h"
 #include "platform/debug.h"
@@ -420,8 +421,7 @@ void add_wan_servers(RelayOptions &options, int wan_id)
             continue;
         }
         char server[INI_VALUE_SIZE] = {};
-        file_get_value_from_ini(Text<32>{"/etc/wan%d.ini", wan_id}.c_str(),
-                                Text<8>{"dns%d", i}.c_str(), server);
+        file_get_value_from_ini(address_file(wan_id).c_str(), Text<8>{"dns%d", i}.c_str(), server);
         server[strcspn(server, "\n")] = '\0';
         options.add(server);
     }

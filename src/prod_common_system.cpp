@@ -14,7 +14,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "internal/config.hpp"
 #include "internal/console.hpp"
@@ -79,7 +78,7 @@ bool read_whole(int fd, void *data, std::size_t size)
 }
 
 /** Logs which step of an exchange failed, and the error that the step left. */
-void log_failure(Site site, const char *step)
+void log_step(Site site, const char *step)
 {
     const int err = errno;
     PROD_LOG_ERROR_AT(site, kProd, "%s: %s\n", step, strerror(err));
@@ -88,14 +87,14 @@ void log_failure(Site site, const char *step)
 bool connect_to(Site site, const Fd &fd, const char *path)
 {
     if (!fd) {
-        log_failure(site, "socket");
+        log_step(site, "socket");
         return false;
     }
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     copy_text(address.sun_path, path);
     if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
-        log_failure(site, "connect");
+        log_step(site, "connect");
         return false;
     }
     return true;
@@ -107,11 +106,11 @@ bool limit_waits(Site site, const Fd &fd, int timeout)
         return true;
     }
     if (!set_time_limit(fd.get(), SO_SNDTIMEO, timeout)) {
-        log_failure(site, "SO_SNDTIMEO");
+        log_step(site, "SO_SNDTIMEO");
         return false;
     }
     if (!set_time_limit(fd.get(), SO_RCVTIMEO, timeout)) {
-        log_failure(site, "SO_RCVTIMEO");
+        log_step(site, "SO_RCVTIMEO");
         return false;
     }
     return true;
@@ -121,7 +120,7 @@ bool send_request(Site site, const Fd &fd, const char *request)
 {
     const auto length = static_cast<u32>(strlen(request));
     if (!send_whole(fd.get(), &length, sizeof(length)) || !send_whole(fd.get(), request, length)) {
-        log_failure(site, "write ");
+        log_step(site, "write ");
         return false;
     }
     return true;
@@ -131,7 +130,7 @@ bool receive_response(Site site, const Fd &fd, char (&response)[PROD_RESPONSE_SI
 {
     u32 length = 0;
     if (!read_whole(fd.get(), &length, sizeof(length))) {
-        log_failure(site, "Failed to read response len ");
+        log_step(site, "Failed to read response len ");
         return false;
     }
     if (length >= sizeof(response)) {
@@ -139,7 +138,7 @@ bool receive_response(Site site, const Fd &fd, char (&response)[PROD_RESPONSE_SI
         return false;
     }
     if (!read_whole(fd.get(), response, length)) {
-        log_failure(site, "Failed to read response body ");
+        log_step(site, "Failed to read response body ");
         return false;
     }
     return true;
@@ -176,11 +175,6 @@ std::string_view second_field(const char *line)
 
 // ---- DNS redirection ------------------------------------------------------------------------
 
-using Json = std::unique_ptr<cJSON, Closer<cJSON_Delete>>;
-
-/** The module under which all JSON on its way to the kernel modules is shown. */
-constexpr const char *kKernelJson = "kjson";
-
 /** A rule as the kernel-module control takes it; nullptr when it cannot be built. */
 Json redirect_rule(const char *domain)
 {
@@ -189,13 +183,6 @@ Json redirect_rule(const char *domain)
         rule.reset();
     }
     return rule;
-}
-
-void show_rule(Site site, const cJSON *rule)
-{
-    if (dbg_enabled(kKernelJson, PROD_DBG_DEBUG)) {
-        json_trace(site, rule);
-    }
 }
 
 // ---- soft watchdog --------------------------------------------------------------------------
@@ -328,7 +315,7 @@ void add_dns_redirect_rule(const char *domain, const char *ip)
         PROD_LOG_ERROR(kProd, "Failed to add dns_redirect rule");
         return;
     }
-    show_rule(PROD_SITE, rule.get());
+    kernel_json_trace(PROD_SITE, rule.get());
     km_dns_redirect_add_rule(rule.get());
 }
 
@@ -339,7 +326,7 @@ void del_dns_redirect_rule(const char *domain)
         PROD_LOG_ERROR(kProd, "Failed to del rule by domain");
         return;
     }
-    show_rule(PROD_SITE, rule.get());
+    kernel_json_trace(PROD_SITE, rule.get());
     km_dns_redirect_del_rule(rule.get());
 }
 

@@ -223,7 +223,6 @@ constexpr std::size_t kCpuLine = 255;  // ten numbers of any size
 /** What follows the first word of a line, or nullptr when it has none. */
 const char *behind_first_word(const char *line)
 {
-    constexpr const char *kBlanks = " \t\n\v\f\r";
     line += strspn(line, kBlanks);
     const std::size_t length = strcspn(line, kBlanks);
     return length > 0 ? line + length : nullptr;
@@ -412,14 +411,7 @@ void systool_get_curtime(char *CurDatetime)
         copy_text(CurDatetime, PROD_CURTIME_SIZE, "2007-09-06 10:01:06");
         return;
     }
-    const Text<PROD_CURTIME_SIZE> text{"%04d-%02d-%02d %02d:%02d:%02d",
-                                       now->tm_year + 1900,
-                                       now->tm_mon + 1,
-                                       now->tm_mday,
-                                       now->tm_hour,
-                                       now->tm_min,
-                                       now->tm_sec};
-    copy_text(CurDatetime, PROD_CURTIME_SIZE, text.view());
+    copy_text(CurDatetime, PROD_CURTIME_SIZE, date_time_text(*now).view());
 }
 
 // ---- reboot ---------------------------------------------------------------------------------

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 
 #include "internal/config.hpp"
@@ -90,12 +89,11 @@ char *format_time(char (&out)[kDateSize], time_t when, bool with_clock)
         out[0] = '\0';
         return out;
     }
-    Text<kDateSize> text{"%04d-%02d-%02d", local->tm_year + 1900, local->tm_mon + 1,
-                         local->tm_mday};
     if (with_clock) {
-        text.appendf(" %02d:%02d:%02d", local->tm_hour, local->tm_min, local->tm_sec);
+        copy_text(out, date_time_text(*local).view());
+    } else {
+        copy_text(out, date_text(*local).view());
     }
-    copy_text(out, text.view());
     return out;
 }
 

@@ -591,9 +591,8 @@ int get_value_by_wanid(int wanid, const char *key, char *value)
     if (key == nullptr || value == nullptr) {
         return 0;
     }
-    const Text<64> path{"/etc/wan%d.ini", wanid};
     char found[INI_VALUE_SIZE] = {};
-    if (file_get_value_from_ini(path.c_str(), key, found) == 0) {
+    if (file_get_value_from_ini(address_file(wanid).c_str(), key, found) == 0) {
         return 0;
     }
     str_trim(found, '\n');
@@ -604,7 +603,6 @@ int get_value_by_wanid(int wanid, const char *key, char *value)
 
 void get_mac_by_wanid(int wan_id, char *mac_str)
 {
-    constexpr int kMostWans = 64;  // far beyond any board; an absurd id must not count for hours
     if (mac_str == nullptr) {
         return;
     }

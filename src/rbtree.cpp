@@ -118,6 +118,15 @@ rb_node *part_two_reds(rb_node *node, rb_node *parent, rb_node *grandparent, rb_
     return nullptr;
 }
 
+/** A node that is there by the rules of the tree, which nobody but its code can know. */
+rb_node *certain(rb_node *node)
+{
+    if (node == nullptr) {
+        __builtin_unreachable();
+    }
+    return node;
+}
+
 /**
  * The paths through the child at side Near of @p parent lack a black node.
  * @return the node whose paths lack it instead; nullptr when none does
@@ -125,10 +134,10 @@ rb_node *part_two_reds(rb_node *node, rb_node *parent, rb_node *grandparent, rb_
 template <Side Near, Side Far>
 rb_node *make_up_for_black(rb_node *parent, rb_root *root)
 {
-    rb_node *sibling = parent->*Far;  // there is one, or the other paths would be shorter
+    rb_node *sibling = certain(parent->*Far);  // or the other paths would be shorter
     if (is_red(sibling)) {
         rb_node *const above = parent_of(parent);
-        rb_node *const inner = sibling->*Near;
+        rb_node *const inner = certain(sibling->*Near);
         attach<Far>(parent, inner, kBlack);
         attach<Near>(sibling, parent, kRed);
         set_parent_and_colour(sibling, above, kBlack);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // cfm: the configuration manager's command-line tool.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <net/if_arp.h>
 
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -107,13 +108,11 @@ int ifaddrs_get_if_netmac(const char *ifname, unsigned char *mac)
         errno = EINVAL;
         return -1;
     }
-    platform::Interface interface {
-        ifname
-    };
-    if (!interface.ask(SIOCGIFHWADDR)) {
+    platform::Interface device{ifname};
+    if (!device.ask(SIOCGIFHWADDR)) {
         return -1;
     }
-    const sockaddr &address = interface.answer().ifr_hwaddr;
+    const sockaddr &address = device.answer().ifr_hwaddr;
     if (address.sa_family != ARPHRD_ETHER && address.sa_family != ARPHRD_LOOPBACK) {
         errno = EAFNOSUPPORT;  // a point-to-point link has none
         return -1;
@@ -124,13 +123,7 @@ int ifaddrs_get_if_netmac(const char *ifname, unsigned char *mac)
 
 int ifaddrs_ipmask_to_numeric(const char *mask)
 {
-    u32 bits = mask_from(mask);
-    int length = 0;
-    while ((bits & 0x80000000U) != 0) {
-        bits <<= 1;
-        ++length;
-    }
-    return length;
+    return std::countl_one(mask_from(mask));
 }
 
 int check_ip_is_same_net(const char *ip1, const char *mask1, const char *ip2, const char *mask2)
@@ -165,14 +158,12 @@ int ifaddrs_get_ifip(const char *ifname, char *addr)
         errno = EINVAL;
         return -1;
     }
-    platform::Interface interface {
-        ifname
-    };
-    if (!interface.ask(SIOCGIFADDR)) {
+    platform::Interface device{ifname};
+    if (!device.ask(SIOCGIFADDR)) {
         return -1;
     }
     sockaddr_in address;
-    memcpy(&address, &interface.answer().ifr_addr, sizeof(address));
+    memcpy(&address, &device.answer().ifr_addr, sizeof(address));
     inet_ntop(AF_INET, &address.sin_addr, addr, INET_ADDRSTRLEN);
     return 0;
 }

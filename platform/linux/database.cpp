@@ -23,10 +23,8 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "database.hpp"
 #include "file.hpp"

@@ -5,7 +5,6 @@
 #include <sys/types.h>
 
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <system_error>

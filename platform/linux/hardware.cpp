@@ -34,7 +34,7 @@ using platform::text_of;
 namespace
 {
 
-// ------------------------------------------------------------------------------------------ LEDs
+// ---- LEDs --------------------------------------------------------------------------------------
 
 struct LedName {
     gpio_id_t id;
@@ -153,7 +153,7 @@ bool follow_board(const Led &led)
     return led.normal() != nullptr ? led.write("trigger", led.normal()) : steady(led, true);
 }
 
-// ----------------------------------------------------------------------------------------- ports
+// ---- ports -------------------------------------------------------------------------------------
 
 /** The link settings with room for the link-mode masks that follow, at most 3 of 127 words. */
 union LinkSettings {
@@ -162,34 +162,32 @@ union LinkSettings {
 };
 
 /** False when the driver does not tell. */
-bool read_link_settings(platform::Interface &interface, LinkSettings &settings)
+bool read_link_settings(platform::Interface &device, LinkSettings &settings)
 {
     memset(&settings, 0, sizeof(settings));
     settings.head.cmd = ETHTOOL_GLINKSETTINGS;
     // The first answer only tells, as a negative number, how long the masks are.
-    if (!interface.ask(SIOCETHTOOL, &settings) || settings.head.link_mode_masks_nwords >= 0) {
+    if (!device.ask(SIOCETHTOOL, &settings) || settings.head.link_mode_masks_nwords >= 0) {
         return false;
     }
     settings.head.link_mode_masks_nwords = static_cast<__s8>(-settings.head.link_mode_masks_nwords);
     settings.head.cmd = ETHTOOL_GLINKSETTINGS;
-    return interface.ask(SIOCETHTOOL, &settings);
+    return device.ask(SIOCETHTOOL, &settings);
 }
 
 bool read_port(const char *ifname, port_status &status)
 {
-    platform::Interface interface {
-        ifname
-    };
-    if (!interface.ask(SIOCGIFFLAGS)) {
+    platform::Interface device{ifname};
+    if (!device.ask(SIOCGIFFLAGS)) {
         return false;
     }
-    const auto flags = static_cast<unsigned int>(interface.answer().ifr_flags);
+    const auto flags = static_cast<unsigned int>(device.answer().ifr_flags);
     ethtool_value link{ETHTOOL_GLINK, 0};
-    const bool told = interface.ask(SIOCETHTOOL, &link);
+    const bool told = device.ask(SIOCETHTOOL, &link);
     const bool carrier = told ? link.data != 0 : (flags & IFF_RUNNING) != 0;
     status.link = (flags & IFF_UP) != 0 && carrier ? 1 : 0;
     LinkSettings settings;
-    if (read_link_settings(interface, settings)) {
+    if (read_link_settings(device, settings)) {
         status.speed =
             settings.head.speed != static_cast<u32>(SPEED_UNKNOWN) ? settings.head.speed : 0;
         status.duplex = settings.head.duplex == DUPLEX_FULL ? 1 : 0;
@@ -212,7 +210,7 @@ const char *port_interface(const cJSON *board, int port)
     return nullptr;
 }
 
-// ----------------------------------------------------------------------------- interface names
+// ---- interface names ---------------------------------------------------------------------------
 
 struct EthName {
     eth_idx_t index;
@@ -268,7 +266,7 @@ EthTable *read_eth_table()
                : seen;
 }
 
-// ------------------------------------------------------------------------------- MAC addresses
+// ---- MAC addresses -----------------------------------------------------------------------------
 
 constexpr std::size_t kMacBytes = 6;
 
@@ -298,7 +296,7 @@ int take_in(const char *ifname, const unsigned char *mac)
     return err == EEXIST ? 0 : err;
 }
 
-// ---------------------------------------------------------------------------------------- switch
+// ---- switch ------------------------------------------------------------------------------------
 
 constexpr int kSwitch = 1;        // the board's only one
 constexpr int kSwitchPorts = 32;  // as many as a mask has bits
@@ -529,9 +527,7 @@ int iof_port_restart_auto_nego(int port)
     if (ifname == nullptr) {
         return ENODEV;
     }
-    platform::Interface interface {
-        ifname
-    };
+    platform::Interface device{ifname};
     ethtool_value restart{ETHTOOL_NWAY_RST, 0};
-    return interface.ask(SIOCETHTOOL, &restart) ? 0 : errno;
+    return device.ask(SIOCETHTOOL, &restart) ? 0 : errno;
 }

@@ -226,7 +226,7 @@ int file_get_value_from_ini(const char *file, const char *key, char *out)
             memcmp(line.data(), name.data(), name.size()) != 0) {
             continue;
         }
-        std::string_view value = platform::after(line, name.size() + 1);
+        std::string_view value = after(line, name.size() + 1);
         value = platform::first_of(value, value.find('\0'));
         value = platform::first_of(value, INI_VALUE_SIZE - 1);
         memcpy(out, value.data(), value.size());

@@ -23,7 +23,7 @@ using platform::text_of;
 namespace
 {
 
-// --------------------------------------------------------------- stations by the kernel's nl80211
+// ---- stations by the kernel's nl80211 ----------------------------------------------------------
 
 using NlSocket = std::unique_ptr<nl_sock, platform::Closer<nl_socket_free>>;
 using NlMessage = std::unique_ptr<nl_msg, platform::Closer<nlmsg_free>>;
@@ -156,7 +156,7 @@ void ask_kernel(unsigned int ifindex, StationList &list)
     nl_recvmsgs_default(socket.get());
 }
 
-// ------------------------------------------------------------------ stations by a scenario's file
+// ---- stations by a scenario's file -------------------------------------------------------------
 
 struct TextField {
     const char *name;
@@ -249,10 +249,8 @@ int pav_wifi_get_osifname(const char *cfg_ifname, char *os_ifname)
 
 int pav_wifi_check_downup(const char *os_ifname)
 {
-    platform::Interface interface {
-        os_ifname
-    };
-    return interface.ask(SIOCGIFFLAGS) && (interface.answer().ifr_flags & IFF_UP) != 0 ? 1 : 0;
+    platform::Interface device{os_ifname};
+    return device.ask(SIOCGIFFLAGS) && (device.answer().ifr_flags & IFF_UP) != 0 ? 1 : 0;
 }
 
 int pav_wifi_get_clientlist(const char *os_ifname, station_info_t *list, int capacity)

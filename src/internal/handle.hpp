@@ -4,7 +4,6 @@
 #pragma once
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>

@@ -6,8 +6,6 @@
 // fnotify_initialize.
 #pragma once
 
-#include <cstring>
-
 #include "internal/console.hpp"
 #include "internal/handle.hpp"
 #include "prod_common_debug.h"

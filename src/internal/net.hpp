@@ -30,7 +30,8 @@ using Mac = std::array<unsigned char, 6>;
  */
 inline bool can_name_interface(std::string_view name)
 {
-    return name.size() < IFNAMSIZ && name.find_first_of("/ \t\n\v\f\r") == std::string_view::npos;
+    return name.size() < IFNAMSIZ && name.find('/') == std::string_view::npos &&
+           name.find_first_of(kBlanks) == std::string_view::npos;
 }
 
 /**

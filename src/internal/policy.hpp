@@ -2,8 +2,6 @@
 // The five kinds of access-controller policies, and the records that their policy files hold.
 #pragma once
 
-#include <cctype>
-
 #include "internal/line_reader.hpp"
 #include "internal/text.hpp"
 #include "prod_common_cfm.h"
@@ -109,7 +107,6 @@ class PolicyReader
     /** What stands behind "=", from its first character that is no blank to the next blank. */
     static std::string_view value_behind(const char *equals)
     {
-        constexpr const char *kBlanks = " \t\n\v\f\r";
         const char *const value = equals + 1 + strspn(equals + 1, kBlanks);
         return {value, std::min(strcspn(value, kBlanks), kValueSize - 1)};
     }

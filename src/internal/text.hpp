@@ -17,6 +17,9 @@
 namespace prod
 {
 
+/** The white space of scanf and of isspace() in the device's locale. */
+inline constexpr const char *kBlanks = " \t\n\v\f\r";
+
 /** What "%s" prints for a null text on the device; said explicitly, since libraries differ. */
 inline const char *or_null(const char *text)
 {

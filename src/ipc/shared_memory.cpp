@@ -3,7 +3,6 @@
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>

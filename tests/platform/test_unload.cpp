@@ -12,7 +12,7 @@ namespace
 
 TEST(Unload, WhileAThreadHasConverters)
 {
-    void *const port = dlopen(PORT, RTLD_NOW | RTLD_LOCAL);
+    void *const port = dlopen(LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(port, nullptr) << dlerror();
     const auto convert = reinterpret_cast<int (*)(const char *, const char *, char *)>(
         dlsym(port, "system_convert_code_format"));

@@ -4,7 +4,6 @@
 
 #include "groups.hpp"
 #include "prod_common_audit_log.h"
-#include "prod_common_cfm.h"
 #include "prod_common_ifaddrs.h"
 #include "words.hpp"
 
@@ -51,7 +50,7 @@ int run_word(const Call &call, cJSON *answer)
 
 void show_word(const cJSON *answer, Page &page)
 {
-    page.line({printable(text_of(answer, "message"))});
+    page.line({text_of(answer, "message")});
 }
 
 int run_record(const Call &call, cJSON *answer)
@@ -83,7 +82,7 @@ void show_record(const cJSON *answer, Page &page)
     page.fields({{"MAC", text_of(answer, "mac")},
                  {"address", text_of(answer, "address")},
                  {"application", format("%d", int_of(answer, "app_id"))},
-                 {"message", printable(text_of(answer, "message"))}});
+                 {"message", text_of(answer, "message")}});
 }
 
 int run_stay(const Call &call, cJSON *answer)
@@ -114,7 +113,7 @@ int run_storage(const Call &call, cJSON *answer)
 
 void show_storage(const cJSON *answer, Page &page)
 {
-    page.line({printable(text_of(answer, "partition"))});
+    page.line({text_of(answer, "partition")});
 }
 
 constexpr Command kCommands[] = {

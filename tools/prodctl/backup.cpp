@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "policy.hpp"
 #include "prod_common_systool.h"
@@ -109,21 +110,6 @@ std::string take_apart(Backup &backup)
     return {};
 }
 
-int read_file(const Call &call, const char *path, std::string &text)
-{
-    FILE *const stream = fopen(path, "re");
-    if (stream == nullptr) {
-        return call.no("cannot open %s: %s", path, strerror(errno));
-    }
-    char block[65536];
-    for (std::size_t size; (size = fread(block, 1, sizeof(block), stream)) > 0;) {
-        text.append(block, size);
-    }
-    const bool failed = ferror(stream) != 0;
-    fclose(stream);
-    return failed ? call.no("cannot read %s", path) : kYes;
-}
-
 int read_backup(const Call &call, const char *path, Backup &backup)
 {
     const int status = read_file(call, path, backup.text);
@@ -145,7 +131,7 @@ void add_backup(cJSON *answer, const char *path, const Backup &backup)
     }
     cJSON *const databases = cJSON_AddArrayToObject(answer, "databases");
     for (const std::string &database : backup.databases) {
-        cJSON_AddItemToArray(databases, cJSON_CreateString(database.c_str()));
+        add_text_to(databases, database);
     }
 }
 
@@ -163,7 +149,7 @@ void show_backup(const cJSON *answer, Page &page)
     {
         databases += (databases.empty() ? "" : ", ") + std::string{database->valuestring};
     }
-    page.fields({{"file", printable(text_of(answer, "file"))},
+    page.fields({{"file", text_of(answer, "file")},
                  {"size", format("%.0f bytes", number_of(answer, "size"))},
                  {"settings", format("%d", int_of(answer, "settings"))},
                  {"policies", policies},
@@ -221,10 +207,7 @@ bool current_settings(Settings &settings)
         return false;
     }
     std::string text;
-    char block[4096];
-    for (std::size_t size; (size = fread(block, 1, sizeof(block), pipe)) > 0;) {
-        text.append(block, size);
-    }
+    read_all(pipe, text);
     settings = settings_of(text);
     return pclose(pipe) == 0;
 }
@@ -243,18 +226,13 @@ bool are_policies_stored(const Backup &backup)
 }
 
 /** What becomes of a setting: nothing stands for one that is absent. */
-void add_change(cJSON *changes, const std::string &key, const std::string *before,
-                const std::string *after)
+void add_change(cJSON *changes, const std::string &key, const std::optional<std::string> &before,
+                const std::optional<std::string> &after)
 {
     cJSON *const change = add_object_to(changes);
     add_text(change, "key", key);
-    for (const auto &[name, value] : {std::pair{"old", before}, std::pair{"new", after}}) {
-        if (value != nullptr) {
-            add_text(change, name, *value);
-        } else {
-            cJSON_AddNullToObject(change, name);
-        }
-    }
+    add_text_or_null(change, "old", before);
+    add_text_or_null(change, "new", after);
 }
 
 void add_changes(cJSON *answer, const Settings &now, const Settings &then)
@@ -263,14 +241,14 @@ void add_changes(cJSON *answer, const Settings &now, const Settings &then)
     for (const auto &[key, value] : now) {
         const auto found = then.find(key);
         if (found == then.end()) {
-            add_change(changes, key, &value, nullptr);
+            add_change(changes, key, value, std::nullopt);
         } else if (found->second != value) {
-            add_change(changes, key, &value, &found->second);
+            add_change(changes, key, value, found->second);
         }
     }
     for (const auto &[key, value] : then) {
         if (now.find(key) == now.end()) {
-            add_change(changes, key, nullptr, &value);
+            add_change(changes, key, std::nullopt, value);
         }
     }
 }
@@ -321,23 +299,18 @@ int run_load(const Call &call, cJSON *answer)
     return status;
 }
 
-Cell value_cell(const cJSON *value)
-{
-    return cJSON_IsString(value) ? Cell{printable(value->valuestring)}
-                                 : Cell{"not set", Tone::kFaint};
-}
-
 void show_load(const cJSON *answer, Page &page)
 {
+    constexpr const char *kNotSet = "not set";
     const bool loaded = flag_of(answer, "loaded");
     const cJSON *const changes = member(answer, "changes");
     const cJSON *change;
     cJSON_ArrayForEach(change, changes)
     {
-        page.line({{printable(text_of(change, "key")), Tone::kStrong},
-                   value_cell(member(change, "old")),
+        page.line({{text_of(change, "key"), Tone::kStrong},
+                   cell_of(member(change, "old"), kNotSet),
                    "->",
-                   value_cell(member(change, "new"))});
+                   cell_of(member(change, "new"), kNotSet)});
     }
     const cJSON *kind;
     cJSON_ArrayForEach(kind, member(answer, "policies"))

@@ -169,7 +169,7 @@ int run_port(const Call &call, cJSON *answer)
 {
     if (call[0] == nullptr) {
         cJSON *const ports = cJSON_AddArrayToObject(answer, "ports");
-        for (const char digit : config_value("sys.ports").value_or("").substr(0, 31)) {
+        for (const char digit : port_places()) {
             add_port(ports, digit - '0', get_port_link_status(digit - '0') != 0);
         }
         return kYes;

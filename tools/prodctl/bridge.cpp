@@ -2,6 +2,7 @@
 // The LAN bridge: which ports are in it, and the change from a switch to a router.
 #include <cstring>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "prod_common_check.h"
 #include "prod_common_hal.h"
@@ -15,17 +16,12 @@ namespace
 {
 
 constexpr char kBridge[] = "br0";  // the one that the library works on
-constexpr int kPortMax = 31;       // as many places of "sys.ports" as the library looks at
 constexpr char kForwarding[] = "/proc/sys/net/ipv4/ip_forward";
 
 bool is_forwarding()
 {
-    FILE *const file = fopen(kForwarding, "re");
-    const int setting = file != nullptr ? fgetc(file) : EOF;
-    if (file != nullptr) {
-        fclose(file);
-    }
-    return setting == '1';
+    const File file{fopen(kForwarding, "re")};
+    return file != nullptr && fgetc(file.get()) == '1';
 }
 
 /** Adds the ports as they are now. @return kNo when one of them is on the wrong side */
@@ -35,8 +31,8 @@ int add_bridge(const Call &call, cJSON *answer)
     add_text(answer, "bridge", kBridge);
     add_flag(answer, "forwarding", is_forwarding());
     cJSON *const ports = cJSON_AddArrayToObject(answer, "ports");
-    const std::string places = config_value("sys.ports").value_or("").substr(0, kPortMax);
-    for (int place = 1; place <= static_cast<int>(places.size()); ++place) {
+    const int places = static_cast<int>(port_places().size());
+    for (int place = 1; place <= places; ++place) {
         const int phyid = web_portid_to_phyid(place);
         char ifname[PROD_IFNAME_SIZE] = "";
         prod_common_get_port_ifname(static_cast<unsigned int>(place), ifname, sizeof(ifname));

@@ -113,21 +113,12 @@ int read_settings(const Call &call, std::vector<Setting> &settings)
 
 // ---- writing ----------------------------------------------------------------------------------
 
-void add_value(cJSON *object, const char *name, const std::optional<std::string> &value)
-{
-    if (value) {
-        add_text(object, name, *value);
-    } else {
-        cJSON_AddNullToObject(object, name);
-    }
-}
-
 void add_setting(cJSON *settings, const Setting &setting, const std::optional<std::string> &old,
                  bool changed)
 {
     cJSON *const object = add_object_to(settings);
     add_text(object, "key", setting.key);
-    add_value(object, "old", old);
+    add_text_or_null(object, "old", old);
     add_text(object, "new", setting.value);
     add_flag(object, "changed", changed);
 }
@@ -152,10 +143,8 @@ int finish(const Call &call, cJSON *answer, int changed, int status)
 
 Cell shown(const cJSON *value)
 {
-    if (!cJSON_IsString(value)) {
-        return {"not set", Tone::kFaint};
-    }
-    return *value->valuestring != '\0' ? Cell{value->valuestring} : Cell{"empty", Tone::kFaint};
+    const bool empty = cJSON_IsString(value) && *value->valuestring == '\0';
+    return empty ? Cell{"empty", Tone::kFaint} : cell_of(value, "not set");
 }
 
 void show_settings(const cJSON *answer, Page &page, const char *verb)
@@ -178,21 +167,30 @@ void show_settings(const cJSON *answer, Page &page, const char *verb)
 
 // ---- commands ---------------------------------------------------------------------------------
 
-int run_get(const Call &call, cJSON *answer)
+/** Whether all arguments are keys. @return an exit status */
+int check_keys(const Call &call)
 {
     for (const char *const key : call.arguments()) {
         if (const char *const flaw = key_flaw(key)) {
             return call.usage("%s: %s", key, flaw);
         }
     }
-    int status = kYes;
+    return kYes;
+}
+
+int run_get(const Call &call, cJSON *answer)
+{
+    int status = check_keys(call);
+    if (status != kYes) {
+        return status;
+    }
     cJSON *const values = cJSON_AddObjectToObject(answer, "values");
     for (const char *const key : call.arguments()) {
         const std::optional<std::string> value = config_value(key);
         if (value && !call.json()) {
             cJSON_AddStringToObject(values, key, value->c_str());  // byte for byte, for scripts
         } else {
-            add_value(values, utf8(key).c_str(), value);
+            add_text_or_null(values, utf8(key).c_str(), value);
         }
         if (!value) {
             status = call.no("%s is not set", key);
@@ -273,12 +271,10 @@ void show_changes(const cJSON *answer, Page &page)
 
 int run_unset(const Call &call, cJSON *answer)
 {
-    for (const char *const key : call.arguments()) {
-        if (const char *const flaw = key_flaw(key)) {
-            return call.usage("%s: %s", key, flaw);
-        }
+    int status = check_keys(call);
+    if (status != kYes) {
+        return status;
     }
-    int status = kYes;
     int changed = 0;
     cJSON *const removed = cJSON_AddArrayToObject(answer, "removed");
     for (const char *const key : call.arguments()) {
@@ -287,7 +283,7 @@ int run_unset(const Call &call, cJSON *answer)
         } else if (config_value(key)) {
             status = call.no("%s was not removed", key);
         } else {
-            cJSON_AddItemToArray(removed, cJSON_CreateString(utf8(key).c_str()));
+            add_text_to(removed, key);
             ++changed;
         }
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "platform/km.h"
 #include "prod_common_system.h"
@@ -72,7 +73,7 @@ std::optional<std::vector<Rule>> rules()
             continue;
         }
         const std::string path = std::string{KM_DNS_REDIRECT_DIR} + "/" + entry->d_name;
-        const std::unique_ptr<FILE, int (*)(FILE *)> file{fopen(path.c_str(), "re"), fclose};
+        const File file{fopen(path.c_str(), "re")};
         char address[INET6_ADDRSTRLEN];
         char domain[kLongestDomain + 1];
         if (file != nullptr && fscanf(file.get(), "%45s %253s", address, domain) == 2) {
@@ -150,7 +151,7 @@ void show_list(const cJSON *answer, Page &page)
     const cJSON *rule;
     cJSON_ArrayForEach(rule, member(answer, "rules"))
     {
-        rows.push_back({printable(text_of(rule, "domain")), printable(text_of(rule, "address"))});
+        rows.push_back({text_of(rule, "domain"), text_of(rule, "address")});
     }
     if (rows.empty()) {
         page.line({{"No name is redirected.", Tone::kFaint}});

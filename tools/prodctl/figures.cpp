@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The group system: figures, versions, restart and factory restore.
-#include <cstring>
-
 #include "groups.hpp"
 #include "prod_common_system.h"
 #include "prod_common_systool.h"
@@ -55,10 +53,10 @@ int run_versions(const Call &, cJSON *answer)
 
 void show_versions(const cJSON *answer, Page &page)
 {
-    page.fields({{"product", printable(text_of(answer, "product"))},
+    page.fields({{"product", text_of(answer, "product")},
                  {"build", format("%d", int_of(answer, "build"))},
                  {"hardware", text_of(answer, "hardware")},
-                 {"policies", printable(text_of(answer, "policies"))}});
+                 {"policies", text_of(answer, "policies")}});
 }
 
 int run_reboot(const Call &, cJSON *answer)

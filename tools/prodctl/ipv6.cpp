@@ -48,8 +48,7 @@ void add_interface(cJSON *interfaces, const std::string &role, const char *ifnam
         const ipv6_addr_t &address = addresses[static_cast<std::size_t>(i)];
         char text[kTextSize] = "";
         inet_ntop(AF_INET6, &address.ip, text, sizeof(text));
-        cJSON_AddItemToArray(all,
-                             cJSON_CreateString(format("%s/%d", text, address.prefix_len).c_str()));
+        add_text_to(all, format("%s/%d", text, address.prefix_len));
     }
 }
 
@@ -82,7 +81,7 @@ cJSON *add_ipv6_side(cJSON *answer)
     if (get_ipv6_dns(first, second) != 0) {
         for (const char *const server : {first, second}) {
             if (*server != '\0') {
-                cJSON_AddItemToArray(servers, cJSON_CreateString(utf8(server).c_str()));
+                add_text_to(servers, server);
             }
         }
     }

@@ -3,8 +3,8 @@
 #include <net/if_arp.h>
 
 #include <cstring>
-#include <memory>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "platform/address.h"
 #include "prod_common_file.h"
@@ -17,10 +17,6 @@ namespace
 
 constexpr std::size_t kLineSize = 256;
 constexpr std::size_t kEntryMax = 4096;
-
-struct CloseFile {
-    void operator()(FILE *file) const { fclose(file); }
-};
 
 bool is_mac(const char *text)
 {
@@ -54,7 +50,7 @@ int find_address(const Call &call, const char *mac, cJSON *answer)
 
 std::optional<std::vector<ArpEntry>> arp_table()
 {
-    const std::unique_ptr<FILE, CloseFile> file{fopen("/proc/net/arp", "re")};
+    const File file{fopen("/proc/net/arp", "re")};
     if (file == nullptr) {
         return std::nullopt;
     }

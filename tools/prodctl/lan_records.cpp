@@ -189,8 +189,7 @@ int run_get(const Call &call, cJSON *answer)
         if (table->columns[column].type == DB_INT) {
             cJSON_AddItemToArray(values, cJSON_CreateNumber(found.n));
         } else {
-            const std::string text = utf8(found.s != nullptr ? found.s : "");
-            cJSON_AddItemToArray(values, cJSON_CreateString(text.c_str()));
+            add_text_to(values, found.s != nullptr ? found.s : "");
         }
     }
     return kYes;

@@ -53,15 +53,6 @@ const char *role_of_mode(const std::optional<std::string> &mode)
     return "unknown";
 }
 
-void add_stored(cJSON *object, const char *name, const std::optional<std::string> &value)
-{
-    if (value) {
-        add_text(object, name, *value);
-    } else {
-        cJSON_AddNullToObject(object, name);
-    }
-}
-
 /** How many settings of a role are stored with another value. */
 int count_different(const Role &role)
 {
@@ -77,7 +68,7 @@ int count_different(const Role &role)
 void add_roles(cJSON *answer)
 {
     const std::optional<std::string> mode = config_value(kMode);
-    add_stored(answer, "mode", mode);
+    add_text_or_null(answer, "mode", mode);
     add_text(answer, "role", role_of_mode(mode));
     cJSON *const list = cJSON_AddArrayToObject(answer, "roles");
     for (const Role &role : kRoles) {
@@ -97,7 +88,7 @@ void add_settings(cJSON *answer, const Role &role)
         cJSON *const object = add_object_to(list);
         add_text(object, "key", setting.mib_name);
         add_text(object, "value", setting.mib_value);
-        add_stored(object, "stored", stored);
+        add_text_or_null(object, "stored", stored);
         add_flag(object, "same", stored == setting.mib_value);
     }
 }

@@ -354,6 +354,15 @@ void add_text(cJSON *object, const char *name, std::string_view text)
     cJSON_AddStringToObject(object, name, utf8(text).c_str());
 }
 
+void add_text_or_null(cJSON *object, const char *name, const std::optional<std::string> &text)
+{
+    if (text) {
+        add_text(object, name, *text);
+    } else {
+        cJSON_AddNullToObject(object, name);
+    }
+}
+
 void add_number(cJSON *object, const char *name, double value)
 {
     cJSON_AddNumberToObject(object, name, value);
@@ -362,6 +371,11 @@ void add_number(cJSON *object, const char *name, double value)
 void add_flag(cJSON *object, const char *name, bool value)
 {
     cJSON_AddBoolToObject(object, name, value);
+}
+
+void add_text_to(cJSON *array, std::string_view text)
+{
+    cJSON_AddItemToArray(array, cJSON_CreateString(utf8(text).c_str()));
 }
 
 cJSON *add_object_to(cJSON *array)
@@ -397,6 +411,11 @@ int int_of(const cJSON *object, const char *name)
 bool flag_of(const cJSON *object, const char *name)
 {
     return cJSON_IsTrue(member(object, name));
+}
+
+Cell cell_of(const cJSON *text, const char *absent)
+{
+    return cJSON_IsString(text) ? Cell{text->valuestring} : Cell{absent, Tone::kFaint};
 }
 
 std::string joined(const cJSON *array)

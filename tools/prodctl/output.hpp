@@ -7,6 +7,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -126,8 +127,12 @@ std::string without_colour(std::string_view text);
 // ---- JSON -------------------------------------------------------------------------------------
 
 void add_text(cJSON *object, const char *name, std::string_view text);
+/** The same, or null for no text. */
+void add_text_or_null(cJSON *object, const char *name, const std::optional<std::string> &text);
 void add_number(cJSON *object, const char *name, double value);
 void add_flag(cJSON *object, const char *name, bool value);
+/** A text at the end of an array. */
+void add_text_to(cJSON *array, std::string_view text);
 /** A new object at the end of an array. */
 cJSON *add_object_to(cJSON *array);
 
@@ -138,6 +143,8 @@ double number_of(const cJSON *object, const char *name);
 int int_of(const cJSON *object, const char *name);
 bool flag_of(const cJSON *object, const char *name);
 const cJSON *member(const cJSON *object, const char *name);
+/** A text as a cell; @p absent, faint, for what is none. */
+Cell cell_of(const cJSON *text, const char *absent);
 /** The texts of an array, with commas between. */
 std::string joined(const cJSON *array);
 

@@ -2,9 +2,12 @@
 // Policies of the access controller.
 #include "policy.hpp"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "prod_common_cfm.h"
 
@@ -32,11 +35,9 @@ bool add_policies(sqlite3 *database, const PolicyKind &kind, cJSON *policies)
     const auto add = [](void *out, int count, char **values, char **names) {
         cJSON *const policy = add_object_to(static_cast<cJSON *>(out));
         for (int i = 0; i < count; ++i) {
-            if (values[i] != nullptr) {
-                add_text(policy, names[i], values[i]);
-            } else {
-                cJSON_AddNullToObject(policy, names[i]);
-            }
+            add_text_or_null(
+                policy, names[i],
+                values[i] != nullptr ? std::optional<std::string>{values[i]} : std::nullopt);
         }
         return 0;
     };
@@ -69,7 +70,7 @@ int run_list(const Call &call, cJSON *answer)
 
 Cell value_cell(const cJSON *value)
 {
-    return cJSON_IsString(value) ? Cell{printable(value->valuestring)} : Cell{"none", Tone::kFaint};
+    return cell_of(value, "none");
 }
 
 /** One kind is shown with all columns, several as a table. */
@@ -105,25 +106,6 @@ void show_list(const cJSON *answer, Page &page)
     }
 }
 
-/** A whole file, or standard input for "-". @return an exit status */
-int read_text(const Call &call, const char *path, std::string &text)
-{
-    const bool standard_input = strcmp(path, "-") == 0;
-    FILE *const stream = standard_input ? stdin : fopen(path, "re");
-    if (stream == nullptr) {
-        return call.no("cannot open %s: %s", path, strerror(errno));
-    }
-    char block[4096];
-    for (std::size_t size; (size = fread(block, 1, sizeof(block), stream)) > 0;) {
-        text.append(block, size);
-    }
-    const bool failed = ferror(stream) != 0;
-    if (!standard_input) {
-        fclose(stream);
-    }
-    return failed ? call.no("cannot read %s: %s", path, strerror(EIO)) : kYes;
-}
-
 bool write_text(const char *path, std::string_view text)
 {
     FILE *const stream = fopen(path, "we");
@@ -146,10 +128,8 @@ int run_export(const Call &call, cJSON *answer)
     cJSON *const records = cJSON_AddObjectToObject(answer, "records");
     for (const PolicyKind &kind : kPolicyKinds) {
         std::string text;
-        FILE *const file = fopen(kind.file, "re");  // a kind without policies has none
-        if (file != nullptr) {
-            fclose(file);
-            const int status = read_text(call, kind.file, text);
+        if (access(kind.file, F_OK) == 0) {  // a kind without policies has none
+            const int status = read_file(call, kind.file, text);
             if (status != kYes) {
                 return status;
             }
@@ -196,7 +176,7 @@ void show_export(const cJSON *answer, Page &page)
 int run_import(const Call &call, cJSON *answer)
 {
     std::string text;
-    int status = read_text(call, call[0], text);
+    int status = read_file_or_input(call, call[0], text);
     if (status != kYes) {
         return status;
     }

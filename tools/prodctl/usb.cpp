@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 // USB storage: disks, and the room on their partitions.
-#include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 
+#include "files.hpp"
 #include "groups.hpp"
 #include "prod_common_usb.h"
 
@@ -40,7 +39,7 @@ int run_disks(const Call &, cJSON *answer)
 {
     cJSON *const list = cJSON_AddArrayToObject(answer, "disks");
     for (const std::string &disk : disks()) {
-        cJSON_AddItemToArray(list, cJSON_CreateString(utf8(disk).c_str()));
+        add_text_to(list, disk);
     }
     return kYes;
 }
@@ -54,7 +53,7 @@ void show_disks(const cJSON *answer, Page &page)
     const cJSON *disk;
     cJSON_ArrayForEach(disk, list)
     {
-        page.line({printable(disk->valuestring)});
+        page.line({disk->valuestring});
     }
 }
 
@@ -62,16 +61,9 @@ void show_disks(const cJSON *answer, Page &page)
 std::string volume_text()
 {
     std::string text;
-    const int fd = open(kVolumeFile, O_RDONLY | O_CLOEXEC);
-    char bytes[1024];
-    ssize_t got = 0;
-    if (fd >= 0 && flock(fd, LOCK_SH) == 0) {
-        while ((got = read(fd, bytes, sizeof(bytes))) > 0) {
-            text.append(bytes, static_cast<std::size_t>(got));
-        }
-    }
-    if (fd >= 0) {
-        close(fd);
+    const File file{fopen(kVolumeFile, "re")};
+    if (file != nullptr && flock(fileno(file.get()), LOCK_SH) == 0) {
+        read_all(file.get(), text);
     }
     return text;
 }
@@ -134,7 +126,7 @@ void show_volumes(const cJSON *answer, Page &page)
     const cJSON *volume;
     cJSON_ArrayForEach(volume, member(answer, "volumes"))
     {
-        std::vector<Cell> row{printable(text_of(volume, "name"))};
+        std::vector<Cell> row{text_of(volume, "name")};
         for (const char *const figure : kFigures) {
             row.emplace_back(format("%.3f", number_of(volume, figure)));
         }

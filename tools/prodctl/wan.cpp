@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "groups.hpp"
-#include "prod_common_cfm.h"
 #include "prod_common_file.h"
 #include "prod_common_hal.h"
 #include "prod_common_ifaddrs.h"
@@ -35,9 +34,6 @@ constexpr Word kStatuses[] = {
     {HLX_WAN_CONNECTED_NO_WAN, "connected no wan"},
 };
 constexpr char kUnknown[] = "unknown";
-
-/** As many places of "sys.ports" as the library looks at. */
-constexpr int kPortMax = 31;
 
 Tone tone_of(const char *status)
 {
@@ -305,8 +301,8 @@ void show_wans(const cJSON *answer, Page &page)
 void add_ports(cJSON *answer)
 {
     cJSON *const ports = cJSON_AddArrayToObject(answer, "ports");
-    const std::size_t places = config_value("sys.ports").value_or("").size();
-    for (int place = 1; place <= kPortMax && place <= static_cast<int>(places); ++place) {
+    const int places = static_cast<int>(port_places().size());
+    for (int place = 1; place <= places; ++place) {
         const int physical = web_portid_to_phyid(place);
         const int wan = phyid_to_wanid(physical);
         char ifname[PROD_IFNAME_SIZE] = "";

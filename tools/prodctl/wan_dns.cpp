@@ -26,7 +26,7 @@ void add_resolver(cJSON *answer, const char *name = "servers")
     cJSON *const servers = cJSON_AddArrayToObject(answer, name);
     char server[256] = "";
     for (int i = 0; get_dns_server_by_idx(i, server) != 0; ++i) {
-        cJSON_AddItemToArray(servers, cJSON_CreateString(utf8(server).c_str()));
+        add_text_to(servers, server);
     }
 }
 
@@ -97,7 +97,7 @@ void add_relay_servers(cJSON *object, std::string options)
     for (const char *word = strtok_r(options.data(), kSeparator, &state); word != nullptr;
          word = strtok_r(nullptr, kSeparator, &state)) {
         if (strcmp(before, "-s") == 0) {
-            cJSON_AddItemToArray(servers, cJSON_CreateString(utf8(word).c_str()));
+            add_text_to(servers, word);
         }
         before = word;
     }
@@ -128,7 +128,7 @@ void add_servers(cJSON *object, std::initializer_list<const char *> servers)
     cJSON *const list = cJSON_AddArrayToObject(object, "dns");
     for (const char *const server : servers) {
         if (*server != '\0' && strcmp(server, kNoAddress) != 0) {
-            cJSON_AddItemToArray(list, cJSON_CreateString(utf8(server).c_str()));
+            add_text_to(list, server);
         }
     }
 }

@@ -90,7 +90,7 @@ int run_resolve(const Call &call, cJSON *answer)
     add_text(answer, "interface", ifname);
     cJSON *const list = cJSON_AddArrayToObject(answer, "addresses");
     for (int i = 0; i < count; ++i) {
-        cJSON_AddItemToArray(list, cJSON_CreateString(addresses[i]));
+        add_text_to(list, addresses[i]);
     }
     add_number(answer, "milliseconds", std::round(took * 10) / 10);
     return count > 0 ? kYes : call.no("%s knows no address of %s", server, name);

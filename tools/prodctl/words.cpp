@@ -150,6 +150,12 @@ const char *value_flaw(std::string_view value)
                                                                  : nullptr;
 }
 
+std::string port_places()
+{
+    constexpr std::size_t kPortMax = 31;
+    return config_value("sys.ports").value_or("").substr(0, kPortMax);
+}
+
 int wan_count()
 {
     return std::clamp(prod_cfm_get_int_val("wans.flag"), 0, kWanMax);

@@ -61,6 +61,12 @@ const char *key_flaw(std::string_view key);
 /** What is wrong with a configuration value, nullptr when it is one. */
 const char *value_flaw(std::string_view value);
 
+/**
+ * The physical ids of the ports in front-panel order, a character each: "sys.ports" as far as the
+ * library looks at it.
+ */
+std::string port_places();
+
 /** How many WANs are configured, as many of them as the library serves. */
 int wan_count();
 
