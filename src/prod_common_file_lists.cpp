@@ -48,8 +48,7 @@ int lock_set(int fd, int type)
     if (type != F_UNLCK) {
         struct flock other = lock;  // the answer overwrites the question
         if (fcntl(fd, F_GETLK, &other) < 0) {
-            const int err = errno;
-            PROD_LOG_ERROR(kProd, "Failed(%d) to F_GETLK, %s.", err, strerror(err));
+            log_failure(PROD_SITE, errno, "F_GETLK");
             return 0;
         }
         if (other.l_type != F_UNLCK) {
@@ -59,8 +58,7 @@ int lock_set(int fd, int type)
         }
     }
     if (fcntl(fd, F_SETLKW, &lock) < 0) {
-        const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to F_SETLKW(%d), %s.", err, type, strerror(err));
+        log_failure(PROD_SITE, errno, "F_SETLKW(%d)", type);
         return 0;
     }
     return 1;
