@@ -13,6 +13,13 @@
  * - "/etc/wan%d2.ini": the same for the second access of a double-access WAN;
  * - "/etc/conntime%d": the system up-time in seconds at which the connection came up;
  * - "/etc/dns%d": one DNS server a line.
+ *
+ * The lists of the status pages come from:
+ * - "/proc/net/route", the kernel's IPv4 routes, and "/var/static_route", which each query has the
+ *   shell write anew from the routing table "staticroute";
+ * - "/var/upnpmap", the UPnP daemon's mappings, six fields a line with ";" between: external host
+ *   and port, internal host and port, protocol, description;
+ * - "/var/logs.txt", the log daemon's entries, "DATE;TYPE;MESSAGE" a line, the oldest first.
  */
 #ifndef PROD_COMMON_FILE_H
 #define PROD_COMMON_FILE_H
@@ -51,6 +58,57 @@ typedef struct {
     char lan_dns1[16];
     char lan_dns2[16];
 } LAN_DHCPC_IP_INFO, LAN_DHCPC_IP_INFO_STRU;
+
+/** One route. */
+typedef struct {
+    char dstip[16];   /**< dotted quad, for static routes also a word such as "default" */
+    char mask[16];    /**< dotted quad */
+    char gateway[16]; /**< dotted quad, "0.0.0.0" when there is none */
+    char ifname[16];
+    int metric; /**< 0 for static routes */
+} ROUTE_TABLE_ITEM, ROUTE_TABLE_ITEM_STRU;
+
+/** One UPnP port mapping, as the UPnP daemon writes it; a longer field is cut. */
+typedef struct {
+    char ex_host[16];
+    char ex_port[8];
+    char in_host[16];
+    char in_port[8];
+    char protocol[8];
+    char desc[64]; /**< with its line's newline */
+} UPNP_ITEM_INFO, UPNP_ITEM_INFO_STRU;
+
+/** The first UPnP port mappings. */
+typedef struct {
+    int count;
+    UPNP_ITEM_INFO_STRU upnp_item[128];
+} UPNP_LIST_CFG, UPNP_LIST_CFG_STRU;
+
+/** What an entry of the system log is about. */
+typedef enum {
+    LOG_ALL = 0, /**< in a query: entries of every type */
+    LOG_SYSTEM = 1,
+    LOG_WEB_CLS_FILTER = 2,
+    LOG_WAN1 = 3,
+    LOG_WAN2 = 4,
+    LOG_WAN3 = 5,
+    LOG_WAN4 = 6,
+    LOG_DBG = 7,
+    LOG_LAN_DHCP = 8,
+    LOG_WISP_DHCP = 9,
+    LOG_CLEAR = 10,
+    LOG_RELOAD = 11,
+    LOG_ERROR = 12,
+    LOG_MAX = 13
+} LOG_SYS_TYPE;
+
+/** One entry of the system log; a longer date or message is cut. */
+typedef struct {
+    char order[16]; /**< empty */
+    char date[32];
+    int type; /**< a LOG_SYS_TYPE */
+    char msg[256];
+} SYSLOG_LIST, SYSLOG_LIST_STRU;
 
 PROD_BEGIN
 
@@ -196,6 +254,42 @@ PROD_API void touch_file(const char *filename);
 
 /* ---- routes and UPnP mappings ------------------------------------------------------------- */
 
+/**
+ * How many routes there are, for the caller of file_get_route_table_list().
+ *
+ * Counting ends at a line of the kernel's table that is no route, and at a static one of fewer than
+ * 16 characters. Runs "ip route ls table staticroute > /var/static_route" and waits for it.
+ *
+ * @return the kernel's routes and the static ones; the kernel's alone, logged at level 2, when the
+ *         static ones cannot be read; 0, logged at level 2, without the kernel's table
+ */
+PROD_API int file_get_route_list_num(void);
+
+/**
+ * The routes: first the kernel's, then the static ones, which the same command as for
+ * file_get_route_list_num() writes. Lines of the kernel's table that are no route are left out,
+ * hexadecimal numbers beyond 32 bits count as FFFFFFFF. A static route has its destination in front
+ * of the first "/" of its line, or as its first word.
+ *
+ * @param route_table  room for @p len records, cleared first; what is not filled stays zero
+ * @param len          with less than 1 nothing is written, and the files are opened all the same
+ * @return HLX_OK; HLX_ERR, logged at level 2, for a NULL @p route_table and when a file cannot be
+ *         opened; the records then hold what was read before
+ */
+PROD_API HLX_RETURN_CODE file_get_route_table_list(ROUTE_TABLE_ITEM_STRU *route_table, int len);
+
+/**
+ * The first 128 UPnP port mappings.
+ *
+ * Every line counts, of 255 characters at most; the rest of a longer one counts as the next. Fields
+ * from the first empty one on are empty. The last field ends at a ";" or behind the newline.
+ *
+ * @param upnp_list  records beyond its count are left as they are; untouched on failure
+ * @return HLX_OK, also without mappings; HLX_ERR, logged at level 2, for a NULL @p upnp_list and
+ *         when the file cannot be opened
+ */
+PROD_API HLX_RETURN_CODE file_get_upnp_list(UPNP_LIST_CFG_STRU *upnp_list);
+
 /* ---- DHCP clients and neighbours ---------------------------------------------------------- */
 
 /**
@@ -244,6 +338,22 @@ PROD_API HLX_RETURN_CODE file_lan_dhcpc_get_ipinfo_and_status(LAN_DHCPC_IP_INFO_
 PROD_API HLX_RETURN_CODE find_ip_in_arpfile(const char *mac, char *ip);
 
 /* ---- system log --------------------------------------------------------------------------- */
+
+/**
+ * Entries of the system log, the oldest first.
+ *
+ * Reading ends at a line that is no entry. Blank lines and blanks before a date do not count; of a
+ * line of more than 4095 characters the rest is dropped; a type beyond int is the nearest int.
+ * Entry, exit and failure are told to log_debug_print(), module "common_so", instead of traces.
+ *
+ * @param log_list  room for @p arry_len records, cleared first; what is not filled stays zero
+ * @param logtype   a LOG_SYS_TYPE: only entries of that type, with LOG_ALL every one
+ * @param list_num  receives the number of entries, also with an @p arry_len below 1, which gives 0;
+ *                  untouched on failure
+ * @return HLX_OK; HLX_ERR for a NULL argument and when the file cannot be opened
+ */
+PROD_API HLX_RETURN_CODE file_syslog_get_lists(SYSLOG_LIST_STRU *log_list, int logtype,
+                                               int *list_num, int arry_len);
 
 PROD_END
 

@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -17,7 +18,8 @@ namespace prod
 
 /**
  * Lines of a file, Limit characters at most; the rest of a longer line comes as the next one, as
- * with fgets. A line keeps its newline, which some formats rely on.
+ * with fgets. A line keeps its newline, which some formats rely on. It stays where it was read to,
+ * since lists have lines by the ten thousand.
  */
 template <std::size_t Limit>
 class LineReader
@@ -32,13 +34,55 @@ class LineReader
     /** The next line, or nullptr at the end. It stays until the next call. */
     char *next()
     {
-        return stream_ != nullptr ? fgets(line_, static_cast<int>(sizeof(line_)), stream_.get())
-                                  : nullptr;
+        block_[start_] = behind_;  // where the last line has its NUL
+        const char *newline = find_newline();
+        if (newline == nullptr && end_ - start_ < Limit) {
+            read_on();
+            newline = find_newline();
+        }
+        char *const line = block_ + start_;
+        const std::size_t length = newline != nullptr ? static_cast<std::size_t>(newline - line) + 1
+                                                      : std::min(end_ - start_, Limit);
+        cut_ = newline == nullptr && length == Limit;
+        start_ += length;
+        behind_ = block_[start_];
+        block_[start_] = '\0';
+        return length > 0 ? line : nullptr;
+    }
+
+    /** Drops the rest of a line that the limit cut, and the line with it. */
+    void skip_rest()
+    {
+        while (cut_ && next() != nullptr) {
+        }
     }
 
   private:
+    static constexpr std::size_t kBlock = std::max<std::size_t>(Limit, 4096);
+
+    const char *find_newline() const
+    {
+        return static_cast<const char *>(
+            memchr(block_ + start_, '\n', std::min(end_ - start_, Limit)));
+    }
+
+    /** Fills the block up behind the part of a line that it ends with. */
+    void read_on()
+    {
+        memmove(block_, block_ + start_, end_ - start_);
+        end_ -= start_;
+        start_ = 0;
+        // Nobody else has this stream, so it need not be locked.
+        end_ +=
+            stream_ != nullptr ? fread_unlocked(block_ + end_, 1, kBlock - end_, stream_.get()) : 0;
+    }
+
     Stream stream_;
-    char line_[Limit + 1];
+    std::size_t start_ = 0;  // of what has not been handed out
+    std::size_t end_ = 0;
+    bool cut_ = false;
+    char behind_ = '\0';
+    char block_[kBlock + 1];
 };
 
 /**

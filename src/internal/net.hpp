@@ -44,11 +44,50 @@ inline u32 ipv4_from(const char *text)
 
 using Ipv4Text = Text<kIpv4TextSize>;
 
+/** A number of a dotted quad with its dot. */
+struct QuadNumber {
+    char text[4];
+    unsigned char length;
+};
+
+/** All of them: a routing table has twelve a line. */
+inline constexpr auto kQuadNumbers = [] {
+    std::array<QuadNumber, 256> numbers{};
+    for (std::size_t value = 0; value < numbers.size(); ++value) {
+        QuadNumber &number = numbers[value];
+        if (value >= 100) {
+            number.text[number.length++] = static_cast<char>('0' + value / 100);
+        }
+        if (value >= 10) {
+            number.text[number.length++] = static_cast<char>('0' + value / 10 % 10);
+        }
+        number.text[number.length++] = static_cast<char>('0' + value % 10);
+        number.text[number.length++] = '.';
+    }
+    return numbers;
+}();
+
+/** Writes the dotted quad of an address in host byte order. @return its length */
+inline std::size_t write_ipv4(char (&out)[kIpv4TextSize], u32 address)
+{
+    char *end = out;
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        const QuadNumber &number = kQuadNumbers[address >> shift & 0xFF];
+        memcpy(end, number.text, sizeof(number.text));
+        end += number.length;
+    }
+    *--end = '\0';
+    return static_cast<std::size_t>(end - out);
+}
+
 /** The dotted quad of an address in host byte order. */
 inline Ipv4Text ipv4_text(u32 address)
 {
-    return Ipv4Text{"%u.%u.%u.%u", address >> 24, address >> 16 & 0xFF, address >> 8 & 0xFF,
-                    address & 0xFF};
+    char quad[kIpv4TextSize];
+    const std::size_t length = write_ipv4(quad, address);
+    Ipv4Text text;
+    text.append(std::string_view{quad, length});
+    return text;
 }
 
 /** The IPv4 address inside a socket address, in network byte order. */

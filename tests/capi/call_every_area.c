@@ -352,7 +352,7 @@ static void wan_status(void)
     EXPECT(status.link_status == HLX_WAN_NO_WIRE && status.ip_info.wan_ip[0] == '\0');
 }
 
-static void lists(void)
+static void clients_and_neighbours(void)
 {
     DHCPS_CLIENT_LIST_STRU *clients = NULL;
     LAN_DHCPC_IP_INFO_STRU lan;
@@ -366,6 +366,22 @@ static void lists(void)
     EXPECT(file_lan_dhcpc_get_ipinfo_and_status(&lan) == HLX_ERR);
     EXPECT(find_ip_in_arpfile("02:00:5e:00:53:99", address) == HLX_ERR);
     EXPECT(strcmp(address, "0.0.0.0") == 0);
+}
+
+static void status_lists(void)
+{
+    ROUTE_TABLE_ITEM_STRU routes[2];
+    UPNP_LIST_CFG_STRU mappings;
+    SYSLOG_LIST_STRU entries[2];
+    int count = -1;
+    EXPECT(file_get_route_list_num() >= 0);
+    EXPECT(file_get_route_table_list(routes, 2) == HLX_OK);
+    EXPECT(write_file("/var/upnpmap", "1.2.3.4;80;192.168.0.2;8080;TCP;web\n", 36) == 1);
+    EXPECT(file_get_upnp_list(&mappings) == HLX_OK && mappings.count == 1);
+    EXPECT(strcmp(mappings.upnp_item[0].in_port, "8080") == 0);
+    EXPECT(write_file("/var/logs.txt", "2026-01-02 03:04:05;3;up\n", 25) == 1);
+    EXPECT(file_syslog_get_lists(entries, LOG_WAN1, &count, 2) == HLX_OK && count == 1);
+    EXPECT(entries[0].type == LOG_WAN1 && strcmp(entries[0].msg, "up") == 0);
 }
 
 static void figures_and_storage(void)
@@ -417,8 +433,9 @@ int main(void)
     ipv6();
     address_ranges();
     wan_status();
+    status_lists();
     name_servers();
-    lists();
+    clients_and_neighbours();
     figures_and_storage();
     changed_files();
     return failures != 0;

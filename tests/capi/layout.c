@@ -95,6 +95,31 @@ int main(void)
     FIELD(LAN_DHCPC_IP_INFO, lan_dns1);
     FIELD(LAN_DHCPC_IP_INFO, lan_dns2);
 
+    RECORD(ROUTE_TABLE_ITEM);
+    FIELD(ROUTE_TABLE_ITEM, dstip);
+    FIELD(ROUTE_TABLE_ITEM, mask);
+    FIELD(ROUTE_TABLE_ITEM, gateway);
+    FIELD(ROUTE_TABLE_ITEM, ifname);
+    FIELD(ROUTE_TABLE_ITEM, metric);
+
+    RECORD(UPNP_ITEM_INFO);
+    FIELD(UPNP_ITEM_INFO, ex_host);
+    FIELD(UPNP_ITEM_INFO, ex_port);
+    FIELD(UPNP_ITEM_INFO, in_host);
+    FIELD(UPNP_ITEM_INFO, in_port);
+    FIELD(UPNP_ITEM_INFO, protocol);
+    FIELD(UPNP_ITEM_INFO, desc);
+
+    RECORD(UPNP_LIST_CFG);
+    FIELD(UPNP_LIST_CFG, count);
+    FIELD(UPNP_LIST_CFG, upnp_item);
+
+    RECORD(SYSLOG_LIST);
+    FIELD(SYSLOG_LIST, order);
+    FIELD(SYSLOG_LIST, date);
+    FIELD(SYSLOG_LIST, type);
+    FIELD(SYSLOG_LIST, msg);
+
     RECORD(WIFI_BUFFER);
     FIELD(WIFI_BUFFER, wifi_buf);
     FIELD(WIFI_BUFFER, mib_buf);

@@ -113,6 +113,9 @@ TEST(Help, AtEachLevel)
                                      "wan save-lease",
                                      "lan neighbours",
                                      "lan show",
+                                     "route",
+                                     "upnp",
+                                     "log list",
                                      "wifi get",
                                      "wifi set",
                                      "wifi status",
@@ -198,7 +201,8 @@ TEST(Usage, NoCommand)
     for (const std::string &group : listed(prodctl({"--help"}).out, "commands")) {
         if (group == "watch") {
             refuses({group}, "prodctl " + group, "an argument is missing, expected: PATH...");
-        } else if (group != "status" && group != "port" && group != "encode" && group != "decode") {
+        } else if (group != "status" && group != "port" && group != "encode" && group != "decode" &&
+                   group != "route" && group != "upnp") {
             refuses({group}, "prodctl " + group, "a command is missing");
         }
     }

@@ -16,11 +16,14 @@ namespace prodctl
 
 extern const Command kStatusCommand;
 extern const Command kDebugGroup;
+extern const Command kLogGroup;
 extern const Command kConfigGroup;
 extern const Command kWanGroup;
 extern const Command kLanGroup;
 extern const Command kIpv6Group;
 extern const Command kBridgeGroup;
+extern const Command kRouteCommand;
+extern const Command kUpnpCommand;
 extern const Command kWifiGroup;
 extern const Command kMeshGroup;
 extern const Command kLedGroup;
@@ -108,6 +111,11 @@ void add_clients(cJSON *answer);
 void show_clients(const cJSON *answer, Page &page);
 int add_neighbours(const Call &call, cJSON *answer);
 void show_neighbours(const cJSON *answer, Page &page);
+int add_routes(const Call &call, cJSON *answer);
+void show_routes(const cJSON *answer, Page &page);
+/** The newest entries of the system log. */
+void add_log(cJSON *answer);
+void show_log(const cJSON *answer, Page &page);
 void add_system(cJSON *answer);
 void show_system(const cJSON *answer, Page &page);
 

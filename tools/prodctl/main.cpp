@@ -8,11 +8,11 @@ namespace
 using namespace prodctl;
 
 const Command kGroups[] = {
-    kStatusCommand, kSystemGroup,      kFirmwareGroup, kWanGroup,      kLanGroup,
-    kBridgeGroup,   kIpv6Group,        kWifiGroup,     kMeshGroup,     kPortCommand,
-    kLedGroup,      kDnsRedirectGroup, kUsbGroup,      kAuditGroup,    kConfigGroup,
-    kBackupGroup,   kPolicyGroup,      kDebugGroup,    kLockGroup,     kMqGroup,
-    kWatchCommand,  kCheckGroup,       kStrGroup,      kEncodeCommand, kDecodeCommand};
+    kStatusCommand, kSystemGroup,      kFirmwareGroup, kWanGroup,     kLanGroup,   kBridgeGroup,
+    kRouteCommand,  kUpnpCommand,      kIpv6Group,     kWifiGroup,    kMeshGroup,  kPortCommand,
+    kLedGroup,      kDnsRedirectGroup, kUsbGroup,      kLogGroup,     kAuditGroup, kConfigGroup,
+    kBackupGroup,   kPolicyGroup,      kDebugGroup,    kLockGroup,    kMqGroup,    kWatchCommand,
+    kCheckGroup,    kStrGroup,         kEncodeCommand, kDecodeCommand};
 
 const Command kRoot = {
     .name = "prodctl",

@@ -18,6 +18,8 @@ int run_status(const Call &call, cJSON *answer)
     add_ports(answer);
     add_clients(answer);
     status = add_neighbours(call, answer) == kYes ? status : kNo;
+    status = add_routes(call, answer) == kYes ? status : kNo;
+    add_log(answer);
     return add_modules(call, answer) == kYes ? status : kNo;
 }
 
@@ -34,6 +36,8 @@ void show_status(const cJSON *answer, Page &page)
                                      {"Ports", show_ports},
                                      {"DHCP clients", show_clients},
                                      {"Neighbours on the LAN", show_neighbours},
+                                     {"Routes", show_routes},
+                                     {"System log", show_log},
                                      {"Debug levels", show_modules}};
     for (const Section &section : kSections) {
         page.heading(section.title);
@@ -45,7 +49,7 @@ void show_status(const cJSON *answer, Page &page)
 
 constinit const Command kStatusCommand = {
     .name = "status",
-    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, clients, debug levels",
+    .summary = "The device on one page: modes, WANs, IPv6, DNS, ports, clients, routes, log",
     .no = "a part of it cannot be had",
     .run = run_status,
     .show = show_status,
