@@ -320,6 +320,7 @@ PROD_API int file_get_dhcps_clients_list(DHCPS_CLIENT_LIST_STRU **pplist);
  * A missing line, also because there is no file, gives "0.0.0.0"; an empty value stays empty,
  * unlike that of a WAN. Values are cut at 15 characters.
  *
+ * @param lan_ip_info  receives them
  * @return HLX_OK; HLX_ERR for a NULL argument, without a number in "/etc/lan.cfg", for any other
  *         number than 1 (all logged at level 2), and when that file cannot be opened (level 3)
  */
