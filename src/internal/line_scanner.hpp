@@ -17,8 +17,7 @@ namespace prod
 
 /**
  * One line and how far it has been taken apart. Texts come as views into the line; a text needs at
- * least one character, and where one is missing all that follow are empty. Taking a text stays out
- * of line: a reader has many of them, and the flash is small.
+ * least one character, and where one is missing all that follow are empty.
  */
 class LineScanner
 {
@@ -36,7 +35,7 @@ class LineScanner
     }
 
     /** "%<longest>s": the next word; what is beyond @p longest is left for the next conversion. */
-    [[gnu::noinline]] std::string_view word(std::size_t longest = static_cast<std::size_t>(-1))
+    std::string_view word(std::size_t longest = static_cast<std::size_t>(-1))
     {
         skip_blanks();
         const char *const from = at_;
@@ -49,7 +48,10 @@ class LineScanner
     /** "%*s": whether there was a word to skip. */
     bool skip_word() { return !word().empty(); }
 
-    /** "%[^...]": what stands before the first of the characters, or the whole rest. */
+    /**
+     * "%[^...]": what stands before the first of the characters, or the whole rest. Out of line: a
+     * reader has many of them, and the flash is small.
+     */
     template <char Stop, char... Stops>
     [[gnu::noinline]] std::string_view until()
     {
@@ -57,8 +59,10 @@ class LineScanner
         if constexpr (sizeof...(Stops) == 0) {
             at_ = strchrnul(at_, Stop);
         } else {
-            constexpr char kStops[] = {Stop, Stops..., '\0'};
-            at_ += strcspn(at_, kStops);
+            // strcspn would make a table of its characters each time.
+            while (*at_ != '\0' && *at_ != Stop && ((*at_ != Stops) && ...)) {
+                ++at_;
+            }
         }
         return taken_since(from);
     }
