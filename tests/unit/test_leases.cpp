@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -43,6 +44,7 @@ struct Kernel {
     int failing_type = -1;        // for this type of lock
     bool without_memory = false;  // allocations fail
     int interruptions = 0;        // so many calls of read() are ended by a signal
+    std::size_t piece = 0;        // what one call of read() gives at most, unless 0
     std::function<void()> between_passes;
 };
 Kernel kernel;
@@ -140,7 +142,7 @@ ssize_t read(int fd, void *buffer, std::size_t size)
         errno = EINTR;
         return -1;
     }
-    return real(fd, buffer, size);
+    return real(fd, buffer, kernel.piece != 0 ? std::min(size, kernel.piece) : size);
 }
 
 off_t lseek(int fd, off_t offset, int whence)
@@ -490,6 +492,15 @@ TEST(Leases, Traces)
                                 "Failed(2) to fopen is fail., No such file or directory.")));
     EXPECT_EQ(
         printed_at(PROD_DBG_TRACE, [] { EXPECT_EQ(file_get_dhcps_clients_list(nullptr), 0); }), "");
+}
+
+TEST(Leases, AFileThatComesInPieces)
+{
+    write_text(kLeases, kTwoLines);
+    const Watch watch;
+    for (kernel.piece = 1; kernel.piece < 100; ++kernel.piece) {
+        ASSERT_EQ(listed(), kTwo) << kernel.piece;
+    }
 }
 
 TEST(Leases, SignalsMeanwhile)
