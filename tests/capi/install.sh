@@ -18,7 +18,7 @@ work=$(mktemp -d "$build_dir/install-test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 set --
 if [ -n "$sysroot" ]; then
-    cp -as "$sysroot/." "$work"
+    cp -a "$sysroot/." "$work"
     cc="$cc --sysroot=$work"
     set -- "-DCMAKE_TOOLCHAIN_FILE=$toolchain" "-DPROD_SYSROOT=$work"
     export PKG_CONFIG_SYSROOT_DIR="$work" PKG_CONFIG_LIBDIR="$work/usr/lib/$multiarch/pkgconfig"

@@ -39,6 +39,12 @@ struct Fault {
     bool is(const char *wanted) const { return strcmp(kind, wanted) == 0; }
 };
 
+/** What the program starts is not meant, and may be for another processor. */
+__attribute__((constructor)) void stay_in_this_program()
+{
+    unsetenv("LD_PRELOAD");
+}
+
 Fault &fault()
 {
     static Fault the_fault;
