@@ -46,15 +46,16 @@ build_dir() {
 }
 
 # usage: build NAME PRESET TARGET [CMAKE-ARGUMENT]...
-# Brings a target up to date, one caller at a time; for another processor with what that needs. Everything it prints is progress, so that a
-# script's own output stays clean.
+# Brings a target up to date, one caller at a time; for another processor with what that needs, and
+# anew when that changed. Everything it prints is progress, so that a script's own output stays clean.
 build() {
-    local dir name=$1 preset=$2 target=$3
+    local dir name=$1 preset=$2 target=$3 sysroot=
     shift 3
     case $preset in
     armhf | i386)
         "$tree/script/sysroot" "$preset"
-        set -- "$@" "-DPROD_SYSROOT=$(build_dir "sysroot-$preset")" ;;
+        sysroot=$(build_dir "sysroot-$preset")
+        set -- "$@" "-DPROD_SYSROOT=$sysroot" ;;
     esac
     dir=$(build_dir "$name")
     mkdir -p "$dir"
@@ -65,7 +66,8 @@ build() {
             flock 8
         fi
         cd "$tree"
-        if ! grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$tree" "$dir/CMakeCache.txt" || [ ! -e "$dir/build.ninja" ]; then
+        if ! grep -qsxF "CMAKE_HOME_DIRECTORY:INTERNAL=$tree" "$dir/CMakeCache.txt" || [ ! -e "$dir/build.ninja" ] ||
+            [ "${sysroot:+$sysroot/packages}" -nt "$dir/build.ninja" ]; then
             say "Configuring $dir"
             cmake --fresh --preset "$preset" -B "$dir" "$@" 8<&-
         fi

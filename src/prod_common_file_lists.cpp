@@ -14,7 +14,6 @@
 
 #include "internal/handle.hpp"
 #include "internal/line_reader.hpp"
-#include "internal/line_scan.hpp"
 #include "internal/line_scanner.hpp"
 #include "internal/log.hpp"
 #include "internal/net.hpp"
@@ -120,14 +119,12 @@ void file_get_static_route_list_info(const char *line, char (&dstip)[16], char (
 {
     constexpr int kWholeAddress = 32;
     int prefix = kWholeAddress;
-    LineScanner scanner{line};
-    if (strchr(line, '/') != nullptr) {
-        copy_text(dstip, scanner.until('/'));
-        scanner.literal('/');
-        scanner.decimal(prefix);
+    if (const char *const slash = strchr(line, '/')) {
+        copy_text(dstip, std::string_view{line, static_cast<std::size_t>(slash - line)});
+        LineScanner{slash + 1}.decimal(prefix);
         prefix = std::min(prefix, kWholeAddress);
     } else {
-        copy_text(dstip, scanner.word(kLongestWord));
+        copy_text(dstip, LineScanner{line}.word(kLongestWord));
     }
     const u32 bits = prefix > 0 ? UINT32_MAX << (kWholeAddress - prefix) : 0;
     write_ipv4(mask, bits);
@@ -194,7 +191,7 @@ void read_mapping(const char *line, UPNP_ITEM_INFO_STRU *item)
     *item = {};
     LineScanner scanner{line};
     const auto take = [&scanner](auto &field) {
-        const std::string_view text = scanner.until(';');
+        const std::string_view text = scanner.until<';'>();
         copy_text(field, text);
         return !text.empty() && scanner.literal(';');
     };
@@ -207,7 +204,7 @@ void read_mapping(const char *line, UPNP_ITEM_INFO_STRU *item)
 
 constexpr const char *kLeases = "/etc/dhcps.leases";
 constexpr std::size_t kLongestLease = 1023;
-using LeaseLines = DescriptorLines<kLongestLease>;
+using LeaseLines = LineReader<kLongestLease>;
 
 // Other daemons and their tools have the same record.
 static_assert(sizeof(DHCPS_CLIENT_LIST_STRU) == 98);
@@ -226,8 +223,7 @@ int lock_set(int fd, int type)
     if (type != F_UNLCK) {
         struct flock other = lock;  // the answer overwrites the question
         if (fcntl(fd, F_GETLK, &other) < 0) {
-            const int err = errno;
-            PROD_LOG_ERROR(kProd, "Failed(%d) to F_GETLK, %s.", err, strerror(err));
+            log_failure(PROD_SITE, errno, "F_GETLK");
             return 0;
         }
         if (other.l_type != F_UNLCK) {
@@ -237,8 +233,7 @@ int lock_set(int fd, int type)
         }
     }
     if (fcntl(fd, F_SETLKW, &lock) < 0) {
-        const int err = errno;
-        PROD_LOG_ERROR(kProd, "Failed(%d) to F_SETLKW(%d), %s.", err, type, strerror(err));
+        log_failure(PROD_SITE, errno, "F_SETLKW(%d)", type);
         return 0;
     }
     return 1;
@@ -264,20 +259,20 @@ void copy_host_name(char (&out)[64], std::string_view name)
  * address, name and client id; the host name is what follows the word with the first ":", "|" or
  * "*", which is the id. A client without a name has "*" in its place, and there the line ends.
  */
-void read_lease(std::string_view line, DHCPS_CLIENT_LIST_STRU *client)
+void read_lease(const char *line, DHCPS_CLIENT_LIST_STRU *client)
 {
-    LineScan scan{line};
-    scan.until<' '>();
-    scan.blanks();
-    const std::string_view mac = scan.until<' '>();
-    scan.blanks();
-    const std::string_view address = scan.until<' '>();
-    scan.blanks();
-    scan.until<'*', '|', ':'>();
-    scan.blanks();
-    scan.until<' '>();
-    scan.blanks();
-    const std::string_view host_name = scan.until<'\n'>();
+    LineScanner scanner{line};
+    scanner.until<' '>();
+    scanner.skip_blanks();
+    const std::string_view mac = scanner.until<' '>();
+    scanner.skip_blanks();
+    const std::string_view address = scanner.until<' '>();
+    scanner.skip_blanks();
+    scanner.until<'*', '|', ':'>();
+    scanner.skip_blanks();
+    scanner.until<' '>();
+    scanner.skip_blanks();
+    const std::string_view host_name = scanner.until<'\n'>();
     if (mac.empty()) {
         return;
     }
@@ -291,8 +286,8 @@ void read_leases(LeaseLines &lines, std::span<DHCPS_CLIENT_LIST_STRU> clients)
 {
     lines.rewind();
     for (DHCPS_CLIENT_LIST_STRU &client : clients) {
-        const std::string_view line = lines.next();
-        if (line.empty()) {
+        const char *const line = lines.next();
+        if (line == nullptr) {
             return;
         }
         read_lease(line, &client);
@@ -331,20 +326,19 @@ constexpr struct LanAddressLine {
  */
 std::string_view address_for(const char *line, const char *mac)
 {
-    const std::string_view text{line};
-    LineScan scan{text};  // "%15s %*s %*s %17s"
-    const std::string_view address = scan.word(kIpv4TextSize - 1);
-    scan.word();
-    scan.word();
+    LineScanner scanner{line};  // "%15s %*s %*s %17s"
+    const std::string_view address = scanner.word(kIpv4TextSize - 1);
+    scanner.skip_word();
+    scanner.skip_word();
     char found[kMacTextSize];
-    copy_text(found, scan.word(kMacTextSize - 1));
+    copy_text(found, scanner.word(kMacTextSize - 1));
     if (found[0] == '\0' || strncasecmp(found, mac, kMacTextSize - 1) != 0) {
         return {};
     }
-    LineScan flags_scan{text};  // "%*s %*s %15s"
-    flags_scan.word();
-    flags_scan.word();
-    const bool is_incomplete = flags_scan.word().starts_with("0x0");
+    LineScanner flags_scanner{line};  // "%*s %*s %15s"
+    flags_scanner.skip_word();
+    flags_scanner.skip_word();
+    const bool is_incomplete = flags_scanner.word(kLongestWord).starts_with("0x0");
     return is_incomplete ? std::string_view{} : address;
 }
 
@@ -362,12 +356,12 @@ struct LogEntry {
     /** Whether what is left of a line is an entry: "%[^;];%d;%[^\n]". */
     bool read(LineScanner scanner)
     {
-        date = scanner.until(';');
+        date = scanner.until<';'>();
         if (date.empty() || !scanner.literal(';') || !scanner.decimal(type) ||
             !scanner.literal(';')) {
             return false;
         }
-        message = scanner.until('\n');
+        message = scanner.until<'\n'>();
         return !message.empty();
     }
 };
@@ -480,18 +474,16 @@ int file_get_dhcps_clients_list(DHCPS_CLIENT_LIST_STRU **pplist)
         return 0;
     }
     const FunctionTrace trace{PROD_SITE};
-    // Not a stream: the list is all the memory that reading it takes.
-    const Fd file{open(kLeases, O_RDONLY | O_CLOEXEC)};
-    if (!file) {
+    LeaseLines lines{kLeases};
+    if (!lines.is_open()) {
         const int err = errno;
         // Log readers know the message as it is.
         PROD_LOG_DEBUG(kProd, "Failed(%d) to fopen is fail., %s.", err, strerror(err));
         return 0;
     }
-    const bool locked = lock_set(file.get(), F_RDLCK) == 1;
-    LeaseLines lines{file.get()};
+    const bool locked = lock_set(lines.fd(), F_RDLCK) == 1;
     int count = 0;
-    while (!lines.next().empty()) {
+    while (lines.next() != nullptr) {
         ++count;
     }
     if (count > 0) {
@@ -506,7 +498,7 @@ int file_get_dhcps_clients_list(DHCPS_CLIENT_LIST_STRU **pplist)
         }
     }
     if (locked) {
-        lock_set(file.get(), F_UNLCK);
+        lock_set(lines.fd(), F_UNLCK);
     }
     return trace.leave(count);
 }
@@ -547,9 +539,10 @@ HLX_RETURN_CODE find_ip_in_arpfile(const char *mac, char *ip)
         PROD_LOG_ERROR(kProd, "popen is fail.");
         return HLX_ERR;
     }
-    char line[256];
-    [[maybe_unused]] const char *const heading = fgets(line, sizeof(line), table.get());
-    while (fgets(line, sizeof(line), table.get()) != nullptr) {
+    // Past the stream: no signal that comes meanwhile ends the table early.
+    DescriptorLines<kListLine> lines{fileno(table.get())};
+    lines.next();  // the heading
+    while (const char *const line = lines.next()) {
         const std::string_view address = address_for(line, mac);
         if (!address.empty()) {
             copy_text(ip, kIpv4TextSize, address);

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-// The two ways the library takes lines: from a file, with the documented line limit, and out of a
-// text already in memory.
+// The ways the library takes lines: from a file or an open descriptor, with the documented line
+// limit, and out of a text already in memory.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "internal/handle.hpp"
 
@@ -17,27 +16,24 @@ namespace prod
 {
 
 /**
- * Lines of a file, Limit characters at most; the rest of a longer line comes as the next one, as
- * with fgets. A line keeps its newline, which some formats rely on. It stays where it was read to,
- * since lists have lines by the ten thousand.
+ * Lines from an open descriptor, Limit characters at most; the rest of a longer line comes as the
+ * next one, as with fgets. A line keeps its newline, which some formats rely on. It stays where it
+ * was read to, since lists have lines by the ten thousand; there is no stream, so it costs no heap.
  */
 template <std::size_t Limit>
-class LineReader
+class DescriptorLines
 {
   public:
-    explicit LineReader(const char *path) : LineReader(open_for_reading(path)) {}
-    explicit LineReader(Stream stream) : stream_(static_cast<Stream &&>(stream)) {}
+    explicit DescriptorLines(int fd) : fd_(fd) {}
 
-    /** Whether the file could be opened; errno tells why not. */
-    bool is_open() const { return stream_ != nullptr; }
+    int fd() const { return fd_; }
 
     /** The next line, or nullptr at the end. It stays until the next call. */
     char *next()
     {
         block_[start_] = behind_;  // where the last line has its NUL
         const char *newline = find_newline();
-        if (newline == nullptr && end_ - start_ < Limit) {
-            read_on();
+        while (newline == nullptr && end_ - start_ < Limit && read_on()) {
             newline = find_newline();
         }
         char *const line = block_ + start_;
@@ -57,6 +53,15 @@ class LineReader
         }
     }
 
+    /** Starts again with the first line. */
+    void rewind()
+    {
+        lseek(fd_, 0, SEEK_SET);
+        start_ = end_ = 0;
+        cut_ = false;
+        behind_ = '\0';
+    }
+
   private:
     static constexpr std::size_t kBlock = std::max<std::size_t>(Limit, 4096);
 
@@ -66,18 +71,24 @@ class LineReader
             memchr(block_ + start_, '\n', std::min(end_ - start_, Limit)));
     }
 
-    /** Fills the block up behind the part of a line that it ends with. */
-    void read_on()
+    /** Reads on behind the part of a line that is left; false at the end of the file. */
+    bool read_on()
     {
         memmove(block_, block_ + start_, end_ - start_);
         end_ -= start_;
         start_ = 0;
-        // Nobody else has this stream, so it need not be locked.
-        end_ +=
-            stream_ != nullptr ? fread_unlocked(block_ + end_, 1, kBlock - end_, stream_.get()) : 0;
+        if (fd_ < 0) {
+            return false;  // and errno still tells why
+        }
+        ssize_t got;
+        do {
+            got = read(fd_, block_ + end_, kBlock - end_);
+        } while (got < 0 && errno == EINTR);
+        end_ += got > 0 ? static_cast<std::size_t>(got) : 0;
+        return got > 0;
     }
 
-    Stream stream_;
+    int fd_;
     std::size_t start_ = 0;  // of what has not been handed out
     std::size_t end_ = 0;
     bool cut_ = false;
@@ -85,63 +96,23 @@ class LineReader
     char block_[kBlock + 1];
 };
 
-/**
- * The same lines from an open descriptor, for long files that are read more than once and must cost
- * no memory: there is no stream.
- */
+/** The same of a file. */
 template <std::size_t Limit>
-class DescriptorLines
+class LineReader : public DescriptorLines<Limit>
 {
   public:
-    explicit DescriptorLines(int fd) : fd_(fd) {}
-    DescriptorLines(const DescriptorLines &) = delete;
-    DescriptorLines &operator=(const DescriptorLines &) = delete;
+    explicit LineReader(const char *path) : LineReader(Fd{open(path, O_RDONLY | O_CLOEXEC)}) {}
 
-    /** The next line, empty at the end. It stays until the next call. */
-    std::string_view next()
-    {
-        for (;;) {
-            const std::size_t left = static_cast<std::size_t>(end_ - at_);
-            const std::size_t most = left < Limit ? left : Limit;
-            const void *const newline = memchr(at_, '\n', most);
-            if (newline == nullptr && most < Limit && read_more()) {
-                continue;
-            }
-            const char *const start = at_;
-            at_ = newline != nullptr ? static_cast<const char *>(newline) + 1 : start + most;
-            return {start, static_cast<std::size_t>(at_ - start)};
-        }
-    }
-
-    /** Starts again with the first line. */
-    void rewind()
-    {
-        lseek(fd_, 0, SEEK_SET);
-        at_ = end_ = buffer_;
-    }
+    /** Whether the file could be opened; errno tells why not. */
+    bool is_open() const { return static_cast<bool>(file_); }
 
   private:
-    /** Moves what is left to the front and reads on behind it; false at the end of the file. */
-    bool read_more()
+    explicit LineReader(Fd file)
+        : DescriptorLines<Limit>(file.get()), file_(static_cast<Fd &&>(file))
     {
-        const auto left = static_cast<std::size_t>(end_ - at_);
-        memmove(buffer_, at_, left);
-        ssize_t got;
-        do {
-            got = read(fd_, buffer_ + left, sizeof(buffer_) - left);
-        } while (got < 0 && errno == EINTR);
-        at_ = buffer_;
-        end_ = buffer_ + left + (got > 0 ? got : 0);
-        return got > 0;
     }
 
-    static constexpr std::size_t kRoom = 4096;
-    static_assert(Limit < kRoom);
-
-    int fd_;
-    char buffer_[kRoom];
-    const char *at_ = buffer_;
-    const char *end_ = buffer_;
+    Fd file_;
 };
 
 /** Removes one trailing newline. */

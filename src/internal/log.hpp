@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Logging inside the library. Exported functions use the PROD_LOG_* macros of the public header;
 // inner functions are handed the exported function's Site, so that a line always names the
-// function that a caller knows. The locks and the file watcher report from inner functions under
-// names of their own, which operators look for: get_sem_id, do_sema_op, fd_lock_op and
-// fnotify_initialize.
+// function that a caller knows. The locks, the file watcher and the lists report from inner
+// functions under names of their own, which operators look for: get_sem_id, do_sema_op, fd_lock_op,
+// fnotify_initialize, lock_set, get_effective_route and get_effective_static_route.
 #pragma once
 
 #include "internal/console.hpp"

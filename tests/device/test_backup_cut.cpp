@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Saving and loading a backup, cut short by a kill before each of their steps.
+// Saving and loading a backup, cut short by a kill before each of their steps, or before every Nth
+// where programs run N times slower.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,6 +21,7 @@
 #include "prod_common_systool.h"
 #include "stories.hpp"
 #include "support/capture.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/time.hpp"
 
@@ -218,7 +220,7 @@ TEST_F(BackupCut, SavingChangesNothing)
     int step = 1;
     while (cut_before(step, [] { saved(); })) {
         ASSERT_EQ(State{}, before) << "step " << step;
-        ++step;
+        step += test::slowdown();
     }
     EXPECT_GT(step, 40);
     EXPECT_EQ(load(saved()), CFG_UPGRADE_OK) << "what is left of the last one does not matter";
@@ -260,7 +262,7 @@ TEST_F(BackupCut, LoadingLeavesEveryPartAsItWasOrAsItIsToBe)
 
         ASSERT_EQ(load(first_), CFG_UPGRADE_OK);
         ASSERT_EQ(State{}, before) << "another backup after " << where;
-        ++step;
+        step += test::slowdown();
     }
     EXPECT_GT(step, 60);
 }

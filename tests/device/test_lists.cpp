@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The lists of the status pages on the booted device: routes, port mappings, the system log.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -116,6 +119,29 @@ TEST(Lists, TheLogTellsOfLeases)
     EXPECT_TRUE(told("lan-dhcp", "DHCPACK(br0)"));
     EXPECT_FALSE(told("all", "(wan1)")) << "the provider's servers have a log of their own";
     EXPECT_EQ(Json::answer_of("prodctl status --json")["log"].items().size(), 10U);
+}
+
+/** Tells the system's log something without the help of logger, which sees to the form. */
+void tells(const std::string &datagram)
+{
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un log = {.sun_family = AF_UNIX, .sun_path = "/dev/log"};
+    ASSERT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&log), sizeof(log)), 0);
+    EXPECT_EQ(send(fd, datagram.data(), datagram.size(), 0), static_cast<ssize_t>(datagram.size()));
+    close(fd);
+}
+
+TEST(Lists, NoMessageEndsTheLog)
+{
+    for (const char *const odd :
+         {"<13>", "<13> ", "<13>\n", "<13>;ct 17 10:11:12 user: x", "<13>O;t 17 10:11:12 user: x",
+          "<13>Oct 17 10:11:;2 user: x", "<13>Oct 17 10:11:12 ", "<13>Oct 17 10:11:12 user:", ""}) {
+        tells(odd);
+    }
+    tells("<13>Oct 17 10:11:12 user: a;b/c;d");
+    must("logger -t web-filter 'the last'");
+    eventually("the list goes on", [] { return told("web-filter", "the last"); });
+    EXPECT_TRUE(told("system", "user: a;b/c;d"));
 }
 
 TEST(Lists, TheLogTakesWhatItIsGiven)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Replays the seeds of a fuzz target as an ordinary test: each file of the given folders, whole and
 // cut off at every length up to a limit. It fails by dying of what a target or a sanitizer finds.
+// Where programs run N times slower it is every Nth length, from another one for each seed.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -27,11 +28,12 @@ void run(const std::vector<char> &seed, std::size_t size)
     LLVMFuzzerTestOneInput(input.get(), size);
 }
 
-void replay(const fs::path &path)
+/** @p first is the shortest cut, @p step what is between two. */
+void replay(const fs::path &path, std::size_t first, std::size_t step)
 {
     std::ifstream file{path, std::ios::binary};
     const std::vector<char> seed{std::istreambuf_iterator<char>{file}, {}};
-    for (std::size_t size = 0; size < std::min(seed.size(), kLongestCut); ++size) {
+    for (std::size_t size = first; size < std::min(seed.size(), kLongestCut); size += step) {
         run(seed, size);
     }
     run(seed, seed.size());
@@ -45,13 +47,15 @@ int main(int argc, char **argv)
         fprintf(stderr, "Run this through device/launch: it changes the system it runs on.\n");
         return 2;
     }
-    int seeds = 0;
+    const char *const slowdown = getenv("PROD_SLOWDOWN");
+    const std::size_t step = slowdown != nullptr ? strtoul(slowdown, nullptr, 10) : 1;
+    std::size_t seeds = 0;
     for (int i = 1; i < argc; ++i) {
         for (const auto &entry : fs::directory_iterator{argv[i]}) {
-            replay(entry.path());
+            replay(entry.path(), seeds % step, step);
             ++seeds;
         }
     }
-    fprintf(stderr, "%d seeds replayed\n", seeds);
+    fprintf(stderr, "%zu seeds replayed\n", seeds);
     return seeds > 0 ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
@@ -17,6 +18,15 @@ inline int slowdown()
 {
     const char *const times = getenv("PROD_SLOWDOWN");
     return times != nullptr ? atoi(times) : 1;
+}
+
+/**
+ * How often to repeat what is done @p count times at the machine's speed, in search of what only
+ * chance brings about.
+ */
+inline int repetitions(int count)
+{
+    return std::max(1, count / slowdown());
 }
 
 inline bool is_emulated()

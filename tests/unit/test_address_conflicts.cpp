@@ -15,6 +15,7 @@
 #include "prod_common_check.h"
 #include "support/capture.hpp"
 #include "support/config.hpp"
+#include "support/emulation.hpp"
 
 using test::config;
 using test::log_line;
@@ -607,7 +608,7 @@ TEST_F(SearchByChance, EndsBeforeItHasLeftEachRangeTwice)
                                       0xDFFFF000, 0xA9FDF000, 0x00000000};
     int without_a_place = 0;
     int long_ways = 0;
-    for (int round = 0; round < 2000; ++round) {
+    for (int round = 0; round < test::repetitions(2000); ++round) {
         const unsigned int net = kNets[below(std::size(kNets))];
         std::vector<Range> set;
         for (unsigned int i = 1 + below(99); i > 0; --i) {
@@ -617,13 +618,13 @@ TEST_F(SearchByChance, EndsBeforeItHasLeftEachRangeTwice)
         EXPECT_LE(steps.size(), set.size() + 2);
         long_ways += steps.size() > 5 ? 1 : 0;
     }
-    EXPECT_GT(without_a_place, 10) << "or this tests little";
-    EXPECT_GT(long_ways, 100);
+    EXPECT_GT(without_a_place, test::repetitions(10)) << "or this tests little";
+    EXPECT_GT(long_ways, test::repetitions(100));
 }
 
 TEST_F(SearchByChance, EndsWithMasksThatHaveGaps)
 {
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < test::repetitions(20); ++round) {
         std::vector<Range> set;
         for (int i = 0; i < 10; ++i) {
             set.push_back(some_range(0x0A000000, below(~0U)));

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -42,6 +43,8 @@ struct Kernel {
     int failing_command = -1;     // this command of fcntl() fails
     int failing_type = -1;        // for this type of lock
     bool without_memory = false;  // allocations fail
+    int interruptions = 0;        // so many calls of read() are ended by a signal
+    std::size_t piece = 0;        // what one call of read() gives at most, unless 0
     std::function<void()> between_passes;
 };
 Kernel kernel;
@@ -129,6 +132,17 @@ int fcntl(int fd, int command, ...)
         return -1;
     }
     return real(fd, command, argument);
+}
+
+ssize_t read(int fd, void *buffer, std::size_t size)
+{
+    static const auto real = next(read, "read");
+    if (kernel.watching && kernel.interruptions > 0) {
+        --kernel.interruptions;
+        errno = EINTR;
+        return -1;
+    }
+    return real(fd, buffer, kernel.piece != 0 ? std::min(size, kernel.piece) : size);
 }
 
 off_t lseek(int fd, off_t offset, int whence)
@@ -478,6 +492,24 @@ TEST(Leases, Traces)
                                 "Failed(2) to fopen is fail., No such file or directory.")));
     EXPECT_EQ(
         printed_at(PROD_DBG_TRACE, [] { EXPECT_EQ(file_get_dhcps_clients_list(nullptr), 0); }), "");
+}
+
+TEST(Leases, AFileThatComesInPieces)
+{
+    write_text(kLeases, kTwoLines);
+    const Watch watch;
+    for (kernel.piece = 1; kernel.piece < 100; ++kernel.piece) {
+        ASSERT_EQ(listed(), kTwo) << kernel.piece;
+    }
+}
+
+TEST(Leases, SignalsMeanwhile)
+{
+    write_text(kLeases, kTwoLines);
+    const Watch watch;
+    kernel.interruptions = 3;
+    EXPECT_EQ(listed(), kTwo);
+    EXPECT_EQ(kernel.interruptions, 0);
 }
 
 TEST(Leases, AFileThatGrowsMeanwhile)
@@ -865,6 +897,19 @@ TEST(Neighbours, AreReadAsThePatternsReadThem)
     }
     EXPECT_GT(found, 500);
     EXPECT_LT(found, 4500);
+}
+
+TEST(Neighbours, SignalsMeanwhile)
+{
+    const test::RecordedPipes pipes{[](const std::string &) {
+        return std::string{kHeading} + "192.168.0.9 0x1 0x2 02:00:5e:00:53:01 * br0\n";
+    }};
+    const Watch watch;
+    kernel.interruptions = 3;
+    char ip[16] = "";
+    EXPECT_EQ(find_ip_in_arpfile(kMac, ip), HLX_OK);
+    EXPECT_STREQ(ip, "192.168.0.9");
+    EXPECT_EQ(kernel.interruptions, 0);
 }
 
 TEST(Neighbours, ACommandThatCannotBeStarted)

@@ -96,18 +96,19 @@ Values fields_by_scanner(const char *line)
     LineScanner scanner{line};
     Values values{0, {"", "", ""}, {0}};
     int number;
-    const auto take = [&](std::string &text, char end) {
-        text = scanner.until(end);
+    const auto take = [&](std::string &text, std::string_view field) {
+        text = field;
         values.count += text.empty() ? 0 : 1;
         return !text.empty();
     };
-    if (!take(values.texts[0], ';') || !scanner.literal(';') || !scanner.decimal(number)) {
+    if (!take(values.texts[0], scanner.until<';'>()) || !scanner.literal(';') ||
+        !scanner.decimal(number)) {
         return values;
     }
     values.numbers[0] = number;
     ++values.count;
-    static_cast<void>(scanner.literal(';') && take(values.texts[1], ';') && scanner.literal(';') &&
-                      take(values.texts[2], '\n'));
+    static_cast<void>(scanner.literal(';') && take(values.texts[1], scanner.until<';'>()) &&
+                      scanner.literal(';') && take(values.texts[2], scanner.until<'\n'>()));
     return values;
 }
 
@@ -231,6 +232,22 @@ TEST(LineScanner, ReadsOrdinaryLinesAsSscanfDoes)
         EXPECT_EQ(route_by_scanner(line), route_by_sscanf(line)) << line;
         EXPECT_EQ(fields_by_scanner(line), fields_by_sscanf(line)) << line;
     }
+}
+
+TEST(LineScanner, BehindAMissingTextThereIsNothing)
+{
+    LineScanner none{";a"};
+    EXPECT_EQ(none.until<';'>(), "");
+    EXPECT_TRUE(none.at_end());
+    EXPECT_FALSE(none.literal(';'));
+    EXPECT_EQ(none.word(), "");
+
+    LineScanner stops{"ab|c*d e"};
+    EXPECT_EQ((stops.until<'*', '|', ':'>()), "ab");
+    EXPECT_TRUE(stops.literal('|'));
+    EXPECT_EQ((stops.until<'*', '|', ':'>()), "c");
+    EXPECT_EQ((stops.until<'*', '|', ':'>()), "");
+    EXPECT_EQ(stops.until<' '>(), "");
 }
 
 // What a number beyond 32 bits becomes differs between C libraries and word sizes, not here.

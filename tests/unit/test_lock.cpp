@@ -23,6 +23,7 @@
 #include "prod_common_string.h"
 #include "support/capture.hpp"
 #include "support/children.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/time.hpp"
 
@@ -571,16 +572,16 @@ void visit(const SharedBlock &shared, const char *name)
 TEST_F(Lock, ThirtyTwoProcessesNeverOverlap)
 {
     constexpr int kProcesses = 32;
-    constexpr int kCycles = 20000;
+    const int cycles = test::repetitions(20000);
     const SharedBlock shared;
     test::all_at_once(kProcesses, [&](int) {
         recording = false;
-        for (int i = 0; i < kCycles; ++i) {
+        for (int i = 0; i < cycles; ++i) {
             visit(shared, "crowd");
         }
         return 0;
     });
-    EXPECT_EQ(shared->counter, static_cast<long>(kProcesses) * kCycles);
+    EXPECT_EQ(shared->counter, static_cast<long>(kProcesses) * cycles);
     EXPECT_EQ(shared->overlaps, 0);
     EXPECT_EQ(value_of("crowd"), 1);
     EXPECT_EQ(lines_about("crowd"), 1);

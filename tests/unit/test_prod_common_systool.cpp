@@ -2,6 +2,7 @@
 #include "prod_common_systool.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -10,6 +11,7 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <cstdarg>
 #include <cstring>
 #include <ctime>
 #include <functional>
@@ -86,24 +88,26 @@ void record(const std::string &what)
 
 extern "C" {
 
-FILE *fopen(const char *path, const char *mode)
+int open(const char *path, int flags, ...)
 {
     static const auto real =
-        reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
+        reinterpret_cast<int (*)(const char *, int, ...)>(dlsym(RTLD_NEXT, "open64"));
     const auto found = instead.find(path);
     if (found == instead.end()) {
-        return real(path, mode);
+        va_list args;
+        va_start(args, flags);
+        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
+        va_end(args);
+        return real(path, flags, mode);
     }
     Instead &file = found->second;
     const std::size_t turn = file.opened++;
     if (file.error != 0) {
         errno = file.error;
-        return nullptr;
+        return -1;
     }
-    FILE *const text = real("/tmp/instead", "w+e");
-    fputs(file.texts[std::min(turn, file.texts.size() - 1)].c_str(), text);
-    rewind(text);
-    return text;
+    test::write_text("/tmp/instead", file.texts[std::min(turn, file.texts.size() - 1)]);
+    return real("/tmp/instead", flags);
 }
 
 struct tm *localtime_r(const time_t *when, struct tm *local) noexcept

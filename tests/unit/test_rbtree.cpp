@@ -11,6 +11,8 @@
 #include <set>
 #include <vector>
 
+#include "support/emulation.hpp"
+
 namespace
 {
 
@@ -452,9 +454,9 @@ TEST(Augment, WhatAnErasureChangesDeepest)
 TEST(Augment, SubtreeMaximaThroughAMillionOperations)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr int kOperations = 100000;
+    const int operations = 100000;
 #else
-    constexpr int kOperations = 1000000;
+    const int operations = test::repetitions(1000000);
 #endif
     constexpr std::size_t kItems = 200;
     std::mt19937 random{7};
@@ -466,7 +468,7 @@ TEST(Augment, SubtreeMaximaThroughAMillionOperations)
     int insertions = 0;
     int erasures = 0;
     int replacements = 0;
-    while (insertions + erasures + replacements < kOperations) {
+    while (insertions + erasures + replacements < operations) {
         const int operation = insertions + erasures + replacements;
         if (operation % 500 == 0) {
             among = 2 + random() % (kItems - 1);
@@ -505,9 +507,9 @@ TEST(Augment, SubtreeMaximaThroughAMillionOperations)
             ASSERT_FALSE(HasFailure()) << operation;
         }
     }
-    EXPECT_GT(insertions, kOperations / 10);
-    EXPECT_GT(erasures, kOperations / 10);
-    EXPECT_GT(replacements, kOperations / 10);
+    EXPECT_GT(insertions, operations / 10);
+    EXPECT_GT(erasures, operations / 10);
+    EXPECT_GT(replacements, operations / 10);
 }
 
 }  // namespace

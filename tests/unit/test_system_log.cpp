@@ -98,6 +98,18 @@ TEST_F(SystemLog, EntriesInTheirOrder)
     EXPECT_EQ(listed(-1), Entries{});
 }
 
+TEST_F(SystemLog, TypesHaveTheirNumbers)
+{
+    const LOG_SYS_TYPE in_order[] = {
+        LOG_ALL, LOG_SYSTEM,   LOG_WEB_CLS_FILTER, LOG_WAN1,  LOG_WAN2,   LOG_WAN3,  LOG_WAN4,
+        LOG_DBG, LOG_LAN_DHCP, LOG_WISP_DHCP,      LOG_CLEAR, LOG_RELOAD, LOG_ERROR, LOG_MAX};
+    int number = 0;
+    for (const LOG_SYS_TYPE type : in_order) {
+        EXPECT_EQ(type, number++);
+    }
+    EXPECT_EQ(number, 14);
+}
+
 TEST_F(SystemLog, AsManyAsThereIsRoomFor)
 {
     write_text(kLog, "a;1;one\nb;3;two\nc;1;three\nd;3;four\n");

@@ -118,11 +118,11 @@ void show_log(const cJSON *answer, Page &page)
     const cJSON *entry;
     cJSON_ArrayForEach(entry, member(answer, "log"))
     {
-        rows.push_back({printable(text_of(entry, "date")),
+        rows.push_back({text_of(entry, "date"),
                         std::string_view{text_of(entry, "type_name")} != "unknown"
                             ? text_of(entry, "type_name")
                             : format("%d", int_of(entry, "type")),
-                        printable(text_of(entry, "message"))});
+                        text_of(entry, "message")});
     }
     if (rows.empty()) {
         page.line({{"No entry.", Tone::kFaint}});

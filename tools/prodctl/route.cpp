@@ -29,7 +29,7 @@ std::string network_of(const cJSON *route)
     }
     return is_dotted_quad(destination.c_str()) && is_mask(mask)
                ? format("%s/%d", destination.c_str(), prefix_of(mask))
-               : printable(destination);
+               : destination;
 }
 
 int run_upnp(const Call &call, cJSON *answer)
@@ -57,7 +57,7 @@ int run_upnp(const Call &call, cJSON *answer)
 /** "HOST:PORT"; the host of a mapping for every remote host is empty. */
 std::string end_of(const cJSON *mapping, const char *host, const char *port)
 {
-    return printable(format("%s:%s", text_of(mapping, host), text_of(mapping, port)));
+    return format("%s:%s", text_of(mapping, host), text_of(mapping, port));
 }
 
 void show_upnp(const cJSON *answer, Page &page)
@@ -66,10 +66,9 @@ void show_upnp(const cJSON *answer, Page &page)
     const cJSON *mapping;
     cJSON_ArrayForEach(mapping, member(answer, "mappings"))
     {
-        rows.push_back({printable(text_of(mapping, "protocol")),
-                        end_of(mapping, "external_host", "external_port"),
-                        end_of(mapping, "internal_host", "internal_port"),
-                        printable(text_of(mapping, "description"))});
+        rows.push_back(
+            {text_of(mapping, "protocol"), end_of(mapping, "external_host", "external_port"),
+             end_of(mapping, "internal_host", "internal_port"), text_of(mapping, "description")});
     }
     if (rows.empty()) {
         page.line({{"No port is mapped.", Tone::kFaint}});
@@ -110,9 +109,8 @@ void show_routes(const cJSON *answer, Page &page)
     cJSON_ArrayForEach(route, member(answer, "routes"))
     {
         const std::string gateway = text_of(route, "gateway");
-        rows.push_back({network_of(route), gateway != kNoAddress ? printable(gateway) : "",
-                        printable(text_of(route, "interface")),
-                        format("%d", int_of(route, "metric"))});
+        rows.push_back({network_of(route), gateway != kNoAddress ? gateway : "",
+                        text_of(route, "interface"), format("%d", int_of(route, "metric"))});
     }
     if (rows.empty()) {
         page.line({{"There is no route.", Tone::kFaint}});
