@@ -498,6 +498,7 @@ TEST_F(Cfm, Threads)
 
 TEST_F(Cfm, AForkAmidThreads)
 {
+    SKIP_IF_EMULATED(test::kNoForkAmidThreads);
     after_boot([] {
         std::atomic<bool> stop{false};
         std::vector<std::thread> all;
