@@ -27,6 +27,7 @@
 #include "platform/wifi.h"
 #include "support/capture.hpp"
 #include "support/children.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 
 using test::ended_well;
@@ -165,6 +166,7 @@ TEST(SetValue, ReadersSeeTheOldValueOrTheNewOne)
 
 TEST(SetValue, AKilledWriterHoldsNobodyUp)
 {
+    SKIP_IF_EMULATED(test::kNoRobustLocks);
     for (int round = 0; round < 20; ++round) {
         const pid_t writer = start([] {
             for (int i = 0;; ++i) {

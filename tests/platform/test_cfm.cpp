@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/children.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 
 extern "C" {
@@ -447,7 +448,7 @@ TEST_F(Cfm, ADaemonThatForks)
         EXPECT_TRUE(ended_well(child));
         EXPECT_EQ(value_of("child"), "1");
         EXPECT_EQ(value_of("grandchild"), "1");
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < test::repetitions(300); ++i) {
             EXPECT_TRUE(in_a_child([&] { EXPECT_TRUE(set("n", std::to_string(i))); }));
             EXPECT_EQ(value_of("n"), std::to_string(i));
         }
@@ -497,6 +498,7 @@ TEST_F(Cfm, Threads)
 
 TEST_F(Cfm, AForkAmidThreads)
 {
+    SKIP_IF_EMULATED(test::kNoForkAmidThreads);
     after_boot([] {
         std::atomic<bool> stop{false};
         std::vector<std::thread> all;
@@ -526,7 +528,7 @@ TEST_F(Cfm, AForkAmidThreads)
 TEST_F(Cfm, SlotsOfTheDeadAreUsedAgain)
 {
     after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
-    for (int round = 0; round < 25; ++round) {
+    for (int round = 0; round < 21; ++round) {  // 2100, and there are 2048
         std::vector<pid_t> all;
         for (int i = 0; i < 100; ++i) {
             all.push_back(start([] {
@@ -552,6 +554,7 @@ bool whole(const std::string &value)
 
 TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
 {
+    SKIP_IF_EMULATED(test::kNoRobustLocks);
     after_boot([] { EXPECT_TRUE(set("shared", std::string(1900, 'a'))); });
     const pid_t witness = start([] {
         for (int i = 0; i < 1500; ++i) {

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "support/children.hpp"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/time.hpp"
 
@@ -559,6 +560,7 @@ TEST_F(Database, AChildUsesTheHandleItInherited)
 
 TEST_F(Database, ForksWhileThreadsAreBusy)
 {
+    SKIP_IF_EMULATED(test::kNoForkAmidThreads);
     db_table table = opened();
     const int id = add(table, {"a", 1, ""});
     std::atomic<bool> stop{false};

@@ -34,6 +34,13 @@ inline bool is_emulated()
     return getenv("PROD_EMULATED") != nullptr;
 }
 
+/** The kernel frees what mutexes in shared memory a killed process held; of emulated ones it has no
+ * list. */
+inline constexpr const char *kNoRobustLocks = "keeps the mutexes of a killed process locked";
+
+/** What its other threads hold of the emulator's own locks at a fork stays locked in the child. */
+inline constexpr const char *kNoForkAmidThreads = "may hang after a fork amid busy threads";
+
 /**
  * What a process that renamed itself to @p name reads there: the emulator makes its own
  * /proc/self/stat up, with the name of the program.
