@@ -428,6 +428,11 @@ TEST_F(Line, InterfacesThatCannotBeAsked)
         EXPECT_EQ(program({DISCOVERY_DHCP, "-i", name, "-t", "1"}),
                   (Outcome{1, "", std::string{"discovery-dhcp: "} + name + ": " + why + "\n"}));
     }
+}
+
+TEST_F(Line, AnInterfaceThatIsDown)
+{
+    SKIP_IF_EMULATED(kNoAuxdata);
     test::run("ip link set eth1 down");
     EXPECT_EQ(program({DISCOVERY_DHCP, "-i", "eth1"}),
               (Outcome{1, "", "discovery-dhcp: eth1: Network is down\n"}));
