@@ -44,6 +44,13 @@ std::string must(const std::string &command)
     return outcome.output;
 }
 
+std::string address_of(const std::string &host)
+{
+    return must("ip -n " + host +
+                " -4 -o address show dev eth0 scope global | sed 's/.* inet //;s,/.*,,' | tr -d "
+                "'\\n'");
+}
+
 void eventually(const std::string &what, const std::function<bool()> &true_at_last, int seconds)
 {
     for (int poll = 0; poll < seconds * test::slowdown() * kPollsPerSecond; ++poll) {

@@ -23,6 +23,9 @@ Outcome run(const std::string &command);
 /** Runs a shell command that must succeed, for what it does or for what it prints. */
 std::string must(const std::string &command);
 
+/** The IPv4 address that a host of the lab has on its LAN interface; empty when it has none. */
+std::string address_of(const std::string &host);
+
 /** Waits until @p true_at_last; the end of @p seconds is a failure that @p what explains. */
 void eventually(const std::string &what, const std::function<bool()> &true_at_last,
                 int seconds = 10);

@@ -8,6 +8,7 @@
 #include "stories.hpp"
 #include "support/files.hpp"
 
+using story::address_of;
 using story::eventually;
 using story::Json;
 using story::must;
@@ -18,13 +19,6 @@ namespace
 constexpr const char *kLaptop = "02:00:5e:00:53:01";
 constexpr const char *kPhone = "02:00:5e:00:53:02";
 constexpr const char *kPrinter = "02:00:5e:00:53:03";
-
-std::string address_of(const std::string &host)
-{
-    return must("ip netns exec " + host +
-                " ip -4 -o address show dev eth0 scope global | sed 's/.* inet //;s,/.*,,' | tr -d "
-                "'\\n'");
-}
 
 Json neighbour(const std::string &address)
 {

@@ -6,6 +6,7 @@
 
 #include "stories.hpp"
 
+using story::address_of;
 using story::eventually;
 using story::Json;
 using story::must;
@@ -35,13 +36,6 @@ std::string bridge_address()
 {
     const Json lan = Json::answer_of("prodctl lan show --json");
     return lan["address"].text() + "/" + lan["prefix"].text();
-}
-
-std::string address_of(const std::string &host)
-{
-    return must("ip -n " + host +
-                " -4 -o address show dev eth0 scope global | sed 's/.* inet //;s,/.*,,' | tr -d "
-                "'\\n'");
 }
 
 /** The host asks for a new lease; the old one is refused where its network has gone. */

@@ -17,6 +17,7 @@
 #include "support/children.hpp"
 #include "support/files.hpp"
 
+using story::address_of;
 using story::eventually;
 using story::Json;
 using story::must;
@@ -30,13 +31,6 @@ namespace
 constexpr const char *kLeases = "/etc/dhcps.leases";
 constexpr const char *kLaptop = "02:00:5e:00:53:01";
 constexpr const char *kPhone = "02:00:5e:00:53:02";
-
-std::string address_of(const std::string &host)
-{
-    return must("ip -n " + host +
-                " -4 -o address show dev eth0 scope global | sed 's/.* inet //;s,/.*,,' | tr -d "
-                "'\\n'");
-}
 
 /** The host name that the library has for a MAC; nothing when it is no client. */
 std::optional<std::string> host_name_of(const std::string &mac)
