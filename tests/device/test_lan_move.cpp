@@ -137,7 +137,7 @@ TEST(LanMove, AnotherMaskIsAnotherPool)
 TEST(LanMove, WithoutAPoolNothingMoves)
 {
     settle();
-    must("prodctl lan records delete dhcps-list 1");
+    must("prodctl lan records del dhcps-list 1");
     const std::string before = everything();
     const story::Outcome outcome = story::run("prodctl lan move 192.168.1.1/24 2>&1");
     EXPECT_EQ(outcome.status, 1);

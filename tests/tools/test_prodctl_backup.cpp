@@ -126,6 +126,7 @@ TEST_F(PolicyTool, FilesThatCannotBeUsed)
               "prodctl policy import: cannot open /nonesuch: No such file or directory\n");
     EXPECT_EQ(prodctl({"policy", "export", "/nonesuch/file"}).err,
               "prodctl policy export: cannot write /nonesuch/file: No such file or directory\n");
+    refuses({"policy", "init", ""}, "prodctl policy init", "the name of a file cannot be empty");
     EXPECT_EQ(prodctl({"policy", "init", "/nonesuch/file"}).err,
               "prodctl policy init: cannot open /nonesuch/file: unable to open database file\n");
     write_text(PROD_POLICY_DATABASE, std::string(4096, 'x'));

@@ -100,6 +100,7 @@ TEST_F(Config, ImpossibleKeysAndValues)
             long_key + ": the key is too long");
     refuses({"config", "get", "a=b"}, "prodctl config get",
             "a=b: the key holds \"=\" or a line break");
+    refuses({"config", "set", "#a=1"}, "prodctl config set", "#a: the key begins with \"#\"");
     refuses({"config", "unset", "a", "x\ny"}, "prodctl config unset",
             "x?y: the key holds \"=\" or a line break");
     refuses({"config", "set", "=1"}, "prodctl config set", ": the key is empty");

@@ -260,7 +260,7 @@ TEST_F(Debug, LogRefuses)
     refuses({"debug", "log", "", "info", "x"}, "prodctl debug log",
             "a module's name has 1 to 31 characters");
     refuses({"debug", "log", "prod", "info"}, "prodctl debug log",
-            "too many or too few arguments, expected: MODULE LEVEL TEXT...");
+            "an argument is missing, expected: MODULE LEVEL TEXT...");
 }
 
 TEST_F(Debug, ALongLineIsCutAsEveryLogLine)

@@ -92,8 +92,7 @@ TEST(Encode, WrongUsage)
 {
     refuses({"encode", "--as", "rot13", "a"}, "prodctl encode",
             "'rot13' is no encoding: base64, hex or gbk");
-    refuses({"decode", "a", "b"}, "prodctl decode",
-            "too many or too few arguments, expected: [TEXT]");
+    refuses({"decode", "a", "b"}, "prodctl decode", "too many arguments, expected: [TEXT]");
     refuses({"decode", "--as"}, "prodctl decode", "option --as needs a value");
 }
 

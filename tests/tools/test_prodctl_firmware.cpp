@@ -169,11 +169,11 @@ TEST_F(Firmware, WrongArguments)
     refuses({"firmware", "check"}, "prodctl firmware check",
             "an argument is missing, expected: FILE");
     refuses({"firmware", "write", "a", "b"}, "prodctl firmware write",
-            "too many or too few arguments, expected: FILE");
+            "too many arguments, expected: FILE");
     refuses({"firmware", "write", kImage, "--wait", "x"}, "prodctl firmware write",
-            "'x' is no number of seconds");
+            "--wait: 'x' is no number from 0 to 86400");
     refuses({"firmware", "write", kImage, "--wait", "-1"}, "prodctl firmware write",
-            "'-1' is no number of seconds");
+            "--wait: '-1' is no number from 0 to 86400");
     EXPECT_EQ(read_text(kFlash), "old");
 }
 

@@ -99,12 +99,12 @@ TEST(LockRun, ACommandThatCannotRunLeavesTheLockFree)
 TEST(LockRun, WrongWords)
 {
     refuses({"lock", "run", "name"}, "prodctl lock run",
-            "too many or too few arguments, expected: NAME -- COMMAND [ARGUMENT...]");
+            "an argument is missing, expected: NAME -- COMMAND [ARGUMENT...]");
     refuses({"lock", "run", "", "--", "true"}, "prodctl lock run", "a lock's name cannot be empty");
     for (const char *const wrong : {"-1", "1.5", "", "soon", "86401"}) {
         refuses({"lock", "run", std::string{"--timeout="} + wrong, "name", "--", "true"},
                 "prodctl lock run",
-                std::string{"'"} + wrong + "' is no number of seconds from 0 to 86400");
+                std::string{"--timeout: '"} + wrong + "' is no number from 0 to 86400");
     }
     refuses({"lock", "run", "name", "ls", "-l"}, "prodctl lock run", "unknown option '-l'");
 }
@@ -177,11 +177,11 @@ TEST(Mq, WrongWords)
                     "0");
     }
     refuses({"mq", "put", "1", "x", "--size", "0"}, "prodctl mq put",
-            "'0' is no size from 1 to 65536");
+            "--size: '0' is no number from 1 to 65536");
     refuses({"mq", "put", "1", "four", "--size", "3"}, "prodctl mq put",
             "the text is longer than the record of 3 bytes");
     refuses({"mq", "get", "1", "--size", "65537"}, "prodctl mq get",
-            "'65537' is no size from 1 to 65536");
+            "--size: '65537' is no number from 1 to 65536");
 }
 
 // ---- watch ------------------------------------------------------------------------------------
@@ -249,9 +249,9 @@ TEST(Watch, WrongWords)
 {
     refuses({"watch"}, "prodctl watch", "an argument is missing, expected: PATH...");
     refuses({"watch", "/tmp", "--count", "0"}, "prodctl watch",
-            "'0' is no number from 1 to 1000000");
+            "--count: '0' is no number from 1 to 1000000");
     refuses({"watch", "/tmp", "--timeout", "x"}, "prodctl watch",
-            "'x' is no number from 1 to 86400");
+            "--timeout: 'x' is no number from 1 to 86400");
     refuses({"watch", "/tmp", "--json"}, "prodctl watch",
             "with --json, --count or --timeout must say when the answer is complete");
 }

@@ -65,9 +65,9 @@ TEST_F(Lan, RecordsAreAddedShownAndDeleted)
     EXPECT_EQ(
         prodctl({"lan", "records", "get", "dhcps-list", "interface=br1", "mask"}),
         (Outcome{1, "", "prodctl lan records get: dhcps-list has no record with interface=br1\n"}));
-    EXPECT_EQ(prodctl({"lan", "records", "delete", "port-map", "1"}).status, 0);
-    EXPECT_EQ(prodctl({"lan", "records", "delete", "port-map", "1"}),
-              (Outcome{1, "", "prodctl lan records delete: port-map has no record 1\n"}));
+    EXPECT_EQ(prodctl({"lan", "records", "del", "port-map", "1"}).status, 0);
+    EXPECT_EQ(prodctl({"lan", "records", "del", "port-map", "1"}),
+              (Outcome{1, "", "prodctl lan records del: port-map has no record 1\n"}));
 }
 
 TEST_F(Lan, RecordsThatCannotBe)
@@ -84,7 +84,7 @@ TEST_F(Lan, RecordsThatCannotBe)
             "'wan' is a number");
     refuses({"lan", "records", "get", "port-map", "wan=1", "x"}, "prodctl lan records get",
             "port-map has no column 'x'");
-    refuses({"lan", "records", "delete", "port-map", "0"}, "prodctl lan records delete",
+    refuses({"lan", "records", "del", "port-map", "0"}, "prodctl lan records del",
             "'0' is no id of a record");
     test::write_text(kFile, std::string(5000, 'x'));
     EXPECT_EQ(prodctl({"lan", "records", "show"}),

@@ -131,7 +131,7 @@ TEST_F(LanCheck, WrongArguments)
     refuses({"lan", "check"}, "prodctl lan check",
             "an argument is missing, expected: ADDRESS/MASK");
     refuses({"lan", "check", "1.2.3.4/8", "1.2.3.4/8"}, "prodctl lan check",
-            "too many or too few arguments, expected: ADDRESS/MASK");
+            "too many arguments, expected: ADDRESS/MASK");
 }
 
 }  // namespace

@@ -71,8 +71,7 @@ TEST(RouteAlone, WithoutARoute)
 {
     EXPECT_EQ(prodctl({"route"}), (Outcome{0, "There is no route.\n", ""}));
     EXPECT_EQ(prodctl({"route", "--json"}), (Outcome{0, "{\"routes\":[]}\n", ""}));
-    refuses({"route", "10.0.0.1"}, "prodctl route",
-            "too many or too few arguments, expected: none");
+    refuses({"route", "10.0.0.1"}, "prodctl route", "too many arguments, expected: none");
 }
 
 TEST(RouteAlone, WithoutTheStaticRoutes)

@@ -100,7 +100,7 @@ TEST_F(System, Time)
     EXPECT_LE(now, static_cast<double>(get_now_ms()));
     for (const char *const at : {"-1", "2147483648", "now", ""}) {
         refuses({"system", "time", "--at", at}, "prodctl system time",
-                std::string{"'"} + at + "' is no second of the epoch");
+                std::string{"--at: '"} + at + "' is no number from 0 to 2147483647");
     }
 }
 
@@ -260,7 +260,7 @@ TEST_F(System, RequestsWithoutAResponse)
     EXPECT_EQ(nobody.status, 1);
     EXPECT_THAT(nobody.err, HasSubstr("prodctl system request: /tmp/nonesuch gave no answer\n"));
     refuses({"system", "request", "/tmp/daemon", "x", "--timeout", "0"}, "prodctl system request",
-            "'0' is no number of seconds from 1 to 86400");
+            "--timeout: '0' is no number from 1 to 86400");
 }
 
 // ---- LEDs -------------------------------------------------------------------------------------
@@ -376,10 +376,14 @@ TEST_F(Check, Mount)
     no({"check", "mount", "on /nonesuch"});
     no({"check", "mount", "$(touch /tmp/ran)"});
     EXPECT_FALSE(test::exists("/tmp/ran"));
-    const std::string complaint = "the text holds a single quote or more than 108 characters";
+    const std::string complaint = "the text holds a single quote or more than 107 characters";
     refuses({"check", "mount", "'; touch /tmp/ran; '"}, "prodctl check mount", complaint);
-    refuses({"check", "mount", std::string(109, 'x')}, "prodctl check mount", complaint);
     EXPECT_FALSE(test::exists("/tmp/ran"));
+    no({"check", "mount", std::string(107, 'x')});
+    refuses({"check", "mount", std::string(108, 'x')}, "prodctl check mount", complaint);
+    EXPECT_EQ(prodctl({"check", "mount", "--", '-' + std::string(104, 'x')}).out, "no\n");
+    refuses({"check", "mount", "--", '-' + std::string(105, 'x')}, "prodctl check mount",
+            "the text holds a single quote or more than 105 characters");
 }
 
 TEST_F(Check, DeviceAndBridge)

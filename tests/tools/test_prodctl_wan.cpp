@@ -680,8 +680,7 @@ TEST_F(Macs, NoWan)
 {
     ASSERT_EQ(SetValue("wans.flag", "0"), 1);
     EXPECT_EQ(prodctl({"wan", "macs"}).out, "No WAN is configured.\n");
-    refuses({"wan", "macs", "1"}, "prodctl wan macs",
-            "too many or too few arguments, expected: none");
+    refuses({"wan", "macs", "1"}, "prodctl wan macs", "too many arguments, expected: none");
 }
 
 // ---- the status page --------------------------------------------------------------------------

@@ -214,7 +214,7 @@ constinit const Command kPortCommand = {
     .arguments = "[PHYSICAL-ID]",
     .max_arguments = 1,
     .yes = "done; the link of that port is up",
-    .no = "the link of that port is down",
+    .no = "the link of that port is down, or the board has no such port",
     .run = run_port,
     .show = show_port,
 };

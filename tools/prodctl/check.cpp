@@ -15,7 +15,9 @@ namespace prodctl
 namespace
 {
 
-constexpr std::size_t kMountTextMax = 108;
+// The longest texts that the library asks for; one behind a dash has less room.
+constexpr std::size_t kMountTextMax = 107;
+constexpr std::size_t kDashedTextMax = 105;
 
 int answered(cJSON *answer, bool yes)
 {
@@ -42,9 +44,9 @@ int run_app(const Call &call, cJSON *answer)
 int run_mount(const Call &call, cJSON *answer)
 {
     // The library cannot ask for these, and "no" would be a lie.
-    if (strchr(call[0], '\'') != nullptr || strlen(call[0]) > kMountTextMax) {
-        return call.usage("the text holds a single quote or more than %zu characters",
-                          kMountTextMax);
+    const std::size_t most = *call[0] == '-' ? kDashedTextMax : kMountTextMax;
+    if (strchr(call[0], '\'') != nullptr || strlen(call[0]) > most) {
+        return call.usage("the text holds a single quote or more than %zu characters", most);
     }
     return answered(answer, prod_check_mount_exist(call[0]) != 0);
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "prod_common_debug.h"
+#include "words.hpp"
 
 namespace prodctl
 {
@@ -237,6 +238,20 @@ int Call::usage(const char *text, ...) const
     return kUsage;
 }
 
+bool Call::read_number(const char *option, int smallest, int largest,
+                       std::optional<int> &value) const
+{
+    if (!given(option)) {
+        return true;
+    }
+    value = number(this->value(option), smallest, largest);
+    if (!value) {
+        static_cast<void>(usage("%s: '%s' is no number from %d to %d", option, this->value(option),
+                                smallest, largest));
+    }
+    return value.has_value();
+}
+
 /** Turns words into a call, or into help or a complaint. */
 class Parser
 {
@@ -340,7 +355,7 @@ class Parser
         if (count < command_->min_arguments || count > command_->max_arguments) {
             return call_.usage(
                 "%s, expected: %s",
-                count > 0 ? "too many or too few arguments" : "an argument is missing",
+                count < command_->min_arguments ? "an argument is missing" : "too many arguments",
                 *command_->arguments != '\0' ? command_->arguments : "none");
         }
         return std::nullopt;

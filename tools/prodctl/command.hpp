@@ -7,6 +7,7 @@
 #include <cjson/cJSON.h>
 
 #include <climits>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -83,6 +84,12 @@ class Call
         const Given *const found = find(option);
         return found != nullptr ? found->value : nullptr;
     }
+    /**
+     * The number that an option gives; @p value stays as it is when the option was not given.
+     * @return false, after a complaint, when it is none of that range
+     */
+    bool read_number(const char *option, int smallest, int largest,
+                     std::optional<int> &value) const;
     bool json() const { return json_; }
 
     /** Says on standard error why the answer is no. @return kNo */

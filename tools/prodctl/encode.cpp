@@ -202,8 +202,8 @@ constinit const Command kDecodeCommand = {
     .arguments = "[TEXT]",
     .max_arguments = 1,
     .details =
-        "Without TEXT standard input is taken. Blanks and line ends among digits do not count; "
-        "the text\nends at a zero byte.",
+        "Without TEXT standard input is taken. Blanks and line ends among digits do not\n"
+        "count; the text ends at a zero byte.",
     .no = "the text is not in that encoding",
     .run = run_decode,
     .show = show_encoded,

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstring>
 
@@ -242,11 +241,8 @@ constexpr Option kWriteOptions[] = {
 int run_write(const Call &call, cJSON *answer)
 {
     std::optional<int> wait = 30;
-    if (call.given("--wait")) {
-        wait = number(call.value("--wait"), 0, INT_MAX);
-        if (!wait) {
-            return call.usage("'%s' is no number of seconds", call.value("--wait"));
-        }
+    if (!call.read_number("--wait", 0, kDay, wait)) {
+        return kUsage;
     }
     {
         const Image image{call[0]};

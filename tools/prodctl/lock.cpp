@@ -20,7 +20,6 @@ namespace
 constexpr int kCannotRun = 126;
 constexpr int kNotFound = 127;
 
-constexpr int kLongestWait = 86400;
 constexpr const char *kTimeout = "--timeout";
 
 bool take(const char *name, std::optional<int> seconds)
@@ -53,12 +52,8 @@ int become(const Call &call)
 int run_run(const Call &call, cJSON *)
 {
     std::optional<int> seconds;
-    if (call.given(kTimeout)) {
-        seconds = number(call.value(kTimeout), 0, kLongestWait);
-        if (!seconds) {
-            return call.usage("'%s' is no number of seconds from 0 to %d", call.value(kTimeout),
-                              kLongestWait);
-        }
+    if (!call.read_number(kTimeout, 0, kDay, seconds)) {
+        return kUsage;
     }
     if (*call[0] == '\0') {
         return call.usage("a lock's name cannot be empty");

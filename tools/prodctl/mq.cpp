@@ -58,12 +58,7 @@ std::optional<Request> request_of(const Call &call)
         return std::nullopt;
     }
     std::optional<int> size = kDefaultSize;
-    if (call.given(kSize)) {
-        size = number(call.value(kSize), 1, kLargestSize);
-    }
-    if (!size) {
-        static_cast<void>(
-            call.usage("'%s' is no size from 1 to %d", call.value(kSize), kLargestSize));
+    if (!call.read_number(kSize, 1, kLargestSize, size)) {
         return std::nullopt;
     }
     return Request{*queue, static_cast<std::size_t>(*size), call.given(kWait)};

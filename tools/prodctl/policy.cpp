@@ -222,6 +222,9 @@ int run_import(const Call &call, cJSON *answer)
 int run_init(const Call &call, cJSON *answer)
 {
     const char *const path = call.count() > 0 ? call[0] : PROD_POLICY_DATABASE;
+    if (*path == '\0') {  // to the engine that is a database in memory, gone at once
+        return call.usage("the name of a file cannot be empty");
+    }
     sqlite3 *handle = nullptr;
     const int rc = sqlite3_open(path, &handle);
     const PolicyDatabase database{handle, &sqlite3_close};

@@ -25,8 +25,6 @@ constexpr Word kWorkModes[] = {{QX_ROUTE_MODE, "router"},
                                {QX_AP_MODE, "ap"},
                                {QX_FAULT, "fault"}};
 
-constexpr int kDay = 86400;
-
 // ---- modes and clocks -------------------------------------------------------------------------
 
 void add_modes(cJSON *object)
@@ -77,11 +75,8 @@ constexpr Option kTimeOptions[] = {
 int run_time(const Call &call, cJSON *answer)
 {
     std::optional<int> at;
-    if (call.given("--at")) {
-        at = number(call.value("--at"), 0, INT_MAX);
-        if (!at) {
-            return call.usage("'%s' is no second of the epoch", call.value("--at"));
-        }
+    if (!call.read_number("--at", 0, INT_MAX, at)) {
+        return kUsage;
     }
     if (call.given("--zone-from-config")) {
         set_timezone_env();
@@ -153,12 +148,8 @@ constexpr Option kRequestOptions[] = {
 int run_request(const Call &call, cJSON *answer)
 {
     std::optional<int> timeout = 5;
-    if (call.given("--timeout")) {
-        timeout = number(call.value("--timeout"), 1, kDay);
-        if (!timeout) {
-            return call.usage("'%s' is no number of seconds from 1 to %d", call.value("--timeout"),
-                              kDay);
-        }
+    if (!call.read_number("--timeout", 1, kDay, timeout)) {
+        return kUsage;
     }
     char response[PROD_RESPONSE_SIZE] = "";
     if (send_and_recv_from_program(call[0], call[1], response, sizeof(response), *timeout) != 0) {

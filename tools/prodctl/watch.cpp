@@ -16,7 +16,6 @@ namespace
 {
 
 constexpr int kMostChanges = 1000000;
-constexpr int kLongestTime = 86400;
 
 constexpr const char *kCount = "--count";
 constexpr const char *kTimeout = "--timeout";
@@ -67,20 +66,6 @@ Changes &changes()
     return *all;
 }
 
-/** A number among the options, nothing when it was not given; false when it is none. */
-bool read_option(const Call &call, const char *option, int largest, std::optional<int> &value)
-{
-    if (!call.given(option)) {
-        return true;
-    }
-    value = number(call.value(option), 1, largest);
-    if (!value) {
-        static_cast<void>(
-            call.usage("'%s' is no number from 1 to %d", call.value(option), largest));
-    }
-    return value.has_value();
-}
-
 bool put(const Change &change)
 {
     std::string line = printable(change.path);
@@ -94,8 +79,8 @@ int run_watch(const Call &call, cJSON *answer)
 {
     std::optional<int> count;
     std::optional<int> seconds;
-    if (!read_option(call, kCount, kMostChanges, count) ||
-        !read_option(call, kTimeout, kLongestTime, seconds)) {
+    if (!call.read_number(kCount, 1, kMostChanges, count) ||
+        !call.read_number(kTimeout, 1, kDay, seconds)) {
         return kUsage;
     }
     if (call.json() && !count && !seconds) {

@@ -136,6 +136,9 @@ const char *key_flaw(std::string_view key)
     if (key.size() > CFM_KEY_MAX) {
         return "the key is too long";
     }
+    if (key.front() == '#') {
+        return "the key begins with \"#\"";
+    }
     return key.find_first_of("=\r\n") != std::string_view::npos
                ? "the key holds \"=\" or a line break"
                : nullptr;

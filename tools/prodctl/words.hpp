@@ -26,6 +26,8 @@ std::string listed(std::span<const Word> words);
 /** A whole decimal number in a range. */
 std::optional<int> number(const char *text, int smallest, int largest);
 
+constexpr int kDay = 86400;  // seconds, the longest wait that a command offers
+
 /** A text as hexadecimal digits, by the library. */
 std::string hex_of(const char *text);
 /** What pairs of hexadecimal digits stand for, up to a zero byte; nothing when they are not such.
