@@ -86,8 +86,8 @@ int get(Arguments arguments)
     if (GetValue(arguments[0], value) == 0) {
         return kRefused;
     }
-    puts(value);
-    return kDone;
+    const bool written = puts(value) >= 0 && fflush(stdout) == 0;
+    return written ? kDone : refused(strerror(errno), arguments[0]);
 }
 
 int set(Arguments arguments)
@@ -148,6 +148,18 @@ int upload(Arguments arguments)
     return cfm_upload(text.get(), size) != 0 ? kDone : refused("not taken, nothing changed", path);
 }
 
+bool asks_for_help(std::string_view word)
+{
+    return word == "--help" || word == "-h";
+}
+
+int wrong_usage(const char *why, std::string_view command)
+{
+    fprintf(stderr, "cfm: %.*s%s%s\n%s", static_cast<int>(command.size()), command.data(),
+            command.empty() ? "" : ": ", why, kHelp);
+    return kUsage;
+}
+
 struct Command {
     std::string_view name;
     std::size_t least;
@@ -166,17 +178,21 @@ int main(int argc, char **argv)
 {
     const Arguments all{argv, static_cast<std::size_t>(argc)};
     const std::string_view name = all.size() > 1 ? all[1] : "";
-    if (name == "--help" || name == "-h") {
+    const Arguments arguments = all.size() > 2 ? all.subspan(2) : Arguments{};
+    // Alone behind a command, too, where it would be the name of a key or of a file.
+    if (asks_for_help(name) || (arguments.size() == 1 && asks_for_help(arguments[0]))) {
         fputs(kHelp, stdout);
         return kDone;
     }
+    if (name.empty()) {
+        return wrong_usage("a command is missing", "");
+    }
     for (const Command &command : kCommands) {
-        const Arguments arguments = all.size() > 2 ? all.subspan(2) : Arguments{};
-        if (command.name == name && arguments.size() >= command.least &&
-            arguments.size() <= command.most) {
-            return command.run(arguments);
+        if (command.name == name) {
+            return arguments.size() < command.least  ? wrong_usage("an argument is missing", name)
+                   : arguments.size() > command.most ? wrong_usage("too many arguments", name)
+                                                     : command.run(arguments);
         }
     }
-    fputs(kHelp, stderr);
-    return kUsage;
+    return wrong_usage("unknown command", name);
 }

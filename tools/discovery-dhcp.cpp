@@ -43,8 +43,8 @@ constexpr const char *kHelp =
     "                line; a few servers and relays answer only everybody\n"
     "  -h, --help    this text\n"
     "\n"
-    "Exit status: 0 a server answered; 1 none did, or the question could not be asked; 2 wrong "
-    "usage.\n";
+    "Exit status: 0 a server answered; 1 none did, or the question could not be asked or "
+    "its\nanswer written; 2 wrong usage.\n";
 
 struct Arguments {
     const char *ifname = nullptr;
@@ -52,9 +52,9 @@ struct Arguments {
     bool private_answer = false;
 };
 
-int failed(const char *ifname, const char *what)
+int failed(const char *where, const char *what)
 {
-    fprintf(stderr, "discovery-dhcp: %s: %s\n", ifname, what);
+    fprintf(stderr, "discovery-dhcp: %s: %s\n", where, what);
     return kNoAnswer;
 }
 
@@ -204,7 +204,6 @@ bool print_offer(const Line &line, std::uint32_t xid, long long deadline)
                                           packet.summed, xid, line.mac());
         if (offer) {
             printf("%s\n", dhcp::line_of(*offer, packet.sender).c_str());
-            fflush(stdout);
             return true;
         }
     }
@@ -228,7 +227,8 @@ int discover(const Arguments &arguments)
             return failed(arguments.ifname, strerror(errno));
         }
         if (print_offer(line, xid, std::min(end, now + kRepeatMs))) {
-            return kAnswered;
+            const bool written = fflush(stdout) == 0 && ferror(stdout) == 0;
+            return written ? kAnswered : failed("standard output", strerror(errno));
         }
     }
     fprintf(stderr, "discovery-dhcp: %s: no server answered within %d s\n", arguments.ifname,

@@ -362,6 +362,7 @@ int main(int argc, char **argv)
         return kDone;
     }
     if (argc != 4) {
+        complain(kUsage, "TYPE, IMAGE and PROCESS are needed, and nothing else");
         fputs(kHelp, stderr);
         return kUsage;
     }

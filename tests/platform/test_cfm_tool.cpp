@@ -12,6 +12,7 @@
 using test::read_text;
 using test::write_text;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace
 {
@@ -53,6 +54,8 @@ TEST_F(CfmTool, GetSetUnset)
     EXPECT_EQ(run("cfm set a 'x = \"y\" $z'"), 0);
     EXPECT_EQ(run("cfm get a"), 0);
     EXPECT_EQ(out(), "x = \"y\" $z\n");
+    EXPECT_EQ(system("cfm get a >/dev/full 2>/tmp/err") >> 8, 1);
+    EXPECT_EQ(err(), "cfm: a: No space left on device\n");
     EXPECT_EQ(run("cfm set a ''"), 0);
     EXPECT_EQ(run("cfm get a"), 0);
     EXPECT_EQ(out(), "\n");
@@ -158,10 +161,23 @@ TEST_F(CfmTool, Usage)
 {
     EXPECT_EQ(run("cfm --help"), 0);
     EXPECT_THAT(out(), HasSubstr("usage: cfm COMMAND"));
-    for (const char *const line : {"cfm", "cfm nonsense", "cfm get", "cfm get a b", "cfm set a",
-                                   "cfm commit now", "cfm show a b", "cfm upload /tmp/up"}) {
+    EXPECT_EQ(run("cd /tmp; cfm show --help"), 0);
+    EXPECT_THAT(out(), HasSubstr("usage: cfm COMMAND"));
+    EXPECT_FALSE(test::exists("/tmp/--help"));
+    const struct {
+        const char *line;
+        const char *why;
+    } wrong[] = {{"cfm", "a command is missing"},
+                 {"cfm nonsense", "nonsense: unknown command"},
+                 {"cfm get", "get: an argument is missing"},
+                 {"cfm get a b", "get: too many arguments"},
+                 {"cfm set a", "set: an argument is missing"},
+                 {"cfm commit now", "commit: too many arguments"},
+                 {"cfm show a b", "show: too many arguments"},
+                 {"cfm upload /tmp/up", "upload: unknown command"}};
+    for (const auto &[line, why] : wrong) {
         EXPECT_EQ(run(line), 2) << line;
-        EXPECT_THAT(err(), HasSubstr("usage: cfm COMMAND")) << line;
+        EXPECT_THAT(err(), StartsWith(std::string{"cfm: "} + why + "\nusage: cfm COMMAND")) << line;
         EXPECT_EQ(out(), "") << line;
     }
 }

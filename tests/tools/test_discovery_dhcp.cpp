@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // discovery-dhcp on a cable whose far end is a server that the test plays: honest, silent or
 // hostile.
+#include <fcntl.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -314,9 +315,13 @@ class Line : public testing::Test
                sizeof(to));
     }
 
-    /** Runs the tool with a server that is called with each question. */
+    /**
+     * Runs the tool with a server that is called with each question, and @p in_child in its process
+     * just before.
+     */
     template <typename Serve>
-    Outcome ask(const Words &options, Serve serve)
+    Outcome ask(
+        const Words &options, Serve serve, const std::function<void()> &in_child = [] {})
     {
         const int stop = eventfd(0, EFD_CLOEXEC);
         std::thread server{[&] {
@@ -337,7 +342,7 @@ class Line : public testing::Test
         }};
         Words words = {DISCOVERY_DHCP, "-i", "eth1"};
         words.insert(words.end(), options.begin(), options.end());
-        Outcome outcome = program(words);
+        Outcome outcome = program(words, "", in_child);
         eventfd_write(stop, 1);
         server.join();
         close(stop);
@@ -360,6 +365,16 @@ TEST_F(Line, AnOffer)
     EXPECT_EQ(outcome, (Outcome{0, kLine + "\n", ""}));
     ASSERT_EQ(questions_.size(), 1U);
     EXPECT_EQ(questions_[0], dhcp::discover(xid_of(questions_[0]), kClient, false));
+}
+
+TEST_F(Line, AnOfferThatCannotBeWritten)
+{
+    SKIP_IF_EMULATED(kNoAuxdata);
+    const Outcome outcome = ask(
+        {}, [&](const Packet &question) { send(offer(kOptions, xid_of(question))); },
+        [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+    EXPECT_EQ(outcome,
+              (Outcome{1, "", "discovery-dhcp: standard output: No space left on device\n"}));
 }
 
 TEST_F(Line, EveryQuestionHasItsNumber)

@@ -190,10 +190,12 @@ TEST_F(Upgrade, WrongCommandLines)
         Words words;
         const char *said;
     } kCases[] = {
-        {{}, "usage: upgrade TYPE IMAGE PROCESS"},
-        {{"2"}, "usage: "},
-        {{"2", kImage}, "usage: "},
-        {{"2", kImage, "a", "b"}, "usage: "},
+        {{},
+         "upgrade: TYPE, IMAGE and PROCESS are needed, and nothing else\n"
+         "usage: upgrade TYPE IMAGE PROCESS"},
+        {{"2"}, "upgrade: TYPE, IMAGE and PROCESS are needed"},
+        {{"2", kImage}, "upgrade: TYPE, IMAGE and PROCESS are needed"},
+        {{"2", kImage, "a", "b"}, "upgrade: TYPE, IMAGE and PROCESS are needed"},
         {{"4", kImage, "imsd"}, "upgrade: type 4 is not written on this device, only 2 is\n"},
         {{"-2", kImage, "imsd"}, "upgrade: type -2 is"},
         {{"2x", kImage, "imsd"}, "upgrade: type 2x is"},
