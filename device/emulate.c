@@ -22,8 +22,9 @@ enum { kLoaderVariableCount = sizeof(kLoaderVariables) / sizeof(kLoaderVariables
 
 static _Noreturn void fail(const char *what)
 {
-    fprintf(stderr, "emulate: %s: %s\n", what, strerror(errno));
-    exit(errno == ENOENT ? 127 : 126);
+    const int err = errno;
+    fprintf(stderr, "emulate: %s: %s\n", what, strerror(err));
+    exit(err == ENOENT ? 127 : 126);
 }
 
 __attribute__((format(printf, 1, 2))) static char *text(const char *format, ...)

@@ -27,6 +27,29 @@ option_value() {
     printf '%s' "$2"
 }
 
+# usage: number_value OPTION [VALUE]    the value, which must be a whole number above 0
+number_value() {
+    local value
+    value=$(option_value "$@") || exit
+    [[ $value =~ ^[1-9][0-9]*$ ]] || fail "$1: $value is no number above 0"
+    printf '%s' "$value"
+}
+
+# usage: folder_value OPTION [VALUE]    the full path of the value, which must be a folder
+folder_value() {
+    local value
+    value=$(option_value "$@") || exit
+    (cd "$value" 2>/dev/null && pwd) || fail "$1: there is no folder $value"
+}
+
+# usage: preset_value OPTION [VALUE]    the value, which must be a build of CMakePresets.json
+preset_value() {
+    local value
+    value=$(option_value "$@") || exit
+    grep -qF "\"name\": \"$value\"" "$tree/CMakePresets.json" || fail "$1: there is no build $value (--help tells more)"
+    printf '%s' "$value"
+}
+
 may_write() {
     local path=$1
     while [ ! -e "$path" ]; do
@@ -99,6 +122,6 @@ use_build() {
         "$tree/script/bootstrap"
         build host host prod_common
         dir=$(build_dir host) ;;
-    *) dir=$(cd "$1" && pwd) || fail "there is no build folder $1" ;;
+    *) dir=$(cd "$1" 2>/dev/null && pwd) || fail "there is no build folder $1" ;;
     esac
 }
