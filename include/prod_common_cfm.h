@@ -210,10 +210,10 @@ PROD_API int qvlan_policy_callback(void *para, int n_column, char **column_value
 /** @} */
 
 /**
- * Appends every row of the database to the policy files, in the order of the table above but for
- * reboot, which comes before deployment. The caller removes old policy files first; a table without
- * rows creates none. A database that cannot be read is first replaced by the factory template:
- * "cp /webroot/Dcg_database.db /cfg/s_brcmnand".
+ * Appends every row of the database to the policy files, in the order of the table above. The
+ * caller removes old policy files first; a table without rows creates none. A database that cannot
+ * be read is first replaced by the factory template: "cp /webroot/Dcg_database.db
+ * /cfg/s_brcmnand".
  *
  * The database is closed in every case. One that was missing before and cannot be read now (half a
  * copy, or no template) is removed again, so that the next call copies it and upload_ac_policy()

@@ -280,7 +280,7 @@ PROD_API int generate_ipv6_by_mac(const struct in6_addr *prefix, int prefix_len,
 
 /**
  * Adds one to a MAC, counted at byte @p c with carries towards byte 1; byte 0, the vendor's, never
- * changes.
+ * changes. Entry and success go to the platform's log, module "common_so".
  *
  * @param mac  6 bytes
  * @param c    1 to 5
@@ -333,7 +333,8 @@ PROD_API void getAllWanDns(char *dns_buf, int size);
 
 /**
  * Appends " -s <dns> " to a text unless the server stands in it between blanks already. The option
- * is cut at 31 characters and at the end of the text's room. Does nothing for a NULL argument.
+ * is cut at 31 characters and at the end of the text's room. Does nothing for a NULL argument and a
+ * @p size below 1.
  * @param dns_buf  a text to which options were added before, or an empty one
  * @param size     bytes of @p dns_buf
  */

@@ -139,9 +139,9 @@ PROD_API HLX_RETURN_CODE system_qx_gethostbyname(const char *hostname, char *ip)
  *
  * @param sun_path  path of the socket, of which 107 characters are used
  * @param req       the request text
- * @param resp      receives the response, padded with zero bytes to @p resp_len. It is terminated
- *                  only when the response is shorter than @p resp_len. NULL asks for no response:
- *                  the connection is closed once the request is written.
+ * @param resp      receives the response up to its first zero byte, padded with zero bytes to
+ *                  @p resp_len. It is terminated only when that is shorter than @p resp_len. NULL
+ *                  asks for no response: the connection is closed once the request is written.
  * @param resp_len  bytes of @p resp; with 0 or less nothing is copied
  * @param timeout   longest wait of each read and write in seconds; 0 or less waits without limit
  * @return 0; -1 when @p req or @p sun_path is NULL (silently), when the exchange fails, and for a

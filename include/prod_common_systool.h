@@ -63,8 +63,8 @@ PROD_API int prod_systool_sys_cfg_download(char *filename);
  * @param pbuf  the whole file, with a NUL behind its last byte
  * @param size  its bytes without that NUL
  * @return CFG_UPGRADE_OK; CFG_FILE_INVALID; CFG_UPLOAD_ERR when a marker is missing or a file
- * cannot be opened or written: the two databases are then as in the backup and some of the files
- *         too, policies and configuration as they were
+ *         cannot be opened or written: the two databases are then as in the backup and some of the
+ *         files too, policies and configuration as they were
  */
 PROD_API int prod_systool_cfg_upload(const char *pbuf, long size);
 

@@ -122,8 +122,9 @@ PROD_API void get_mac_by_wanid(int wan_id, char *mac_str);
  * address on the interface (for WAN 1 also the file "/etc/ipv6_wan1.ini") HLX_WAN_CONNECTED; a
  * running client process ("dhcpcd_wan%d" or "pppd_wan%d" by the type, for WAN 1 also "dhcp6c")
  * HLX_WAN_CONNECTING; else HLX_WAN_NOT_CONNECTED, and always so for static
- * types. HLX_SYS_MODE_ADSL_GW is always HLX_WAN_NO_WIRE, HLX_SYS_MODE_ADSL_BR always
- * HLX_WAN_CONNECTED. Logs under "prod" at levels 2 and 3, with entry and exit traces.
+ * types. HLX_SYS_MODE_ADSL_GW is always HLX_WAN_NO_WIRE, and so is an id that is no WAN's;
+ * HLX_SYS_MODE_ADSL_BR is always HLX_WAN_CONNECTED. Logs under "prod" at levels 2 and 3, with entry
+ * and exit traces.
  * @param con_type  its connection type
  * @param sys_mode  the system mode
  */

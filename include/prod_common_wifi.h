@@ -143,8 +143,8 @@ PROD_API char *get_wifi_workmode(void);
 PROD_API int wifi_get_bss_enable(const char *name);
 
 /**
- * 1 when the radio is enabled ("wlan0_enable") and the interface of at least one of its BSSs is up,
- * else 0. Looked at are as many BSSs as "wlan0_web_maxbss" says, 64 at most.
+ * 1 when the radio is enabled ("wlan0_enable", "wlan1_enable") and the interface of at least one of
+ * its BSSs is up, else 0. Looked at are as many BSSs as its "web_maxbss" says, 64 at most.
  * @param rate  2, or anything else for the 5 GHz radio
  */
 PROD_API int get_wifi_band_status(int rate);

@@ -42,8 +42,8 @@ PROD_API int ipc_lock_nowait(const char *name, ...) PROD_PRINTF(1, 2);
 /**
  * Takes a named lock, trying every 100 ms for some time. Setting the clock changes nothing about
  * it.
- * @param seconds  whole seconds of the device's uptime, which may have begun the moment before; at
- * 0 and below it is tried once
+ * @param seconds  whole seconds of the device's uptime, which may have begun the moment before;
+ *                 at 0 and below it is tried once
  * @return 1 when taken; 0 when it was held all the time, or at once when it cannot be had
  */
 PROD_API int ipc_lock_timeout(int seconds, const char *name, ...) PROD_PRINTF(2, 3);

@@ -24,8 +24,8 @@ PROD_BEGIN
  * process ends, unless the caller joins it, so a body is expected to run for the process's life.
  * @param handler  the body
  * @param args     handed to it; stays the caller's
- * @return the thread's id; (pthread_t)-1 when @p handler is NULL (silently), when memory is short
- * or the thread cannot be created, with errno telling which of the two
+ * @return the thread's id; (pthread_t)-1 when @p handler is NULL (silently), when memory is
+ *         short or the thread cannot be created, with errno telling which of the two
  */
 PROD_API pthread_t start_thread(thread_body_t handler, void *args);
 

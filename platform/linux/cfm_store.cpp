@@ -77,7 +77,7 @@ class FileLock
 };
 
 /**
- * A byte that reads 1 in this process and 0 in every child of it, or nullptr where the kernel has
+ * A number that reads 1 in this process and 0 in every child of it, or nullptr where the kernel has
  * no such memory. Cheaper to look at than the process id, which costs a system call.
  */
 const std::atomic<int> *make_fork_mark()

@@ -27,13 +27,12 @@
 PLATFORM_BEGIN
 
 /**
- * Copies the value stored under @p key.
+ * Copies the value stored under @p key. Never blocks, apart from a process's first access, which
+ * opens the store.
  *
  * @param key    name of the value
  * @param value  receives the text with its NUL; must have CFM_VALUE_SIZE bytes, since the store
  *               is given no length. Left untouched when the key is absent.
- * Never blocks, apart from a process's first access, which opens the store.
- *
  * @return non-zero when the key was found (its value may be empty), 0 when it is absent, cannot
  *         be a key (NULL, empty or longer than CFM_KEY_MAX) or the store cannot be read; also for
  *         a NULL @p value
