@@ -181,8 +181,11 @@ History recall_of(const Histories &histories, int wan)
 Histories recall()
 {
     Histories histories;
-    const Fd fd = open_samples(O_RDONLY, LOCK_SH);
-    const platform::Stream stream{fd ? fdopen(dup(fd.get()), "r") : nullptr};
+    Fd fd = open_samples(O_RDONLY, LOCK_SH);
+    const platform::Stream stream{fd ? fdopen(fd.get(), "r") : nullptr};
+    if (stream != nullptr) {
+        static_cast<void>(fd.release());  // the stream closes it, which ends the lock
+    }
     char line[256];
     while (stream != nullptr && fgets(line, sizeof(line), stream.get()) != nullptr) {
         Sample sample;

@@ -2,6 +2,8 @@
 // Rates are measured with frames of a known size that really pass the WAN's interface.
 #include "platform/km.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
@@ -16,6 +18,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -31,6 +34,27 @@ using test::read_text;
 using test::write_text;
 using Clock = std::chrono::steady_clock;
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+namespace
+{
+
+/** The descriptors that became streams. */
+struct Streams {
+    int opened;
+    int inheritable;
+};
+Streams streams;
+
+}  // namespace
+
+extern "C" FILE *fdopen(int fd, const char *mode) noexcept
+{
+    ++streams.opened;
+    streams.inheritable += (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 ? 1 : 0;
+    static const auto real =
+        reinterpret_cast<FILE *(*)(int, const char *)>(dlsym(RTLD_NEXT, "fdopen"));
+    return real(fd, mode);
+}
 
 namespace
 {
@@ -274,6 +298,16 @@ TEST_F(WanFlow, ADamagedSamplesFile)
     }
     write_text(kSamples, many);
     EXPECT_EQ(rates_of(1).down, 0);
+}
+
+TEST_F(WanFlow, NoProgramInheritsTheSamplesFile)
+{
+    rates_of(1);
+    streams = {};
+    rates_of(1);
+    EXPECT_EQ(streams.opened, 1);
+    // Whoever did, would keep its lock for as long as that program runs.
+    EXPECT_EQ(streams.inheritable, 0);
 }
 
 TEST_F(WanFlow, WithoutARoomToRemember)
