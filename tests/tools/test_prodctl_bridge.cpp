@@ -61,9 +61,9 @@ TEST_F(Bridge, ShowOfASwitch)
     EXPECT_EQ(prodctl({"bridge", "show"}).out,
               "br0 IPv4 forwarding off\n"
               "PLACE  PHYSICAL  ROLE  INTERFACE  STATE\n"
-              "1      4         wan   eth1       in the bridge\n"
-              "2      3         lan   eth2       in the bridge\n"
-              "3      2         lan   eth3       in the bridge\n");
+              "1      4         WAN   eth1       in the bridge\n"
+              "2      3         LAN   eth2       in the bridge\n"
+              "3      2         LAN   eth3       in the bridge\n");
 }
 
 TEST_F(Bridge, Update)

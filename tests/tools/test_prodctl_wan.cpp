@@ -124,7 +124,7 @@ TEST_F(Wan, StatusOfAConnectedWan)
                                "  address        100.64.1.100\n  mask           255.255.255.0\n"
                                "  gateway        100.64.1.1\n"
                                "  DNS            100.64.1.1, 100.64.1.53\n"
-                               "  up             RATE KB/s\n  down           RATE KB/s\n"
+                               "  up             RATE KiB/s\n  down           RATE KiB/s\n"
                                "  connected for  1 h 2 min SOON s (TIME s)\n")));
 }
 

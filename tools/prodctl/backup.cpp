@@ -318,7 +318,8 @@ void show_load(const cJSON *answer, Page &page)
         page.line({format("%s policies", kind->string), format("%d", int_of(kind, "old")), "->",
                    format("%d", int_of(kind, "new"))});
     }
-    page.line({format("%d settings %s", cJSON_GetArraySize(changes),
+    const int count = cJSON_GetArraySize(changes);
+    page.line({format("%d %s %s", count, count == 1 ? "setting" : "settings",
                       loaded ? "changed, loaded" : "would change")});
 }
 

@@ -75,11 +75,7 @@ void show_leds(const cJSON *answer, Page &page)
     {
         rows.push_back({text_of(led, "name"), text_of(led, "pattern")});
     }
-    if (rows.empty()) {
-        page.line({{"The board has no LED.", Tone::kFaint}});
-        return;
-    }
-    page.table({"LED", "PATTERN"}, rows);
+    page.table({"LED", "PATTERN"}, rows, "The board has no LED.");
 }
 
 /** The LEDs that the library switches as a group. */
@@ -193,11 +189,7 @@ void show_port(const cJSON *answer, Page &page)
         rows.push_back({format("%d", int_of(port, "physical_id")),
                         Cell{link ? "up" : "down", link ? Tone::kGood : Tone::kFaint}});
     }
-    if (rows.empty()) {
-        page.line({{"No port is configured.", Tone::kFaint}});
-        return;
-    }
-    page.table({"PHYSICAL", "LINK"}, rows);
+    page.table({"PHYSICAL", "LINK"}, rows, "No port is configured.");
 }
 
 }  // namespace

@@ -58,10 +58,6 @@ void show_bridge(const cJSON *answer, Page &page)
                flag_of(answer, "forwarding") ? Cell{"IPv4 forwarding on", Tone::kGood}
                                              : Cell{"IPv4 forwarding off", Tone::kWarning}});
     const cJSON *const ports = member(answer, "ports");
-    if (cJSON_GetArraySize(ports) == 0) {
-        page.line({"No port is configured."});
-        return;
-    }
     std::vector<std::vector<Cell>> rows;
     const cJSON *port;
     cJSON_ArrayForEach(port, ports)
@@ -70,12 +66,12 @@ void show_bridge(const cJSON *answer, Page &page)
         const bool is_wan = strcmp(text_of(port, "role"), "wan") == 0;
         rows.push_back({format("%d", int_of(port, "place")),
                         format("%d", int_of(port, "physical_id")),
-                        text_of(port, "role"),
+                        is_wan ? "WAN" : "LAN",
                         text_of(port, "interface"),
                         {inside ? "in the bridge" : "on its own",
                          inside == is_wan ? Tone::kBad : Tone::kGood}});
     }
-    page.table({"PLACE", "PHYSICAL", "ROLE", "INTERFACE", "STATE"}, rows);
+    page.table({"PLACE", "PHYSICAL", "ROLE", "INTERFACE", "STATE"}, rows, "No port is configured.");
 }
 
 int run_update(const Call &call, cJSON *answer)

@@ -193,11 +193,7 @@ void show_modules(const cJSON *answer, Page &page)
     {
         rows.push_back({text_of(module, "name"), text_of(module, "level_name")});
     }
-    if (rows.empty()) {
-        page.line({{"No module is registered: only errors are written.", Tone::kFaint}});
-        return;
-    }
-    page.table({"MODULE", "LEVEL"}, rows);
+    page.table({"MODULE", "LEVEL"}, rows, "No module is registered: only errors are written.");
 }
 
 constinit const Command kDebugGroup = {

@@ -153,11 +153,7 @@ void show_list(const cJSON *answer, Page &page)
     {
         rows.push_back({text_of(rule, "domain"), text_of(rule, "address")});
     }
-    if (rows.empty()) {
-        page.line({{"No name is redirected.", Tone::kFaint}});
-        return;
-    }
-    page.table({"DOMAIN", "ADDRESS"}, rows);
+    page.table({"DOMAIN", "ADDRESS"}, rows, "No name is redirected.");
 }
 
 constexpr Command kCommands[] = {

@@ -24,7 +24,7 @@ constexpr const char *kFormatOption = "--as";
 constexpr std::size_t kMostInput = 1U << 24;  // lengths of the library's functions are int
 
 /** What a command makes of the whole input; nothing when that cannot be, which it has explained. */
-using Convert = std::optional<std::string> (*)(const Call &call, std::string text);
+using Convert = std::optional<std::string> (*)(const Call &call, const std::string &text);
 
 struct Format {
     const char *name;
@@ -43,7 +43,7 @@ std::optional<std::string> taken(const Call &call, char *text, const char *compl
     return text;
 }
 
-std::optional<std::string> encode_base64(const Call &, std::string text)
+std::optional<std::string> encode_base64(const Call &, const std::string &text)
 {
     std::string out(4 * ((text.size() + 2) / 3) + 1, '\0');
     prod_encode64(out.data(), text.c_str(), static_cast<int>(out.size()));
@@ -51,14 +51,15 @@ std::optional<std::string> encode_base64(const Call &, std::string text)
 }
 
 /** Digits may be broken into lines. */
-void drop_blanks(std::string &digits)
+std::string without_blanks(std::string digits)
 {
     std::erase_if(digits, [](char c) { return isspace(static_cast<unsigned char>(c)) != 0; });
+    return digits;
 }
 
-std::optional<std::string> decode_base64(const Call &call, std::string digits)
+std::optional<std::string> decode_base64(const Call &call, const std::string &text)
 {
-    drop_blanks(digits);
+    const std::string digits = without_blanks(text);
     for (const char c : std::string_view{digits}.substr(0, digits.find('='))) {
         if (c == '+' || c == '/') {
             call.no("the device's decoder does not know the digits '+' and '/'");
@@ -74,28 +75,27 @@ std::optional<std::string> decode_base64(const Call &call, std::string digits)
     return out.c_str();
 }
 
-std::optional<std::string> encode_hex(const Call &, std::string text)
+std::optional<std::string> encode_hex(const Call &, const std::string &text)
 {
     return hex_of(text.c_str());
 }
 
-std::optional<std::string> decode_hex(const Call &call, std::string digits)
+std::optional<std::string> decode_hex(const Call &call, const std::string &digits)
 {
-    drop_blanks(digits);
-    const std::optional<std::string> text = text_of_hex(digits);
+    std::optional<std::string> text = text_of_hex(without_blanks(digits));
     if (!text) {
         call.no("that is no text of hexadecimal pairs");
     }
     return text;
 }
 
-std::optional<std::string> encode_gbk(const Call &call, std::string text)
+std::optional<std::string> encode_gbk(const Call &call, const std::string &text)
 {
     return taken(call, encode_chinese("gbk", text.c_str()),
                  "that is no UTF-8 text, or not all of it has a GBK character");
 }
 
-std::optional<std::string> decode_gbk(const Call &call, std::string text)
+std::optional<std::string> decode_gbk(const Call &call, const std::string &text)
 {
     return taken(call, encode_chinese("utf-8", text.c_str()), "that is no GBK text");
 }
@@ -146,12 +146,12 @@ int run_either(const Call &call, cJSON *answer, Convert Format::*direction)
     if (wanted == nullptr) {
         return call.usage("'%s' is no encoding: base64, hex or gbk", name);
     }
-    std::optional<std::string> text =
+    const std::optional<std::string> text =
         call.count() > 0 ? std::optional<std::string>{call[0]} : standard_input(call);
     if (!text) {
         return kNo;
     }
-    const std::optional<std::string> result = (wanted->*direction)(call, std::move(*text));
+    const std::optional<std::string> result = (wanted->*direction)(call, *text);
     if (!result) {
         return kNo;
     }

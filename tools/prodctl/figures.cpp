@@ -22,7 +22,7 @@ int run_memory(const Call &call, cJSON *answer)
 void show_memory(const cJSON *answer, Page &page)
 {
     page.fields({{"used", format("%d %%", int_of(answer, "used_percent"))},
-                 {"free", format("%d kB", int_of(answer, "free_kb"))}});
+                 {"free", format("%d KiB", int_of(answer, "free_kb"))}});
 }
 
 int run_cpu(const Call &, cJSON *answer)

@@ -162,11 +162,7 @@ void show_neighbours(const cJSON *answer, Page &page)
         rows.push_back({text_of(neighbour, "address"), text_of(neighbour, "mac"),
                         text_of(neighbour, "hostname")});
     }
-    if (rows.empty()) {
-        page.line({{"No neighbour is known.", Tone::kFaint}});
-        return;
-    }
-    page.table({"ADDRESS", "MAC", "HOST NAME"}, rows);
+    page.table({"ADDRESS", "MAC", "HOST NAME"}, rows, "No neighbour is known.");
 }
 
 constinit const Command kLanGroup = {

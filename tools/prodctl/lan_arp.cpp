@@ -107,11 +107,7 @@ void show_lan_arp(const cJSON *answer, Page &page)
                         Cell{state, is_incomplete ? Tone::kWarning : Tone::kPlain},
                         text_of(entry, "interface")});
     }
-    if (rows.empty()) {
-        page.line({{"No neighbour is known.", Tone::kFaint}});
-        return;
-    }
-    page.table({"ADDRESS", "MAC", "STATE", "INTERFACE"}, rows);
+    page.table({"ADDRESS", "MAC", "STATE", "INTERFACE"}, rows, "No neighbour is known.");
 }
 
 }  // namespace prodctl

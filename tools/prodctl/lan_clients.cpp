@@ -58,11 +58,7 @@ void show_clients(const cJSON *answer, Page &page)
         rows.push_back(
             {text_of(client, "address"), text_of(client, "mac"), text_of(client, "hostname")});
     }
-    if (rows.empty()) {
-        page.line({{"No client has a lease.", Tone::kFaint}});
-        return;
-    }
-    page.table({"ADDRESS", "MAC", "HOST NAME"}, rows);
+    page.table({"ADDRESS", "MAC", "HOST NAME"}, rows, "No client has a lease.");
 }
 
 int run_lan_clients(const Call &, cJSON *answer)

@@ -370,11 +370,7 @@ void show_lan_move(const cJSON *answer, Page &page)
                         text_of(change, "before"),
                         {text_of(change, "after"), Tone::kStrong}});
     }
-    if (rows.empty()) {
-        page.line({{"Nothing to change.", Tone::kFaint}});
-    } else {
-        page.table({"SETTING", "BEFORE", "AFTER"}, rows);
-    }
+    page.table({"SETTING", "BEFORE", "AFTER"}, rows, "Nothing to change.");
     if (!rows.empty() && flag_of(answer, "dry_run")) {
         page.gap();
         page.line({{"Nothing was changed.", Tone::kFaint}});

@@ -152,11 +152,7 @@ void show_show(const cJSON *answer, Page &page)
                 rows.back().push_back(cell_of(value));
             }
         }
-        if (rows.empty()) {
-            page.line({{"No record.", Tone::kFaint}});
-        } else {
-            page.table(titles, rows);
-        }
+        page.table(titles, rows, "No record.");
     }
 }
 

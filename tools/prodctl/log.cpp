@@ -124,11 +124,7 @@ void show_log(const cJSON *answer, Page &page)
                             : format("%d", int_of(entry, "type")),
                         text_of(entry, "message")});
     }
-    if (rows.empty()) {
-        page.line({{"No entry.", Tone::kFaint}});
-        return;
-    }
-    page.table({"DATE", "TYPE", "MESSAGE"}, rows);
+    page.table({"DATE", "TYPE", "MESSAGE"}, rows, "No entry.");
 }
 
 constinit const Command kLogGroup = {

@@ -244,8 +244,12 @@ void Page::fields(const std::vector<Field> &fields)
 }
 
 void Page::table(const std::vector<const char *> &titles,
-                 const std::vector<std::vector<Cell>> &rows)
+                 const std::vector<std::vector<Cell>> &rows, const char *none)
 {
+    if (rows.empty() && none != nullptr) {
+        line({{none, Tone::kFaint}});
+        return;
+    }
     std::vector<std::size_t> widths;
     for (std::size_t column = 0; column < titles.size(); ++column) {
         std::size_t width = width_of(titles[column]);

@@ -67,8 +67,12 @@ class Page
     void heading(const char *title);
     /** Indented "name  value" lines with their values aligned; empty values as "-". */
     void fields(const std::vector<Field> &fields);
-    /** Columns as wide as their longest cell; empty cells as "-". */
-    void table(const std::vector<const char *> &titles, const std::vector<std::vector<Cell>> &rows);
+    /**
+     * Columns as wide as their longest cell; empty cells as "-".
+     * @param none  what stands, faint, in the place of a table without rows
+     */
+    void table(const std::vector<const char *> &titles, const std::vector<std::vector<Cell>> &rows,
+               const char *none = nullptr);
     /** Bytes as they are. */
     void verbatim(std::string_view bytes);
 

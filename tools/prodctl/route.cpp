@@ -70,11 +70,7 @@ void show_upnp(const cJSON *answer, Page &page)
             {text_of(mapping, "protocol"), end_of(mapping, "external_host", "external_port"),
              end_of(mapping, "internal_host", "internal_port"), text_of(mapping, "description")});
     }
-    if (rows.empty()) {
-        page.line({{"No port is mapped.", Tone::kFaint}});
-        return;
-    }
-    page.table({"PROTOCOL", "EXTERNAL", "INTERNAL", "DESCRIPTION"}, rows);
+    page.table({"PROTOCOL", "EXTERNAL", "INTERNAL", "DESCRIPTION"}, rows, "No port is mapped.");
 }
 
 }  // namespace
@@ -112,11 +108,7 @@ void show_routes(const cJSON *answer, Page &page)
         rows.push_back({network_of(route), gateway != kNoAddress ? gateway : "",
                         text_of(route, "interface"), format("%d", int_of(route, "metric"))});
     }
-    if (rows.empty()) {
-        page.line({{"There is no route.", Tone::kFaint}});
-        return;
-    }
-    page.table({"DESTINATION", "GATEWAY", "INTERFACE", "METRIC"}, rows);
+    page.table({"DESTINATION", "GATEWAY", "INTERFACE", "METRIC"}, rows, "There is no route.");
 }
 
 constinit const Command kRouteCommand = {

@@ -132,11 +132,8 @@ void show_volumes(const cJSON *answer, Page &page)
         }
         rows.push_back(std::move(row));
     }
-    if (rows.empty()) {
-        page.line({{"No USB disk is attached.", Tone::kFaint}});
-        return;
-    }
-    page.table({"NAME", "TOTAL GiB", "USED", "FREE", "AVAILABLE"}, rows);
+    page.table({"NAME", "TOTAL GiB", "USED", "FREE", "AVAILABLE"}, rows,
+               "No USB disk is attached.");
 }
 
 constexpr Command kCommands[] = {

@@ -106,7 +106,7 @@ int run_status(const Call &call, cJSON *answer)
 std::string rate(const cJSON *wan, const char *name)
 {
     const char *const text = text_of(wan, name);
-    return *text != '\0' ? format("%s KB/s", text) : std::string{};
+    return *text != '\0' ? format("%s KiB/s", text) : std::string{};
 }
 
 std::string connection_time(const cJSON *wan)
@@ -336,11 +336,8 @@ void show_ports(const cJSON *answer, Page &page)
              text_of(port, "interface"), vlan > 0 ? format("%d", vlan) : std::string{},
              Cell{link ? "up" : "down", link ? Tone::kGood : Tone::kFaint}});
     }
-    if (rows.empty()) {
-        page.line({{"No port is configured.", Tone::kFaint}});
-        return;
-    }
-    page.table({"PLACE", "PHYSICAL", "ROLE", "INTERFACE", "VLAN", "LINK"}, rows);
+    page.table({"PLACE", "PHYSICAL", "ROLE", "INTERFACE", "VLAN", "LINK"}, rows,
+               "No port is configured.");
 }
 
 constinit const Command kWanGroup = {

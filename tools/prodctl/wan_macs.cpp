@@ -133,11 +133,8 @@ void show_wan_macs(const cJSON *answer, Page &page)
                         text_of(wan, "configured"), text_of(wan, "computed"),
                         Cell{text_of(wan, "actual"), applied ? Tone::kGood : Tone::kWarning}});
     }
-    if (rows.empty()) {
-        page.line({{"No WAN is configured.", Tone::kFaint}});
-        return;
-    }
-    page.table({"WAN", "INTERFACE", "CONFIGURED", "COMPUTED", "ACTUAL"}, rows);
+    page.table({"WAN", "INTERFACE", "CONFIGURED", "COMPUTED", "ACTUAL"}, rows,
+               "No WAN is configured.");
 }
 
 }  // namespace prodctl
