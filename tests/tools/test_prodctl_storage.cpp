@@ -58,7 +58,7 @@ TEST_F(Figures, Memory)
     EXPECT_LE(number_in(outcome, "used_percent"), 100);
     EXPECT_GT(number_in(outcome, "free_kb"), 0);
     EXPECT_THAT(prodctl({"system", "memory"}).out,
-                MatchesRegex("  used  [0-9]+ %\n  free  [0-9]+ kB\n"));
+                MatchesRegex("  used  [0-9]+ %\n  free  [0-9]+ KiB\n"));
 }
 
 TEST_F(Figures, Cpu)

@@ -298,7 +298,7 @@ int count_policies(sqlite3 *database, const PolicyKind &kind)
 {
     int count = -1;
     const auto take = [](void *out, int, char **values, char **) {
-        *static_cast<int *>(out) = atoi(values[0]);
+        *static_cast<int *>(out) = static_cast<int>(strtol(values[0], nullptr, 10));
         return 0;
     };
     sqlite3_exec(database, format("select count(*) from %s", kind.table).c_str(), take, &count,
