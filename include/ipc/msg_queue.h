@@ -47,7 +47,7 @@ PROD_API int get_or_create_mq(int key);
 
 /**
  * Puts one record into a queue. While the queue is full it tries again every 100 ms.
- * @param id        the queue's number, and not the kernel's id
+ * @param id        the queue's number; the queue is created when there is none
  * @param data      the record; copied
  * @param data_len  its bytes, at least 1
  * @param block     0: try once; otherwise for about 3 seconds (3 to 4: whole seconds of the wall
@@ -61,7 +61,7 @@ PROD_API int mq_put(mq_id_t id, const void *data, int data_len, int block);
  *
  * A record longer than @p data_len is not cut: the call fails and the record stays for a reader
  * with more room. Behind a shorter one @p data is filled with zeros.
- * @param id        the queue's number, and not the kernel's id
+ * @param id        the queue's number; the queue is created when there is none
  * @param data      room for the record; unchanged on failure
  * @param data_len  its bytes, at least 1
  * @param block     0: only what is there now; otherwise wait without limit, though a signal ends

@@ -79,8 +79,14 @@ Function *next(Function *, const char *name)
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
+}  // namespace
+
+#ifndef __SANITIZE_THREAD__
 // The address sanitizer allocates before its own state is there to be looked at.
 #define AT_ANY_TIME __attribute__((no_sanitize("address")))
+
+namespace
+{
 
 /** Notes an allocation. @return whether it is to fail */
 AT_ANY_TIME bool refuses(std::size_t size)
@@ -97,7 +103,6 @@ AT_ANY_TIME bool refuses(std::size_t size)
 
 extern "C" {
 
-#ifndef __SANITIZE_THREAD__
 AT_ANY_TIME void *malloc(std::size_t size)
 {
     return refuses(size) ? nullptr : test::real_malloc(size);
@@ -107,7 +112,10 @@ AT_ANY_TIME void *calloc(std::size_t count, std::size_t size)
 {
     return refuses(count * size) ? nullptr : test::real_calloc(count, size);
 }
+}
 #endif
+
+extern "C" {
 
 int fcntl(int fd, int command, ...)
 {
