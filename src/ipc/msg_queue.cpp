@@ -51,7 +51,7 @@ struct KnownQueue {
     int key;
     int id;
 };
-constinit thread_local KnownQueue last_queue = {IPC_PRIVATE, -1};
+[[gnu::tls_model("initial-exec")]] constinit thread_local KnownQueue last_queue = {IPC_PRIVATE, -1};
 
 /** The queue of a number, for one record. */
 class Queue
