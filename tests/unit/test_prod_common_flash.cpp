@@ -129,9 +129,14 @@ void log_debug_print(const char *function, int line, int level, const char *modu
                            ": " + text);
 }
 
-void *mmap(void *start, size_t size, int protection, int flags, int fd, off_t offset) noexcept
+// The thread sanitizer maps memory before it is ready for anything else: these two are not watched,
+// and keep nothing.
+#define AT_ANY_TIME __attribute__((no_sanitize("thread")))
+
+AT_ANY_TIME void *mmap(void *start, size_t size, int protection, int flags, int fd,
+                       off_t offset) noexcept
 {
-    static const auto real = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(
+    const auto real = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(
         dlsym(RTLD_NEXT, WIDE("mmap")));
     if (failing_mmap != 0 && fd >= 0) {
         EXPECT_EQ(protection, PROT_READ);
@@ -143,9 +148,9 @@ void *mmap(void *start, size_t size, int protection, int flags, int fd, off_t of
     return real(start, size, protection, flags, fd, offset);
 }
 
-int munmap(void *start, size_t size) noexcept
+AT_ANY_TIME int munmap(void *start, size_t size) noexcept
 {
-    static const auto real = reinterpret_cast<int (*)(void *, size_t)>(dlsym(RTLD_NEXT, "munmap"));
+    const auto real = reinterpret_cast<int (*)(void *, size_t)>(dlsym(RTLD_NEXT, "munmap"));
     if (watch_closing) {
         unmapped.push_back((start == MAP_FAILED ? "failed " : "") + std::to_string(size));
     }
