@@ -6,8 +6,8 @@
  * A queue carries records of one size, which both sides agree on, in the order in which they were
  * put. It is a System V message queue whose number is its key, created by whichever side touches it
  * first; that call appends a line to the registry "/var/run/id.mq": key, id, process id, process
- * name. Queues stay until the device restarts. A thread remembers the queue that it used last and asks
- * for it again when the kernel no longer has it.
+ * name. Queues stay until the device restarts. A thread remembers the queue that it used last and
+ * asks for it again when the kernel no longer has it.
  *
  * All functions may be called from any thread of any process. Failures are logged at level 2 under
  * "prod".
