@@ -12,7 +12,10 @@
 namespace test
 {
 
-/** Runs @p code and returns what it printed to standard output. */
+/**
+ * Runs @p code and returns what it printed to standard output. Expectations that fail in it are
+ * shown all the same.
+ */
 std::string printed(const std::function<void()> &code);
 
 /**
