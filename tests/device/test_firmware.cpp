@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Firmware upgrades on the whole device. A story goes on after a restart: the same test runs again,
 // with PROD_BOOT counting the starts, and finds what the one before has left in /cfg.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -19,9 +17,11 @@
 #include "platform/process.h"
 #include "prod_common_flash.h"
 #include "stories.hpp"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/image.hpp"
+#include "support/interpose.hpp"
 
 using story::must;
 using test::exists;
@@ -51,24 +51,18 @@ void step(const char *what)
     }
 }
 
-template <typename Function>
-Function *real(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" int system(const char *command)
 {
     step(command);
-    return real<int(const char *)>("system")(command);
+    return test::next(system, "system")(command);
 }
 
 extern "C" int monitor_stop(const char *process_name)
 {
     step(process_name);
-    return real<int(const char *)>("monitor_stop")(process_name);
+    return test::next(monitor_stop, "monitor_stop")(process_name);
 }
 
 namespace
@@ -286,16 +280,12 @@ TEST(Firmware, AnUpgradeCutInFrontOfItsWriter)
                                    "upgrade 2 /var/image " + test::own_name("imsd")});
         for (std::size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE(steps[i]);
-            const pid_t imsd = fork();  // before this process asks for its own name
-            if (imsd == 0) {
+            const pid_t imsd = test::start([i] {  // before this process asks for its own name
                 prctl(PR_SET_NAME, "imsd");
                 steps_to_go = static_cast<int>(i);
                 prod_systool_write_image(nullptr);
-                _exit(0);
-            }
-            int status = 0;
-            ASSERT_EQ(waitpid(imsd, &status, 0), imsd);
-            ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            });
+            ASSERT_EQ(test::status_of(imsd), 128 + SIGKILL);
             ASSERT_EQ(read_text(kCutAt), steps[i]);
             ASSERT_TRUE(read_text(kFlash) == old);
             ASSERT_EQ(must("cfm get sys.name"), "kept\n");

@@ -58,6 +58,29 @@ bool exists(const std::string &path)
     return lstat(path.c_str(), &status) == 0;
 }
 
+KeptFile::KeptFile(std::string path)
+    : path_(std::move(path)), before_(read_text(path_)), existed_(exists(path_))
+{
+}
+
+KeptFile::~KeptFile()
+{
+    remove_all(path_);
+    if (existed_) {
+        write_text(path_, before_);
+    }
+}
+
+FileHolds::FileHolds(const std::string &path, const std::string &text) : FileHolds(path)
+{
+    write_text(path, text);
+}
+
+FileHolds::FileHolds(const std::string &path) : KeptFile(path)
+{
+    remove_all(path);
+}
+
 MountedFolder::MountedFolder(std::string path, const char *options, bool read_only)
     : path_(std::move(path))
 {

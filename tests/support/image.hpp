@@ -9,7 +9,6 @@ namespace test
 
 /** Offsets in the header of an image, which has 64 bytes. */
 enum ImageField : std::size_t {
-    kImageMagic = 0,
     kImageHeaderCrc = 4,
     kImageDataSize = 12,
     kImageDataCrc = 24,

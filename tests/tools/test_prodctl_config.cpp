@@ -10,12 +10,14 @@
 #include "platform/cfm.h"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
 using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
+using test::stored;
 using test::Words;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -24,13 +26,6 @@ namespace
 {
 
 constexpr char kPersistent[] = "/cfg/cfm.cfg";
-
-std::string stored(const char *key)
-{
-    char value[CFM_VALUE_SIZE] = "(absent)";
-    GetValue(key, value);
-    return value;
-}
 
 /** What the persistent file holds. */
 std::string committed(const std::string &key)
@@ -44,16 +39,10 @@ std::string committed(const std::string &key)
     return text.substr(begin, text.find('\n', begin) - begin);
 }
 
-class Config : public testing::Test
+class Config : public test::Fresh
 {
   protected:
-    void SetUp() override
-    {
-        ASSERT_NE(RestoreValue(), 0);
-        SetValue("a", "1");
-        SetValue("b", "2");
-        SetValue("empty", "");
-    }
+    Config() { test::store({{"a", "1"}, {"b", "2"}, {"empty", ""}}); }
 };
 using Wifi = Config;
 

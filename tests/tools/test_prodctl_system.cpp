@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "platform/cfm.h"
-#include "prod_common_debug.h"
 #include "prod_common_system.h"
 #include "prod_common_time.h"
 #include "support/files.hpp"
@@ -28,18 +27,10 @@ using testing::StartsWith;
 namespace
 {
 
-class System : public testing::Test
-{
-  protected:
-    void SetUp() override
-    {
-        memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
-        ASSERT_NE(RestoreValue(), 0);
-    }
-};
-using Led = System;
-using Check = System;
-using Str = System;
+using System = test::Fresh;
+using Led = test::Fresh;
+using Check = test::Fresh;
+using Str = test::Fresh;
 
 // ---- modes and clocks -------------------------------------------------------------------------
 

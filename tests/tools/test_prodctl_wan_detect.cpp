@@ -11,7 +11,6 @@ using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
-using test::Words;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -19,7 +18,7 @@ using testing::Not;
 namespace
 {
 
-class Detect : public testing::Test
+class Detect : public test::Fresh
 {
   protected:
     static void SetUpTestSuite()
@@ -30,7 +29,6 @@ class Detect : public testing::Test
 
     void SetUp() override
     {
-        ASSERT_NE(RestoreValue(), 0);
         probe("pppoe", "exit 1");
         probe("dhcp", "exit 1");
     }

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
@@ -14,8 +13,10 @@
 #include "platform/text.h"
 #include "prod_common_debug.h"
 #include "prod_common_string.h"
+#include "support/allocator.hpp"
 #include "support/base64.hpp"
 #include "support/capture.hpp"
+#include "support/interpose.hpp"
 
 using test::log_line;
 using test::printed;
@@ -40,25 +41,9 @@ extern "C" int system_convert_code_format(const char *target, const char *src, c
     if (conversion != nullptr) {
         return conversion(target, src, dst);
     }
-    static const auto real =
-        reinterpret_cast<Convert>(dlsym(RTLD_NEXT, "system_convert_code_format"));
+    static const auto real = test::next(system_convert_code_format, "system_convert_code_format");
     return real(target, src, dst);
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
-namespace
-{
-bool memory_is_out = false;
-}
-extern "C" {
-void *__libc_calloc(std::size_t count, std::size_t size);
-void *calloc(std::size_t count, std::size_t size)
-{
-    return memory_is_out ? nullptr : __libc_calloc(count, size);
-}
-}
-#endif
 
 namespace
 {
@@ -218,13 +203,13 @@ TEST_F(Chinese, TheCallersBlockIsNoLargerThanStated)
     }
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST_F(Chinese, OutOfMemory)
 {
-    const std::string out = printed([] {
-        memory_is_out = true;
-        EXPECT_EQ(encode_chinese("utf8", "a"), nullptr);
-        memory_is_out = false;
+    const std::string text(1000, 'a');
+    const std::string out = printed([&] {
+        const test::WithoutMemory refused{4002};
+        EXPECT_EQ(encode_chinese("utf8", text.c_str()), nullptr);
     });
     EXPECT_THAT(out, Prints(log_line(PROD_DBG_ERROR, "encode_chinese", "Out of memory.")));
     EXPECT_THAT(targets, IsEmpty());

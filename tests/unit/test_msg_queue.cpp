@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/ipc.h>
@@ -20,6 +19,7 @@
 #include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::log_line;
@@ -30,26 +30,15 @@ using testing::HasSubstr;
 namespace
 {
 
-[[maybe_unused]] std::size_t refused_size;
 int sends;
 
 }  // namespace
 
 extern "C" {
 
-// An allocation of exactly the size that a test asks for fails.
-// The thread sanitizer calls these before a thread has a state of its own.
-#ifndef __SANITIZE_THREAD__
-void *malloc(std::size_t size)
-{
-    return size != 0 && size == refused_size ? nullptr : test::real_malloc(size);
-}
-#endif
-
 int msgsnd(int id, const void *message, std::size_t size, int flags)
 {
-    static const auto next =
-        reinterpret_cast<int (*)(int, const void *, std::size_t, int)>(dlsym(RTLD_NEXT, "msgsnd"));
+    static const auto next = test::next(msgsnd, "msgsnd");
     ++sends;
     return next(id, message, size, flags);
 }
@@ -70,11 +59,7 @@ std::string error(const std::string &function, const std::string &message)
 class Queue : public testing::Test
 {
   protected:
-    void TearDown() override
-    {
-        refused_size = 0;
-        msgctl(msgget(static_cast<int>(kId), 0), IPC_RMID, nullptr);
-    }
+    void TearDown() override { msgctl(msgget(static_cast<int>(kId), 0), IPC_RMID, nullptr); }
 
     static int kernel_id() { return msgget(static_cast<int>(kId), 0); }
 
@@ -263,18 +248,21 @@ TEST_F(Queue, ArgumentsThatAreNone)
     EXPECT_LT(kernel_id(), 0) << "no queue was made for them";
 }
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 TEST_F(Queue, MemoryIsShort)
 {
     std::string record(5000, 'r');
-    refused_size = record.size() + kHeader;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
+    const auto without_memory = [&](const std::function<void()> &code) {
+        return printed([&] {
+            const test::WithoutMemory refused{record.size() + kHeader};
+            code();
+        });
+    };
+    EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
                 Prints(error("mq_put", "Out of memory")));
     EXPECT_EQ(waiting(), 0U);
-    refused_size = 0;
     EXPECT_EQ(mq_put(kId, record.data(), 5000, 0), 1);
-    refused_size = record.size() + kHeader;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
+    EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
                 Prints(error("mq_get", "Out of memory.")));
     EXPECT_EQ(waiting(), 1U) << "nothing is lost";
 }
@@ -344,13 +332,9 @@ TEST_F(Queue, ThreeRealSeconds)
     for (const time_t now = time(nullptr); time(nullptr) == now;) {
         usleep(1000);
     }
-    timespec before;
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
-    timespec after;
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    const double passed = static_cast<double>(after.tv_sec - before.tv_sec) +
-                          static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+    const double passed = test::seconds([&] {
+        EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
+    });
     EXPECT_GE(passed, 2.9);
     EXPECT_LE(passed, 5.0);
 }
@@ -362,7 +346,7 @@ TEST_F(Queue, APutGoesOnAsSoonAsThereIsRoom)
     test::Child reader{[](test::Child &) {
         char got[1000];
         usleep(250000);
-        _exit(mq_get(kId, got, sizeof(got), 0) == 1 ? 0 : 1);
+        EXPECT_EQ(mq_get(kId, got, sizeof(got), 0), 1);
     }};
     EXPECT_EQ(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 1); }), "");
     reader.expect_status(0);
@@ -374,7 +358,7 @@ TEST_F(Queue, AReaderWaitsForARecord)
 {
     test::Child writer{[](test::Child &) {
         usleep(200000);
-        _exit(mq_put(kId, "late", 5, 0) == 1 ? 0 : 1);
+        EXPECT_EQ(mq_put(kId, "late", 5, 0), 1);
     }};
     char got[16] = "";
     EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 1);
@@ -416,7 +400,7 @@ TEST_F(Queue, OfSixtyFourFirstUsersOneCreatesIt)
     for (int round = 0; round < 5; ++round) {
         const int before = lines_about(static_cast<int>(kId));
         test::all_at_once(
-            64, [](int number) { return mq_put(kId, &number, sizeof(number), 0) == 1 ? 0 : 1; });
+            64, [](int number) { EXPECT_EQ(mq_put(kId, &number, sizeof(number), 0), 1); });
         EXPECT_EQ(waiting(), 64U);
         EXPECT_EQ(lines_about(static_cast<int>(kId)), before + 1);
         msgctl(kernel_id(), IPC_RMID, nullptr);
@@ -450,7 +434,7 @@ struct Tally {
     std::atomic<int> out_of_order;
 };
 
-int write_all(int writer)
+void write_all(int writer)
 {
     const int count = test::repetitions(kEach);
     for (int i = 0; i < count;) {
@@ -458,20 +442,17 @@ int write_all(int writer)
         // A loaded machine may leave the queue full for longer than one call waits.
         i += mq_put(kId, &record, sizeof(record), 1);
     }
-    return 0;
 }
 
-int read_all(Tally &tally)
+void read_all(Tally &tally)
 {
     int last[kWriters];
     std::fill_n(last, kWriters, -1);
     for (;;) {
         Stamped record{0, 0};
-        if (mq_get(kId, &record, sizeof(record), 1) != 1) {
-            return 1;
-        }
+        ASSERT_EQ(mq_get(kId, &record, sizeof(record), 1), 1);
         if (record.writer < 0) {
-            return 0;
+            return;
         }
         if (!record.whole() || record.writer >= kWriters || record.number >= kEach) {
             ++tally.torn;
@@ -489,8 +470,7 @@ TEST_F(Queue, AMillionRecordsFromEightWritersToFourReaders)
         mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     std::vector<std::unique_ptr<test::Child>> readers;
     for (int i = 0; i < kReaders; ++i) {
-        readers.push_back(
-            std::make_unique<test::Child>([=](test::Child &) { _exit(read_all(*tally)); }));
+        readers.push_back(std::make_unique<test::Child>([=](test::Child &) { read_all(*tally); }));
     }
     test::all_at_once(kWriters, write_all);
     for (int i = 0; i < kReaders; ++i) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_flash.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,13 +10,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "platform/debug.h"
 #include "platform/firmware.h"
 #include "platform/process.h"
 #include "prod_common_systool.h"
@@ -25,11 +22,13 @@
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
-#include "support/wide.hpp"
+#include "support/interpose.hpp"
+#include "support/platform_log.hpp"
 
 using test::config;
 using test::exists;
 using test::log_line;
+using test::platform_log;
 using test::printed;
 using test::printed_at;
 using test::Prints;
@@ -53,8 +52,7 @@ struct Checks {
 Checks checks;
 
 std::vector<std::string> backups;  // what was asked of the configuration's backup
-std::vector<std::string> platform_log;
-int failing_mmap;  // errno
+int failing_mmap;                  // errno
 std::vector<std::string> unmapped;
 std::vector<int> closed;
 bool watch_closing;
@@ -116,23 +114,9 @@ char *get_self_pname(void)
     return self.data();
 }
 
-void log_debug_print(const char *function, int line, int level, const char *module,
-                     const char *format, ...)
-{
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(text, sizeof(text), format, args);
-    va_end(args);
-    EXPECT_GT(line, 0);
-    platform_log.push_back(std::string{function} + " " + std::to_string(level) + " " + module +
-                           ": " + text);
-}
-
 void *mmap(void *start, size_t size, int protection, int flags, int fd, off_t offset) noexcept
 {
-    static const auto real = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(
-        dlsym(RTLD_NEXT, WIDE("mmap")));
+    static const auto real = test::next(mmap, WIDE("mmap"));
     if (failing_mmap != 0 && fd >= 0) {
         EXPECT_EQ(protection, PROT_READ);
         EXPECT_EQ(flags, MAP_SHARED);
@@ -145,7 +129,7 @@ void *mmap(void *start, size_t size, int protection, int flags, int fd, off_t of
 
 int munmap(void *start, size_t size) noexcept
 {
-    static const auto real = reinterpret_cast<int (*)(void *, size_t)>(dlsym(RTLD_NEXT, "munmap"));
+    static const auto real = test::next(munmap, "munmap");
     if (watch_closing) {
         unmapped.push_back((start == MAP_FAILED ? "failed " : "") + std::to_string(size));
     }
@@ -155,9 +139,7 @@ int munmap(void *start, size_t size) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *argument) noexcept
 {
-    static const auto real =
-        reinterpret_cast<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>(
-            dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto real = test::next(pthread_create, "pthread_create");
     if (thread_fails) {
         return EAGAIN;
     }
@@ -179,7 +161,7 @@ class Flash : public testing::Test
     Flash()
     {
         checks = {};
-        platform_log.clear();
+        platform_log().clear();
         failing_mmap = 0;
         unmapped.clear();
         watch_closing = false;
@@ -369,7 +351,7 @@ TEST_F(Flash, UploadOfAGoodImage)
     EXPECT_EQ(g_fw_type, 2);
     EXPECT_THAT(checks.asked, ElementsAre("type buffer", "crc 2 buffer", "valid 2 /var/image",
                                           "mtd 2 /var/image"));
-    EXPECT_THAT(platform_log,
+    EXPECT_THAT(platform_log(),
                 ElementsAre("prod_systool_simple_upload 0 common_so: function entry!",
                             "prod_systool_simple_upload 0 common_so: function exit!"));
     EXPECT_EQ(read_text(PROD_FW_IMAGE), "image");
@@ -393,7 +375,7 @@ TEST_F(Flash, UploadOfABadImage)
     for (const auto &kCase : kCases) {
         SCOPED_TRACE(kCase.said);
         checks = kCase.answers;
-        platform_log.clear();
+        platform_log().clear();
         write_text(PROD_FW_IMAGE, "image");
         EXPECT_THAT(
             printed_at(PROD_DBG_DEBUG,
@@ -403,7 +385,7 @@ TEST_F(Flash, UploadOfABadImage)
                                              std::to_string(kCase.result) + ".")));
         EXPECT_EQ(g_fw_type, kCase.answers.type);
         EXPECT_EQ(exists(PROD_FW_IMAGE), !kCase.deleted);
-        EXPECT_THAT(platform_log,
+        EXPECT_THAT(platform_log(),
                     ElementsAre("prod_systool_simple_upload 0 common_so: function entry!"));
     }
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Watches last for a process's life, so each test that counts them runs in a child of its own.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -22,6 +21,7 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::log_line;
@@ -36,7 +36,6 @@ namespace
 
 // ---- the C library under a test's control -----------------------------------------------------
 
-[[maybe_unused]] std::size_t refused_size;
 int init_errno;
 int create_error;
 std::atomic<int> notify_fd{-1};
@@ -49,28 +48,13 @@ void (*after_watch)();
 /** What reads of the inotify descriptor give before the real ones: an errno. */
 std::atomic<int> read_errno;
 
-template <typename Function>
-Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" {
 
-// The thread sanitizer calls these before a thread has a state of its own.
-#ifndef __SANITIZE_THREAD__
-void *calloc(std::size_t count, std::size_t size)
-{
-    const std::size_t wanted = count * size;
-    return wanted != 0 && wanted == refused_size ? nullptr : test::real_calloc(count, size);
-}
-#endif
-
 int inotify_init1(int flags) noexcept
 {
-    static const auto next = real<int (*)(int)>("inotify_init1");
+    static const auto next = test::next(inotify_init1, "inotify_init1");
     if (init_errno != 0) {
         errno = init_errno;
         return -1;
@@ -81,7 +65,7 @@ int inotify_init1(int flags) noexcept
 
 int inotify_add_watch(int fd, const char *path, std::uint32_t mask) noexcept
 {
-    static const auto next = real<int (*)(int, const char *, std::uint32_t)>("inotify_add_watch");
+    static const auto next = test::next(inotify_add_watch, "inotify_add_watch");
     last_mask = mask;
     const int wd = next(fd, path, mask);
     if (after_watch != nullptr) {
@@ -93,15 +77,13 @@ int inotify_add_watch(int fd, const char *path, std::uint32_t mask) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *args) noexcept
 {
-    static const auto next =
-        real<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>(
-            "pthread_create");
+    static const auto next = test::next(pthread_create, "pthread_create");
     return create_error != 0 ? create_error : next(thread, attributes, body, args);
 }
 
 ssize_t read(int fd, void *buffer, std::size_t size)
 {
-    static const auto next = real<ssize_t (*)(int, void *, std::size_t)>("read");
+    static const auto next = test::next(read, "read");
     if (fd != notify_fd) {
         return next(fd, buffer, size);
     }
@@ -182,17 +164,12 @@ class Notify : public testing::Test
 };
 
 /** A test whose body runs in a process that has watched nothing yet. */
-#define FRESH_TEST(name)                                \
-    void name##_body();                                 \
-    TEST_F(Notify, name)                                \
-    {                                                   \
-        test::Child child{[](test::Child &) {           \
-            name##_body();                              \
-            fflush(nullptr);                            \
-            _exit(testing::Test::HasFailure() ? 1 : 0); \
-        }};                                             \
-        child.expect_status(0);                         \
-    }                                                   \
+#define FRESH_TEST(name)                            \
+    void name##_body();                             \
+    TEST_F(Notify, name)                            \
+    {                                               \
+        EXPECT_TRUE(test::in_a_child(name##_body)); \
+    }                                               \
     void name##_body()
 
 // ---- what is told -----------------------------------------------------------------------------
@@ -431,7 +408,7 @@ FRESH_TEST(NoThreadCanBeStarted)
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1);
 }
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
 {
     // Watches are numbered from 1: one is made for each number up to that of a spare descriptor.
@@ -443,9 +420,8 @@ FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
     }
     constexpr const char *kPath = "/tmp/watched/file";
     EXPECT_THAT(printed([] {
-                    refused_size = 4 * sizeof(void *) + strlen(kPath) + 1;
+                    const test::WithoutMemory refused{4 * sizeof(void *) + strlen(kPath) + 1};
                     EXPECT_EQ(fnotify_listen(kPath, record), 0);
-                    refused_size = 0;
                 }),
                 Prints(error("fnotify_listen", "Out of memory")));
     EXPECT_EQ(fcntl(spare, F_GETFD), -1);
@@ -459,22 +435,18 @@ void expect_read_failure(int err, prod_dbg_lvl_t module_level, const std::string
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
     const std::size_t before = seen(0).size();
-    timespec began;
-    clock_gettime(CLOCK_MONOTONIC, &began);
-    const std::string text = test::printed_at(module_level, [=] {
-        read_errno = err;
-        close(creat("/tmp/watched/lost", 0644));
-        while (read_errno != 0) {
-            usleep(1000);
-        }
-        close(creat("/tmp/watched/found", 0644));
-        seen(before + 1);
+    const double passed = test::seconds([&] {
+        const std::string text = test::printed_at(module_level, [=] {
+            read_errno = err;
+            close(creat("/tmp/watched/lost", 0644));
+            while (read_errno != 0) {
+                usleep(1000);
+            }
+            close(creat("/tmp/watched/found", 0644));
+            seen(before + 1);
+        });
+        EXPECT_THAT(text, Prints(expected));
     });
-    timespec ended;
-    clock_gettime(CLOCK_MONOTONIC, &ended);
-    EXPECT_THAT(text, Prints(expected));
-    const double passed = static_cast<double>(ended.tv_sec - began.tv_sec) +
-                          static_cast<double>(ended.tv_nsec - began.tv_nsec) / 1e9;
     EXPECT_GE(passed, 0.9);
     EXPECT_EQ(seen(before + 1).back(), (Change{"/tmp/watched", "found"}));
     unlink("/tmp/watched/lost");
@@ -501,7 +473,7 @@ FRESH_TEST(AChildOfForkGetsNoCallbacks)
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
     test::Child child{
-        [](test::Child &) { _exit(fnotify_listen("/tmp/watched/file", record) == 1 ? 0 : 1); }};
+        [](test::Child &) { EXPECT_EQ(fnotify_listen("/tmp/watched/file", record), 1); }};
     child.expect_status(0);
     close(creat("/tmp/watched/new", 0644));
     EXPECT_THAT(seen(1), ElementsAre(Change{"/tmp/watched", "new"})) << "the parent goes on";

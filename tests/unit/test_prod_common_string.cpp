@@ -4,42 +4,15 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
-
-namespace
-{
-
-constexpr std::size_t kNone = SIZE_MAX;
-std::size_t refused_size = kNone;  // an allocation of so many bytes fails
-
-}  // namespace
-
-extern "C" {
-void *__libc_malloc(std::size_t size);
-void *__libc_calloc(std::size_t count, std::size_t size);
-
-void *malloc(std::size_t size)
-{
-    return size == refused_size ? nullptr : __libc_malloc(size);
-}
-
-void *calloc(std::size_t count, std::size_t size)
-{
-    return count * size == refused_size ? nullptr : __libc_calloc(count, size);
-}
-}
-#endif
 
 namespace
 {
@@ -293,15 +266,7 @@ TEST(MacStr32, PutsColonsInPlace)
 /** Runs `code` in a child and returns what it printed: get_self_pname() remembers per process. */
 std::string printed_in_child(const std::function<void()> &code)
 {
-    return test::printed([&] {
-        const pid_t child = fork();
-        if (child == 0) {
-            code();
-            fflush(stdout);
-            _exit(0);
-        }
-        waitpid(child, nullptr, 0);
-    });
+    return test::printed([&] { EXPECT_TRUE(test::in_a_child(code)); });
 }
 
 constexpr const char *kOwnStat =
@@ -360,17 +325,14 @@ TEST(GetSelfPname, AnEmptyNameDoesNotMatch)
                 test::Prints(".*Failed to get pname from file `/proc/[0-9]+/stat`\n.*<null>"));
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST(WithoutMemory, NewTexts)
 {
     const std::string text(70000, 'a');
     const auto with_refused = [&](std::size_t size, const std::function<char *()> &code) {
         return test::printed([&] {
-            refused_size = size;
-            char *const result = code();
-            refused_size = kNone;
-            EXPECT_EQ(result, nullptr);
-            free(result);
+            const test::WithoutMemory refused{size};
+            EXPECT_EQ(code(), nullptr);
         });
     };
     EXPECT_THAT(with_refused(3 * 70000 + 1, [&] { return str_join(text.c_str(), "::"); }),

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The DNS servers that are gathered for the relay.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -16,6 +15,7 @@
 #include "prod_common_ifaddrs.h"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 
 using test::config;
 using test::read_text;
@@ -50,8 +50,7 @@ int file_get_value_from_ini(const char *file, const char *key, char *out)
         strcpy(out, ini_value);
         return 1;
     }
-    static const auto real = reinterpret_cast<int (*)(const char *, const char *, char *)>(
-        dlsym(RTLD_NEXT, "file_get_value_from_ini"));
+    static const auto real = test::next(file_get_value_from_ini, "file_get_value_from_ini");
     return real(file, key, out);
 }
 

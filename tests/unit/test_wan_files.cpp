@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <cjson/cJSON.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/sysinfo.h>
 
 #include <climits>
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "platform/hardware.h"
@@ -16,6 +14,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::config;
@@ -76,15 +75,13 @@ int km_wan_statistic_get_wan_flow(cJSON *object)
 
 HLX_RETURN_CODE file_wan_ip_info_get(WAN_ID_NUM_ENUM wan_id, WAN_IP_INFO_STRU *ip_info)
 {
-    static const auto real =
-        reinterpret_cast<AddressReader *>(dlsym(RTLD_NEXT, "file_wan_ip_info_get"));
+    static const auto real = test::next(file_wan_ip_info_get, "file_wan_ip_info_get");
     return readers_fail ? HLX_ERR : real(wan_id, ip_info);
 }
 
 HLX_RETURN_CODE file_wan_get_extra_ip_info(WAN_ID_NUM_ENUM wan_id, WAN_IP_INFO_STRU *ip_info)
 {
-    static const auto real =
-        reinterpret_cast<AddressReader *>(dlsym(RTLD_NEXT, "file_wan_get_extra_ip_info"));
+    static const auto real = test::next(file_wan_get_extra_ip_info, "file_wan_get_extra_ip_info");
     return readers_fail ? HLX_ERR : real(wan_id, ip_info);
 }
 
