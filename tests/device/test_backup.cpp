@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: MIT
 // The whole device saved to a file, reset, and brought back; and files that are no backups.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <string>
 #include <vector>
 
+#include "backups.hpp"
 #include "platform/cfm.h"
-#include "platform/database.h"
 #include "prod_common_cfm.h"
 #include "prod_common_systool.h"
 #include "stories.hpp"
@@ -20,7 +17,12 @@
 #include "support/store.hpp"
 #include "support/time.hpp"
 
+using story::add_server;
+using story::kPolicyKinds;
+using story::load;
 using story::must;
+using story::saved;
+using story::servers;
 using test::read_text;
 using test::Rows;
 using test::stored;
@@ -28,30 +30,9 @@ using test::stored;
 namespace
 {
 
-constexpr const char *kKinds[] = {"wl_basic_policy", "wl_radio_policy", "reboot_policy",
-                                  "wl_deploy_policy", "qvlan_policy"};
-
 Rows sql(const std::string &statements)
 {
     return test::sql(PROD_POLICY_DATABASE, statements);
-}
-
-constexpr db_col_t kColumns[] = {{0, "host", DB_STRING, 1, 64}, {1, "port", DB_INT, 0, 0}};
-
-db_table servers(const char *database)
-{
-    db_table table;
-    EXPECT_NE(db_table_init(database, &table, "servers", kColumns, 2), 0) << database;
-    return table;
-}
-
-void add_server(const char *database, const char *host, int port)
-{
-    db_table table = servers(database);
-    db_val_t values[2];
-    values[0].s = const_cast<char *>(host);
-    values[1].n = port;
-    EXPECT_GT(table.add(&table, values), 0);
 }
 
 Rows servers_of(const char *database)
@@ -88,18 +69,6 @@ void add_policies()
     sql("insert into qvlan_policy(name,qvlan_truck_port) values('v','lan0,lan1')");
 }
 
-std::string saved()
-{
-    char name[PROD_BACKUP_NAME_SIZE];
-    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
-    return read_text(name);
-}
-
-int load(const std::string &file)
-{
-    return prod_systool_cfg_upload(file.c_str(), static_cast<long>(file.size()));
-}
-
 std::string with_trailer(const std::string &body)
 {
     return body + "crc=" +
@@ -112,7 +81,7 @@ std::string with_trailer(const std::string &body)
 std::string state()
 {
     std::string text = must("cfm show");
-    for (const char *const kind : kKinds) {
+    for (const char *const kind : kPolicyKinds) {
         for (const std::string &row : sql(std::string{"select * from "} + kind)) {
             text += std::string{kind} + ": " + row + "\n";
         }
@@ -169,7 +138,7 @@ TEST(Backup, SavedResetAndBroughtBack)
     ASSERT_NE(RestoreValue(), 0);
     SetValue("wans.wanwebaddr", "198.51.100.9");
     SetValue("newer.key", "x");
-    for (const char *const kind : kKinds) {
+    for (const char *const kind : kPolicyKinds) {
         sql(std::string{"delete from "} + kind);
     }
     sql("insert into reboot_policy(name) values('newer')");

@@ -11,8 +11,8 @@
 #include <functional>
 #include <string>
 
+#include "backups.hpp"
 #include "platform/cfm.h"
-#include "platform/database.h"
 #include "platform/process.h"
 #include "prod_common_cfm.h"
 #include "prod_common_systool.h"
@@ -25,7 +25,9 @@
 #include "support/sql.hpp"
 #include "support/time.hpp"
 
+using story::kPolicyKinds;
 using story::must;
+using story::saved;
 using test::printed;
 using test::read_text;
 using test::Rows;
@@ -90,10 +92,7 @@ ssize_t write(int fd, const void *data, size_t size)
 namespace
 {
 
-constexpr const char *kKinds[] = {"wl_basic_policy", "wl_radio_policy", "reboot_policy",
-                                  "wl_deploy_policy", "qvlan_policy"};
 constexpr const char *kDatabases[] = {"default", "auth"};
-constexpr db_col_t kColumns[] = {{0, "host", DB_STRING, 1, 64}, {1, "port", DB_INT, 0, 0}};
 
 /** What saving and loading work on. */
 struct State {
@@ -111,25 +110,18 @@ struct State {
         }
         EXPECT_EQ(sql(PROD_POLICY_DATABASE, "pragma integrity_check"), Rows{"ok"});
         for (int i = 0; i < 5; ++i) {
-            policies[i] = sql(PROD_POLICY_DATABASE, std::string{"select * from "} + kKinds[i]);
+            policies[i] =
+                sql(PROD_POLICY_DATABASE, std::string{"select * from "} + kPolicyKinds[i]);
         }
     }
 
     bool operator==(const State &) const = default;
 };
 
-std::string saved()
-{
-    char name[PROD_BACKUP_NAME_SIZE];
-    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
-    return read_text(name);
-}
-
 int load(const std::string &file)
 {
     int result = 0;
-    printed(
-        [&] { result = prod_systool_cfg_upload(file.c_str(), static_cast<long>(file.size())); });
+    printed([&] { result = story::load(file); });
     return result;
 }
 
@@ -138,19 +130,13 @@ std::string backup_of(const std::string &mark)
 {
     SetValue("lan.ip", ("192.168." + mark + ".1").c_str());
     EXPECT_NE(CommitCfm(), 0);
-    for (const char *const kind : kKinds) {
+    for (const char *const kind : kPolicyKinds) {
         sql(PROD_POLICY_DATABASE, std::string{"delete from "} + kind);
         sql(PROD_POLICY_DATABASE,
             std::string{"insert into "} + kind + "(name) values('" + mark + "'),('more')");
     }
     for (const char *const name : kDatabases) {
-        db_table table;
-        EXPECT_NE(db_table_init(name, &table, "servers", kColumns, 2), 0);
-        db_val_t values[2];
-        const std::string host = "host" + mark;
-        values[0].s = const_cast<char *>(host.c_str());
-        values[1].n = 1;
-        EXPECT_GT(table.add(&table, values), 0);
+        story::add_server(name, "host" + mark, 1);
     }
     return saved();
 }

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The figures of a device at work, and its restart.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -12,7 +9,6 @@
 #include <list>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "prod_common_system.h"
@@ -21,12 +17,12 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/sockets.hpp"
 #include "support/time.hpp"
 
 using story::eventually;
 using story::must;
 using test::read_text;
-using test::write_text;
 
 namespace
 {
@@ -124,45 +120,27 @@ TEST(Figures, MemoryFollowsWhatAProcessTakes)
 }
 
 /** A web server in small: answers one request, and restarts the device meanwhile. */
-class Page
+class Page : public test::Daemon
 {
   public:
     Page()
+        : Daemon("/tmp/page", [](int client) {
+              char request[64];
+              EXPECT_GT(read(client, request, sizeof(request)), 0);
+              systool_reboot();
+              const std::string text{"restarting"};
+              const u32 length = static_cast<u32>(text.size());
+              EXPECT_EQ(write(client, &length, sizeof(length)), 4);
+              EXPECT_EQ(write(client, text.data(), length), static_cast<ssize_t>(length));
+              usleep(100000);
+          })
     {
-        server_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, "/tmp/page");
-        EXPECT_EQ(bind(server_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(server_, 1), 0);
-        thread_ = std::thread{[this] {
-            const int client = accept(server_, nullptr, nullptr);
-            char request[64];
-            EXPECT_GT(read(client, request, sizeof(request)), 0);
-            systool_reboot();
-            const std::string text{"restarting"};
-            const u32 length = static_cast<u32>(text.size());
-            EXPECT_EQ(write(client, &length, sizeof(length)), 4);
-            EXPECT_EQ(write(client, text.data(), length), static_cast<ssize_t>(length));
-            usleep(100000);
-            close(client);
-        }};
     }
-    ~Page()
-    {
-        thread_.join();
-        close(server_);
-    }
-
-  private:
-    int server_;
-    std::thread thread_;
 };
 
 void start_daemon(const std::string &name, const std::string &script)
 {
-    write_text("/tmp/" + name, "#!/bin/sh\n" + script);
-    ASSERT_EQ(chmod(("/tmp/" + name).c_str(), 0755), 0);
+    test::write_script("/tmp/" + name, script);
     must("/tmp/" + name + " </dev/null >/dev/null 2>&1 &");
     eventually(name + " runs", [&] { return story::run("prodctl check app " + name).status == 0; });
 }

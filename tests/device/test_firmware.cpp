@@ -166,12 +166,11 @@ TEST(Firmware, AnUpgradeFromAGoodImage)
         daemons_are_up(names);
         ASSERT_TRUE(is_up("br0"));
         // Looks around when the writer is started, and lets it do its work.
-        write_text("/tmp/bin/upgrade",
-                   "#!/bin/sh\n"
-                   "{ echo \"$@\"; cat /sys/class/net/br0/flags; cat /proc/[0-9]*/comm; } "
-                   ">/cfg/seen 2>/dev/null\n"
-                   "exec /usr/bin/upgrade \"$@\" >/cfg/console 2>&1\n");
-        restart_by("chmod +x /tmp/bin/upgrade; touch /tmp/go");
+        test::write_script("/tmp/bin/upgrade",
+                           "{ echo \"$@\"; cat /sys/class/net/br0/flags; cat /proc/[0-9]*/comm; } "
+                           ">/cfg/seen 2>/dev/null\n"
+                           "exec /usr/bin/upgrade \"$@\" >/cfg/console 2>&1\n");
+        restart_by("touch /tmp/go");
     }
     std::vector<std::string> names = daemons_of_the_list();
     names.insert(names.end(), {"httpd", "skyrelctl", "appmgr"});

@@ -7,7 +7,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +21,7 @@
 
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/sockets.hpp"
 #include "support/time.hpp"
 
 using test::read_text;
@@ -383,25 +383,15 @@ TEST(MonitorStop, NamesThatCannotBe)
 
 constexpr const char *kSocket = "/tmp/server";
 
-class Server
+class Server : public test::Listener
 {
   public:
-    explicit Server(int backlog = 5) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        unlink(kSocket);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, kSocket);
-        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd_, backlog), 0);
-    }
-    ~Server() { close(fd_); }
-    int fd() const { return fd_; }
+    explicit Server(int backlog = 5) : Listener(kSocket, backlog) {}
 
     /** Everything that one client sends. */
     std::string receive() const
     {
-        const int client = accept(fd_, nullptr, nullptr);
+        const int client = accept();
         std::string text;
         char buffer[4096];
         ssize_t got;
@@ -411,9 +401,6 @@ class Server
         close(client);
         return text;
     }
-
-  private:
-    int fd_;
 };
 
 /** A frame on the heap. */
@@ -487,7 +474,7 @@ TEST(SendMessage, ADaemonThatClosesEarlyKillsNobody)
 {
     const Server server;
     std::thread daemon{[&] {
-        const int client = accept(server.fd(), nullptr, nullptr);
+        const int client = server.accept();
         char byte;
         EXPECT_EQ(read(client, &byte, 1), 1);
         close(client);

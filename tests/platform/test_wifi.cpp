@@ -16,6 +16,7 @@
 
 #include "support/files.hpp"
 #include "support/interpose.hpp"
+#include "support/network.hpp"
 
 using test::write_text;
 
@@ -58,11 +59,11 @@ TEST(InterfaceOfABss, NamesThatCannotBe)
 
 TEST(InterfaceIsUp, ByTheKernel)
 {
-    ASSERT_EQ(system("ip link add wl0 type veth peer name air0"), 0);
+    test::run("ip link add wl0 type veth peer name air0");
     EXPECT_EQ(pav_wifi_check_downup("wl0"), 0);
-    ASSERT_EQ(system("ip link set wl0 up"), 0);
+    test::run("ip link set wl0 up");
     EXPECT_NE(pav_wifi_check_downup("wl0"), 0);
-    ASSERT_EQ(system("ip link set wl0 down"), 0);
+    test::run("ip link set wl0 down");
     EXPECT_EQ(pav_wifi_check_downup("wl0"), 0);
     EXPECT_EQ(pav_wifi_check_downup("none0"), 0);
     EXPECT_EQ(pav_wifi_check_downup(""), 0);
@@ -152,7 +153,7 @@ void *station_list;
 
 TEST(StationsOfTheKernel, AKernelWithoutRadiosHasNone)
 {
-    ASSERT_EQ(system("ip link add other0 type veth peer name air1"), 0);
+    test::run("ip link add other0 type veth peer name air1");
     const int before = test::open_descriptors();
     EXPECT_EQ(stations_of("other0").size(), 0U);
     EXPECT_EQ(stations_of("none0").size(), 0U);
@@ -171,10 +172,7 @@ nl_msg *station_message(const unsigned char *mac, int mac_size)
 
 TEST(StationsOfTheKernel, AttributesBecomeTexts)
 {
-    if (system("ip link show other0 >/dev/null 2>&1 || ip link add other0 type veth peer name "
-               "air1") != 0) {
-        GTEST_FAIL();
-    }
+    test::run("ip link show other0 >/dev/null 2>&1 || ip link add other0 type veth peer name air1");
     const unsigned char mac[] = {0x02, 0xab, 0, 0, 0, 0x1f};
     nl_msg *const full = station_message(mac, 6);
     nlattr *const info = nla_nest_start(full, NL80211_ATTR_STA_INFO);

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <string>
 
 // The sanitizer's where there is one, since what it did not allocate it cannot free.
 extern "C" {
@@ -31,6 +33,14 @@ inline constexpr auto real_malloc = __libc_malloc;
 inline constexpr auto real_calloc = __libc_calloc;
 inline constexpr auto real_realloc = __libc_realloc;
 #endif
+
+/** Frees a text that was handed to the caller; what it was, "(none)" for none. */
+inline std::string taken(char *text)
+{
+    const std::string copy = text != nullptr ? text : "(none)";
+    free(text);
+    return copy;
+}
 
 // The thread sanitizer allocates before a thread has a state of its own, so that nothing can stand
 // in front of its allocator.

@@ -67,6 +67,15 @@ std::string literally(const std::string &text)
     return result;
 }
 
+int occurrences(const std::string &part, const std::string &text)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) {
+        ++count;
+    }
+    return count;
+}
+
 bool whole_match(const std::string &text, const std::string &expression)
 {
     regex_t compiled;
@@ -88,6 +97,11 @@ std::string log_line(prod_dbg_lvl_t level, const std::string &function, const st
     return literally(start) + "[0-9]{2}:[0-9]{2}:[0-9]{2} \\[ *" +
            literally(module + "." + level2char(level)) + "\\] +[0-9]+ " +
            literally(padded + ": " + message + "\n\033[0m");
+}
+
+std::string error_line(const std::string &function, const std::string &message)
+{
+    return log_line(PROD_DBG_ERROR, function, message);
 }
 
 std::string console_line(int colour, const std::string &function, const std::string &message,

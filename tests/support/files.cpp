@@ -38,6 +38,12 @@ void write_text(const std::string &path, const std::string &text)
     must(file.good(), "write " + path);
 }
 
+void write_script(const std::string &path, const std::string &script)
+{
+    write_text(path, "#!/bin/sh\n" + script);
+    must(chmod(path.c_str(), 0755) == 0, "chmod " + path);
+}
+
 std::string read_text(const std::string &path)
 {
     std::ifstream file{path, std::ios::binary};

@@ -10,6 +10,9 @@ namespace test
 /** Writes a whole file, creating its folders. */
 void write_text(const std::string &path, const std::string &text);
 
+/** Writes a shell script that can be run. */
+void write_script(const std::string &path, const std::string &script);
+
 /** The whole of a file; empty when there is none. */
 std::string read_text(const std::string &path);
 

@@ -20,6 +20,10 @@ enum ImageField : std::size_t {
 /** The name of an image that the virtual device takes. */
 inline constexpr const char *kImageForThisBoard = "virtual-router 1.0.0";
 
+/** The file of a board that takes them, and has its flash in /tmp/flash. */
+inline constexpr const char *kBoardWithFlash =
+    R"({"model": "virtual-router", "firmware": {"partition": "/tmp/flash", "size": 1000000}})";
+
 /**
  * An image as the firmware's own build makes them.
  * @param type  mkimage's word: "kernel" is type 2, "multi" type 4

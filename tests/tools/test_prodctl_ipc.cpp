@@ -15,6 +15,7 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/network.hpp"
 #include "tool.hpp"
 
 using test::answer;
@@ -63,7 +64,7 @@ TEST(LockRun, HoldsTheLockMeanwhile)
         prodctl({"lock", "run", "a_held", "--timeout=1", "--json", "--", "echo", "never"}).out,
         "{\"error\":\"the lock 'a_held' was not to be had in time\"}\n");
     // The command may die of anything.
-    ASSERT_EQ(system("killall -9 sleep"), 0);
+    test::run("killall -9 sleep");
     eventually("the lock is free", [] { return value_of("a_held") == 1; });
     holder.expect_status(0);
 }

@@ -36,9 +36,7 @@ class Detect : public test::Fresh
     /** What a probe program does. */
     static void probe(const std::string &which, const std::string &script)
     {
-        const std::string path = "/tmp/probes/discovery-" + which;
-        test::write_text(path, "#!/bin/sh\n" + script + "\n");
-        test::run("chmod +x %s", path.c_str());
+        test::write_script("/tmp/probes/discovery-" + which, script + "\n");
     }
 };
 

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,6 +21,7 @@ using test::log_line;
 using test::printed;
 using test::printed_at;
 using test::Prints;
+using test::taken;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -47,12 +47,6 @@ extern "C" int system_convert_code_format(const char *target, const char *src, c
 
 namespace
 {
-
-std::string taken(char *text)
-{
-    const std::unique_ptr<char, decltype(&free)> owner{text, free};
-    return text != nullptr ? text : "(none)";
-}
 
 // "\u4e2d\u6587" in both encodings.
 constexpr const char *kUtf8 = "\xe4\xb8\xad\xe6\x96\x87";

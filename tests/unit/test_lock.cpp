@@ -136,13 +136,7 @@ int value_of(const std::string &name)
 
 int lines_about(const std::string &name)
 {
-    const std::string registry = test::read_text("/var/run/id.lock");
-    const std::string end = " /var/run/lock." + name + "\n";
-    int count = 0;
-    for (std::size_t at = 0; (at = registry.find(end, at)) != std::string::npos; ++at) {
-        ++count;
-    }
-    return count;
+    return test::occurrences(" /var/run/lock." + name + "\n", test::read_text("/var/run/id.lock"));
 }
 
 /** A process that holds a lock until it is killed. */

@@ -22,7 +22,7 @@
 #include "support/interpose.hpp"
 #include "support/time.hpp"
 
-using test::log_line;
+using test::error_line;
 using test::printed;
 using test::Prints;
 using testing::HasSubstr;
@@ -50,11 +50,6 @@ namespace
 constexpr mq_id_t kId = 0x8A00;
 constexpr std::size_t kHeader = offsetof(msg_buf_t, data);
 
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
-
 /** A test with the queue kId, which is gone afterwards. */
 class Queue : public testing::Test
 {
@@ -80,12 +75,7 @@ class Queue : public testing::Test
     {
         char start[16];
         snprintf(start, sizeof(start), "0x%08x ", static_cast<unsigned int>(key));
-        const std::string registry = test::read_text("/var/run/id.mq");
-        int count = 0;
-        for (std::size_t at = 0; (at = registry.find(start, at)) != std::string::npos; ++at) {
-            ++count;
-        }
-        return count;
+        return test::occurrences(start, test::read_text("/var/run/id.mq"));
     }
 };
 
@@ -204,7 +194,7 @@ TEST_F(Queue, ALongerRecordStaysQueued)
     EXPECT_EQ(mq_put(kId, "longer than that", 16, 0), 1);
     for (const int block : {0, 1}) {
         EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, 8, block), 0); }),
-                    Prints(error("mq_get", "Failed(7) to msgrcv, Argument list too long.")));
+                    Prints(error_line("mq_get", "Failed(7) to msgrcv, Argument list too long.")));
         EXPECT_STREQ(got, "before");
     }
     char large[16];
@@ -225,24 +215,24 @@ TEST_F(Queue, ArgumentsThatAreNone)
 {
     char byte = 'x';
     for (const int block : {0, 1}) {
-        EXPECT_THAT(
-            printed([=] {
-                EXPECT_EQ(mq_put(kId, nullptr, 1, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", 0, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", -1, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", INT_MIN, block), 0);
-            }),
-            Prints(error("mq_put", "invalid parameters.") + error("mq_put", "invalid parameters.") +
-                   error("mq_put", "invalid parameters.") +
-                   error("mq_put", "invalid parameters.")));
-        EXPECT_THAT(
-            printed([&] {
-                EXPECT_EQ(mq_get(kId, nullptr, 1, block), 0);
-                EXPECT_EQ(mq_get(kId, &byte, 0, block), 0);
-                EXPECT_EQ(mq_get(kId, &byte, -1, block), 0);
-            }),
-            Prints(error("mq_get", "invalid parameters.") + error("mq_get", "invalid parameters.") +
-                   error("mq_get", "invalid parameters.")));
+        EXPECT_THAT(printed([=] {
+                        EXPECT_EQ(mq_put(kId, nullptr, 1, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", 0, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", -1, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", INT_MIN, block), 0);
+                    }),
+                    Prints(error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.")));
+        EXPECT_THAT(printed([&] {
+                        EXPECT_EQ(mq_get(kId, nullptr, 1, block), 0);
+                        EXPECT_EQ(mq_get(kId, &byte, 0, block), 0);
+                        EXPECT_EQ(mq_get(kId, &byte, -1, block), 0);
+                    }),
+                    Prints(error_line("mq_get", "invalid parameters.") +
+                           error_line("mq_get", "invalid parameters.") +
+                           error_line("mq_get", "invalid parameters.")));
     }
     EXPECT_EQ(byte, 'x');
     EXPECT_LT(kernel_id(), 0) << "no queue was made for them";
@@ -259,11 +249,11 @@ TEST_F(Queue, MemoryIsShort)
         });
     };
     EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
-                Prints(error("mq_put", "Out of memory")));
+                Prints(error_line("mq_put", "Out of memory")));
     EXPECT_EQ(waiting(), 0U);
     EXPECT_EQ(mq_put(kId, record.data(), 5000, 0), 1);
     EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
-                Prints(error("mq_get", "Out of memory.")));
+                Prints(error_line("mq_get", "Out of memory.")));
     EXPECT_EQ(waiting(), 1U) << "nothing is lost";
 }
 #endif
@@ -272,14 +262,14 @@ TEST_F(Queue, ARecordBeyondTheKernelsLimit)
 {
     const std::string record(8193, 'r');
     EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 8193, 1), 0); }),
-                Prints(error("mq_put", "Failed(22) to msgsnd, Invalid argument.")));
+                Prints(error_line("mq_put", "Failed(22) to msgsnd, Invalid argument.")));
 }
 
 TEST_F(Queue, NoQueueIsLeft)
 {
     test::write_text("/proc/sys/kernel/msgmni", "0\n");
     const std::string message =
-        error("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
+        error_line("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
     char byte = 'x';
     EXPECT_THAT(printed([&] {
                     EXPECT_LT(get_or_create_mq(static_cast<int>(kId)), 0);
@@ -295,7 +285,7 @@ TEST_F(Queue, NoQueueIsLeft)
 
 std::string full()
 {
-    return error("mq_put", "Failed(11) to msgsnd, Resource temporarily unavailable.");
+    return error_line("mq_put", "Failed(11) to msgsnd, Resource temporarily unavailable.");
 }
 
 TEST_F(Queue, AFullQueueIsTriedOnceWithoutWaiting)
@@ -374,7 +364,7 @@ TEST_F(Queue, ASignalEndsTheWait)
     alarm(1);
     char got[16] = "before";
     EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
-                Prints(error("mq_get", "Failed(4) to msgrcv, Interrupted system call.")));
+                Prints(error_line("mq_get", "Failed(4) to msgrcv, Interrupted system call.")));
     EXPECT_STREQ(got, "before");
 }
 
@@ -387,7 +377,7 @@ TEST_F(Queue, AQueueThatIsRemovedEndsTheWait)
     }};
     char got[16] = "";
     EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
-                Prints(error("mq_get", "Failed(43) to msgrcv, Identifier removed.")));
+                Prints(error_line("mq_get", "Failed(43) to msgrcv, Identifier removed.")));
     remover.expect_status(0);
     EXPECT_EQ(mq_put(kId, "again", 6, 0), 1) << "the next call makes a new one";
     EXPECT_EQ(mq_get(kId, got, sizeof(got), 0), 1);

@@ -26,6 +26,7 @@
 #include "support/platform_log.hpp"
 
 using test::config;
+using test::error_line;
 using test::exists;
 using test::log_line;
 using test::platform_log;
@@ -191,11 +192,6 @@ std::string traces(const std::string &function, bool leaves = true)
            (leaves ? log_line(PROD_DBG_TRACE, function, "LEAVE <<< " + function) : "");
 }
 
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
-
 // ---- checks -----------------------------------------------------------------------------------
 
 TEST_F(Flash, Values)
@@ -260,7 +256,7 @@ TEST_F(Flash, TypeAndChecksumWithoutAnImage)
             PROD_DBG_TRACE,
             [&] { EXPECT_EQ(flash_check_fw_type_and_crc(nullptr, &type, 3), FW_UPLOAD_ERROR); }),
         Prints(traces("flash_check_fw_type_and_crc", false) +
-               error("flash_check_fw_type_and_crc", "arg is null.")));
+               error_line("flash_check_fw_type_and_crc", "arg is null.")));
     EXPECT_EQ(type, 77);
     EXPECT_THAT(checks.asked, IsEmpty());
 }
@@ -322,7 +318,8 @@ TEST_F(Flash, RejectedFiles)
                 printed_at(
                     PROD_DBG_TRACE,
                     [&] { EXPECT_EQ(flash_check_fw("/tmp/image", kCase.type), kCase.result); }),
-                Prints(traces("flash_check_fw", false) + error("flash_check_fw", kCase.message)));
+                Prints(traces("flash_check_fw", false) +
+                       error_line("flash_check_fw", kCase.message)));
             EXPECT_EQ(checks.asked, kCase.asked);
             EXPECT_EQ(exists("/tmp/image"), marker && kCase.kept_with_marker);
             EXPECT_EQ(exists(PROD_FW_KEEP_MARKER), marker);
@@ -367,10 +364,10 @@ TEST_F(Flash, UploadOfABadImage)
         bool deleted;
     } kCases[] = {
         {{2, -1, 0, 0, {}}, -2, "", false},
-        {{4, 0, 0, 0, {}}, -1, error("flash_check_fw", "fw type is not support:4."), true},
-        {{-1, 0, 0, 0, {}}, -1, error("flash_check_fw", "fw type is not support:-1."), true},
-        {{2, 0, -1, 0, {}}, -1, error("flash_check_fw", "check_fw_valid fail"), true},
-        {{2, 0, 0, -1, {}}, -3, error("flash_check_fw", "check_mtd_size faild."), true},
+        {{4, 0, 0, 0, {}}, -1, error_line("flash_check_fw", "fw type is not support:4."), true},
+        {{-1, 0, 0, 0, {}}, -1, error_line("flash_check_fw", "fw type is not support:-1."), true},
+        {{2, 0, -1, 0, {}}, -1, error_line("flash_check_fw", "check_fw_valid fail"), true},
+        {{2, 0, 0, -1, {}}, -3, error_line("flash_check_fw", "check_mtd_size faild."), true},
     };
     for (const auto &kCase : kCases) {
         SCOPED_TRACE(kCase.said);
@@ -395,7 +392,7 @@ TEST_F(Flash, UploadOfNothing)
     g_fw_type = 77;
     EXPECT_THAT(
         printed_at(PROD_DBG_ERROR, [] { EXPECT_EQ(prod_systool_simple_upload(nullptr, 6), -4); }),
-        Prints(error("flash_check_fw_type_and_crc", "arg is null.")));
+        Prints(error_line("flash_check_fw_type_and_crc", "arg is null.")));
     EXPECT_EQ(g_fw_type, 77);
     EXPECT_TRUE(exists(PROD_FW_IMAGE));
 }
@@ -417,7 +414,7 @@ TEST_F(Flash, FileOperations)
             printed([&] {
                 EXPECT_EQ(systool_file_handle(static_cast<FILE_OPERATE_ENUM>(type), image, 6), -1);
             }),
-            Prints(error("systool_file_handle", "invalid type:" + std::to_string(type))));
+            Prints(error_line("systool_file_handle", "invalid type:" + std::to_string(type))));
     }
 }
 
@@ -428,7 +425,7 @@ constexpr const char *kUpgrade = "prod_upgrade_image_to_flash";
 /** A failure of the upgrade with any errno, where no call has set a particular one. */
 std::string failure(const std::string &what)
 {
-    const std::string line = error(kUpgrade, "@");
+    const std::string line = error_line(kUpgrade, "@");
     const std::size_t at = line.find('@');
     return line.substr(0, at) + "Failed\\([0-9]+\\) to " + test::literally(what) + ", [^\n]*\\." +
            line.substr(at + 1);
@@ -486,8 +483,8 @@ void refused(const std::string &expected)
 TEST_F(Flash, UpgradeWithoutAnImage)
 {
     test::remove_all(PROD_FW_IMAGE);
-    refused(
-        error(kUpgrade, "Failed(2) to Failed to stat /var/image: , No such file or directory."));
+    refused(error_line(kUpgrade,
+                       "Failed(2) to Failed to stat /var/image: , No such file or directory."));
     EXPECT_THAT(checks.asked, IsEmpty());
 }
 
@@ -526,8 +523,8 @@ TEST_F(Flash, UpgradeFromAFolder)
     // Opened, since a folder can be, but not mapped.
     struct stat status;
     ASSERT_EQ(stat(PROD_FW_IMAGE, &status), 0);
-    refused(error(kUpgrade, "Failed(19) to Failed to mmap fw(len:" +
-                                std::to_string(status.st_size) + "):, No such device."));
+    refused(error_line(kUpgrade, "Failed(19) to Failed to mmap fw(len:" +
+                                     std::to_string(status.st_size) + "):, No such device."));
     test::remove_all(PROD_FW_IMAGE);
 }
 
@@ -566,7 +563,8 @@ TEST_F(Flash, UpgradeWithoutAMapping)
 {
     failing_mmap = ENOMEM;
     watch_closing = true;
-    refused(error(kUpgrade, "Failed(12) to Failed to mmap fw(len:5):, Cannot allocate memory."));
+    refused(
+        error_line(kUpgrade, "Failed(12) to Failed to mmap fw(len:5):, Cannot allocate memory."));
     watch_closing = false;
     EXPECT_THAT(unmapped, testing::Contains("failed 5"));
     EXPECT_THAT(checks.asked, IsEmpty());
@@ -605,7 +603,7 @@ TEST_F(Flash, UpgradeFromARejectedImage)
             checks.valid = kCase.valid;
             checks.mtd = kCase.mtd;
             write_text(PROD_FW_IMAGE, "image");
-            refused(error("flash_check_fw", kCase.reason) +
+            refused(error_line("flash_check_fw", kCase.reason) +
                     failure("Failed to check fw: " + std::to_string(kCase.result) + "\n"));
             EXPECT_EQ(exists(PROD_FW_IMAGE), marker && kCase.kept_with_marker);
         }
@@ -632,10 +630,11 @@ TEST_F(Flash, AWriterThatCannotBeStarted)
 {
     thread_fails = true;
     const RecordedCommands commands;
-    EXPECT_THAT(printed([] { prod_systool_call_writeImage(); }),
-                Prints(error("prod_systool_call_writeImage",
-                             "Failed(11) to start the writer of the image, Resource temporarily "
-                             "unavailable.")));
+    EXPECT_THAT(
+        printed([] { prod_systool_call_writeImage(); }),
+        Prints(error_line("prod_systool_call_writeImage",
+                          "Failed(11) to start the writer of the image, Resource temporarily "
+                          "unavailable.")));
     EXPECT_THAT(commands.all(), IsEmpty());
 }
 
@@ -785,7 +784,7 @@ TEST_F(Flash, AnInitiatorThatIsNone)
         const RecordedCommands commands;
         const auto initiator = static_cast<SYSTEM_UPGRADE_TYPE_ENUM>(type);
         const std::string said =
-            error("kill_other_upgrade_process", "invalid type:" + std::to_string(type));
+            error_line("kill_other_upgrade_process", "invalid type:" + std::to_string(type));
         EXPECT_THAT(printed([&] { kill_other_upgrade_process(initiator); }), Prints(said));
         EXPECT_THAT(commands.all(), IsEmpty());
         EXPECT_THAT(printed([&] { prod_upgrade_kill_public_process(initiator); }), Prints(said));

@@ -24,6 +24,7 @@
 #include "support/interpose.hpp"
 #include "support/time.hpp"
 
+using test::error_line;
 using test::log_line;
 using test::printed;
 using test::Prints;
@@ -364,20 +365,15 @@ FRESH_TEST(TheFirstEventOfANewWatchFindsItsRecord)
 
 // ---- failures ---------------------------------------------------------------------------------
 
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
-
 FRESH_TEST(APathThatCannotBeWatched)
 {
     EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/absent", record), 0); }),
-                Prints(error("fnotify_listen",
-                             "Failed(2) to inotify_add_watch /tmp/absent, No such "
-                             "file or directory.")));
-    EXPECT_THAT(
-        printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
-        Prints(error("fnotify_listen", "Failed(14) to inotify_add_watch (null), Bad address.")));
+                Prints(error_line("fnotify_listen",
+                                  "Failed(2) to inotify_add_watch /tmp/absent, No such "
+                                  "file or directory.")));
+    EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
+                Prints(error_line("fnotify_listen",
+                                  "Failed(14) to inotify_add_watch (null), Bad address.")));
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1) << "the next one can";
 }
 
@@ -387,8 +383,8 @@ FRESH_TEST(NoInstanceIsLeft)
     const int before = test::open_descriptors();
     for (int i = 0; i < 2; ++i) {
         EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
-                    Prints(error("fnotify_initialize",
-                                 "Failed(24) to inotify_init, Too many open files.")));
+                    Prints(error_line("fnotify_initialize",
+                                      "Failed(24) to inotify_init, Too many open files.")));
     }
     EXPECT_EQ(test::open_descriptors(), before);
     init_errno = 0;
@@ -399,11 +395,12 @@ FRESH_TEST(NoThreadCanBeStarted)
 {
     create_error = EAGAIN;
     const int before = test::open_descriptors();
-    EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
-                Prints(error("start_thread",
-                             "Failed(11) to create thread, Resource temporarily unavailable.") +
-                       error("fnotify_initialize",
-                             "Failed(11) to start_thread, Resource temporarily unavailable.")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
+        Prints(error_line("start_thread",
+                          "Failed(11) to create thread, Resource temporarily unavailable.") +
+               error_line("fnotify_initialize",
+                          "Failed(11) to start_thread, Resource temporarily unavailable.")));
     EXPECT_EQ(test::open_descriptors(), before) << "the instance is closed again";
     create_error = 0;
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1);
@@ -424,7 +421,7 @@ FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
                     const test::WithoutMemory refused{4 * sizeof(void *) + strlen(kPath) + 1};
                     EXPECT_EQ(fnotify_listen(kPath, record), 0);
                 }),
-                Prints(error("fnotify_listen", "Out of memory")));
+                Prints(error_line("fnotify_listen", "Out of memory")));
     EXPECT_EQ(fcntl(spare, F_GETFD), -1);
     test::write_text(kPath, "changed");
     EXPECT_THAT(seen_until_now(), ElementsAre()) << "the watch has no record";

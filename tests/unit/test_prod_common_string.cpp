@@ -7,7 +7,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 
 #include "support/allocator.hpp"
 #include "support/capture.hpp"
@@ -16,12 +15,6 @@
 
 namespace
 {
-
-std::string taken(char *text)
-{
-    const std::unique_ptr<char, decltype(&free)> owner{text, free};
-    return text != nullptr ? text : "(none)";
-}
 
 TEST(StrTrim, LeftMovesTheRestAndReturnsTheEnd)
 {
@@ -180,14 +173,14 @@ TEST(Strnstr, TheMatchMustEndWithinTheLength)
 
 TEST(StrReplace, ReplacesFromLeftToRight)
 {
-    EXPECT_EQ(taken(str_replace("a.b.c", ".", "::")), "a::b::c");
-    EXPECT_EQ(taken(str_replace("aaa", "aa", "b")), "ba");
-    EXPECT_EQ(taken(str_replace("aaa", "a", "xyz")), "xyzxyzxyz");
-    EXPECT_EQ(taken(str_replace("aaaa", "aa", "xyz")), "xyzxyz");
-    EXPECT_EQ(taken(str_replace("abc", "abc", "")), "");
-    EXPECT_EQ(taken(str_replace("abc", "x", "y")), "abc");
-    EXPECT_EQ(taken(str_replace("", "x", "y")), "");
-    EXPECT_EQ(taken(str_replace("abc", "", "y")), "abc");
+    EXPECT_EQ(test::taken(str_replace("a.b.c", ".", "::")), "a::b::c");
+    EXPECT_EQ(test::taken(str_replace("aaa", "aa", "b")), "ba");
+    EXPECT_EQ(test::taken(str_replace("aaa", "a", "xyz")), "xyzxyzxyz");
+    EXPECT_EQ(test::taken(str_replace("aaaa", "aa", "xyz")), "xyzxyz");
+    EXPECT_EQ(test::taken(str_replace("abc", "abc", "")), "");
+    EXPECT_EQ(test::taken(str_replace("abc", "x", "y")), "abc");
+    EXPECT_EQ(test::taken(str_replace("", "x", "y")), "");
+    EXPECT_EQ(test::taken(str_replace("abc", "", "y")), "abc");
 }
 
 TEST(StrReplace, LongTextsFitExactly)
@@ -197,16 +190,16 @@ TEST(StrReplace, LongTextsFitExactly)
     for (std::size_t i = 0; i < many.size(); ++i) {
         expected += "bcd";
     }
-    EXPECT_EQ(taken(str_replace(many.c_str(), "a", "bcd")), expected);
+    EXPECT_EQ(test::taken(str_replace(many.c_str(), "a", "bcd")), expected);
 }
 
 TEST(StrJoin, PutsTheJoinBetweenCharacters)
 {
-    EXPECT_EQ(taken(str_join("abc", "-")), "a-b-c");
-    EXPECT_EQ(taken(str_join("abc", ", ")), "a, b, c");
-    EXPECT_EQ(taken(str_join("abc", "")), "abc");
-    EXPECT_EQ(taken(str_join("a", "-")), "a");
-    EXPECT_EQ(taken(str_join("", "-")), "");
+    EXPECT_EQ(test::taken(str_join("abc", "-")), "a-b-c");
+    EXPECT_EQ(test::taken(str_join("abc", ", ")), "a, b, c");
+    EXPECT_EQ(test::taken(str_join("abc", "")), "abc");
+    EXPECT_EQ(test::taken(str_join("a", "-")), "a");
+    EXPECT_EQ(test::taken(str_join("", "-")), "");
 }
 
 TEST(Hex, ToHexNeedsTwoDigitsAByteAndANul)

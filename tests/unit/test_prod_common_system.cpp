@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -35,6 +34,7 @@
 #include "support/config.hpp"
 #include "support/files.hpp"
 #include "support/interpose.hpp"
+#include "support/sockets.hpp"
 #include "support/time.hpp"
 
 using test::config;
@@ -396,39 +396,14 @@ TEST_F(System, AHostWithoutAName)
 
 constexpr const char *kSocket = "/tmp/daemon";
 
-/** A daemon that takes one connection and does with it what it is told. */
-class Daemon
+/** A daemon that does with its connection what it is told. */
+class Daemon : public test::Daemon
 {
   public:
-    explicit Daemon(std::function<void(int)> serve, std::string path = kSocket)
-        : path_(std::move(path)), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit Daemon(std::function<void(int)> serve, const std::string &path = kSocket)
+        : test::Daemon(path, std::move(serve))
     {
-        unlink(path_.c_str());
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)),
-                  0);
-        EXPECT_EQ(listen(listener_, 1), 0);
-        thread_ = std::thread{[this, serve = std::move(serve)] {
-            const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-            serve(connection);
-            close(connection);
-        }};
     }
-    ~Daemon()
-    {
-        thread_.join();
-        close(listener_);
-        unlink(path_.c_str());
-    }
-    Daemon(const Daemon &) = delete;
-    Daemon &operator=(const Daemon &) = delete;
-
-  private:
-    std::string path_;
-    int listener_;
-    std::thread thread_;
 };
 
 /** Everything that comes until the other end closes or that many bytes are there. */

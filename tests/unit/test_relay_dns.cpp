@@ -16,6 +16,7 @@
 #include "support/config.hpp"
 #include "support/files.hpp"
 #include "support/interpose.hpp"
+#include "support/network.hpp"
 
 using test::config;
 using test::read_text;
@@ -434,7 +435,7 @@ TEST_F(RelayDns, WithoutAFileTheTextIsOnlyReturned)
 {
     learnt(1, "10.0.0.1");
     test::remove_all(kConfFile);
-    ASSERT_EQ(system("mkdir /etc/dns.conf"), 0);
+    test::run("mkdir /etc/dns.conf");
     char text[64];
     const int before = test::open_descriptors();
     getAllWanDns(text, sizeof(text));

@@ -47,12 +47,7 @@ std::string message(const std::string &text)
 
 int lines_about(const std::string &key_file)
 {
-    const std::string registry = test::read_text("/var/run/id.shm");
-    int count = 0;
-    for (std::size_t at = 0; (at = registry.find(key_file + "\n", at)) != std::string::npos; ++at) {
-        ++count;
-    }
-    return count;
+    return test::occurrences(key_file + "\n", test::read_text("/var/run/id.shm"));
 }
 
 TEST(GetSharedMemory, TwoCallsMapTheSameMemory)
