@@ -6,7 +6,8 @@
  * A queue carries records of one size, which both sides agree on, in the order in which they were
  * put. It is a System V message queue whose number is its key, created by whichever side touches it
  * first; that call appends a line to the registry "/var/run/id.mq": key, id, process id, process
- * name. Queues stay until the device restarts. Nothing is remembered between calls.
+ * name. Queues stay until the device restarts. A thread remembers the queue that it used last and asks
+ * for it again when the kernel no longer has it.
  *
  * All functions may be called from any thread of any process. Failures are logged at level 2 under
  * "prod".
@@ -47,7 +48,7 @@ PROD_API int get_or_create_mq(int key);
 
 /**
  * Puts one record into a queue. While the queue is full it tries again every 100 ms.
- * @param id        the kernel's id, as get_or_create_mq() returns it
+ * @param id        the queue's number; the queue is created when there is none
  * @param data      the record; copied
  * @param data_len  its bytes, at least 1
  * @param block     0: try once; otherwise for about 3 seconds (3 to 4: whole seconds of the wall
@@ -61,7 +62,7 @@ PROD_API int mq_put(mq_id_t id, const void *data, int data_len, int block);
  *
  * A record longer than @p data_len is not cut: the call fails and the record stays for a reader
  * with more room. Behind a shorter one @p data is filled with zeros.
- * @param id        the kernel's id, as get_or_create_mq() returns it
+ * @param id        the queue's number; the queue is created when there is none
  * @param data      room for the record; unchanged on failure
  * @param data_len  its bytes, at least 1
  * @param block     0: only what is there now; otherwise wait without limit, though a signal ends

@@ -40,6 +40,14 @@ extern "C" int system(const char *command)
     return 0;
 }
 
+#ifdef __SANITIZE_THREAD__
+/** Deliberate: nobody waits for the thread that restarts the device, which goes down at its end. */
+extern "C" const char *__tsan_default_suppressions()
+{
+    return "thread:systool_reboot";
+}
+#endif
+
 namespace
 {
 

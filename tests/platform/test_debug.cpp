@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "prod_common_cfm.h"
+#include "prod_common_debug.h"
 #include "support/capture.hpp"
 
 using testing::HasSubstr;
@@ -24,6 +26,11 @@ __attribute__((noinline)) void innermost_of_the_test()
 __attribute__((noinline)) void around_it()
 {
     innermost_of_the_test();
+    asm volatile("");
+}
+__attribute__((noinline)) void setter_of_the_test()
+{
+    prod_cfm_set_val("lan.ip", "10.9.8.7");
     asm volatile("");
 }
 }
@@ -71,6 +78,16 @@ TEST(Backtrace, NamesTheCallersFromTheInside)
     EXPECT_LT(inner, text.find("#1 "));
     EXPECT_THAT(text, HasSubstr("test_platform_debug)"));
     EXPECT_EQ(text.back(), '\n');
+}
+
+TEST(Backtrace, GoesThroughTheLibrary)
+{
+    const std::string text = test::printed_at(PROD_DBG_TRACE, setter_of_the_test, "cfm");
+    const std::size_t inner = text.find(" prod_cfm_set_val+0x");
+    const std::size_t outer = text.find(" setter_of_the_test+0x");
+    ASSERT_NE(inner, std::string::npos) << text;
+    ASSERT_NE(outer, std::string::npos) << text;
+    EXPECT_LT(inner, outer);
 }
 
 __attribute__((noinline)) void deep(int left)

@@ -73,8 +73,14 @@ class Aside
     Aside &operator=(const Aside &) = delete;
 };
 
+}  // namespace
+
+#ifdef OWN_ALLOCATOR
 // The address sanitizer allocates before its own state is there to be looked at.
 #define AT_ANY_TIME __attribute__((no_sanitize("address")))
+
+namespace
+{
 
 /** Notes an allocation. @return whether it is to fail */
 AT_ANY_TIME bool refuses(std::size_t size)
@@ -91,7 +97,6 @@ AT_ANY_TIME bool refuses(std::size_t size)
 
 extern "C" {
 
-#ifdef OWN_ALLOCATOR
 AT_ANY_TIME void *malloc(std::size_t size)
 {
     return refuses(size) ? nullptr : test::real_malloc(size);
@@ -101,7 +106,10 @@ AT_ANY_TIME void *calloc(std::size_t count, std::size_t size)
 {
     return refuses(count * size) ? nullptr : test::real_calloc(count, size);
 }
+}
 #endif
+
+extern "C" {
 
 int fcntl(int fd, int command, ...)
 {

@@ -261,12 +261,32 @@ TEST_F(Queue, MemoryIsShort)
 TEST_F(Queue, ARecordBeyondTheKernelsLimit)
 {
     const std::string record(8193, 'r');
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 8193, 1), 0); }),
-                Prints(error_line("mq_put", "Failed(22) to msgsnd, Invalid argument.")));
+    const std::string message = error_line("mq_put", "Failed(22) to msgsnd, Invalid argument.");
+    for (int i = 0; i < 2; ++i) {  // in a queue that is new, and in one that is known
+        EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 8193, 1), 0); }),
+                    Prints(message));
+    }
+    EXPECT_EQ(mq_put(kId, "x", 1, 0), 1) << "the queue is as it was";
+    EXPECT_EQ(waiting(), 1U);
 }
 
 TEST_F(Queue, NoQueueIsLeft)
 {
+    // Also none for those that knew one.
+    for (const bool by_a_reader : {false, true}) {
+        EXPECT_EQ(mq_put(kId, "x", 1, 0), 1);
+        ASSERT_EQ(msgctl(kernel_id(), IPC_RMID, nullptr), 0);
+        test::write_text("/proc/sys/kernel/msgmni", "0\n");
+        char byte = 'x';
+        EXPECT_THAT(printed([&] {
+                        EXPECT_EQ(by_a_reader ? mq_get(kId, &byte, 1, 1) : mq_put(kId, "x", 1, 1),
+                                  0);
+                    }),
+                    Prints(error_line("get_or_create_mq",
+                                      "Failed(28) to create MQ, No space left on device.")));
+        test::write_text("/proc/sys/kernel/msgmni", "32000\n");
+    }
+
     test::write_text("/proc/sys/kernel/msgmni", "0\n");
     const std::string message =
         error_line("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
@@ -384,6 +404,72 @@ TEST_F(Queue, AQueueThatIsRemovedEndsTheWait)
 }
 
 // ---- many processes ---------------------------------------------------------------------------
+
+TEST_F(Queue, OneThatWasRemovedIsMadeAnewByTheNextRecord)
+{
+    for (const int last : {'p', 'g'}) {
+        SCOPED_TRACE(static_cast<char>(last));
+        char record = 0;
+        EXPECT_EQ(mq_put(kId, "a", 1, 0), 1);
+        if (last == 'g') {
+            EXPECT_EQ(mq_get(kId, &record, 1, 0), 1);
+        }
+        const int before = kernel_id();
+        const int lines = lines_about(static_cast<int>(kId));
+        ASSERT_EQ(msgctl(before, IPC_RMID, nullptr), 0);
+
+        EXPECT_EQ(printed([] { EXPECT_EQ(mq_put(kId, "b", 1, 0), 1); }), "");
+        EXPECT_NE(kernel_id(), before);
+        EXPECT_EQ(lines_about(static_cast<int>(kId)), lines + 1);
+        EXPECT_EQ(mq_get(kId, &record, 1, 0), 1);
+        EXPECT_EQ(record, 'b');
+    }
+}
+
+TEST_F(Queue, OneThatWasRemovedIsMadeAnewByTheNextReader)
+{
+    EXPECT_EQ(mq_put(kId, "a", 1, 0), 1);
+    ASSERT_EQ(msgctl(kernel_id(), IPC_RMID, nullptr), 0);
+    char record = 'x';
+    EXPECT_EQ(printed([&] { EXPECT_EQ(mq_get(kId, &record, 1, 0), 0); }), "") << "it is empty";
+    EXPECT_EQ(record, 'x');
+    EXPECT_GE(kernel_id(), 0);
+}
+
+TEST_F(Queue, OneThatAnotherProgramMadeAnewIsFound)
+{
+    EXPECT_EQ(mq_put(kId, "a", 1, 0), 1);
+    ASSERT_EQ(msgctl(kernel_id(), IPC_RMID, nullptr), 0);
+    const int another = msgget(static_cast<int>(kId), IPC_CREAT | 0666);
+    ASSERT_GE(another, 0);
+    const int lines = lines_about(static_cast<int>(kId));
+    EXPECT_EQ(mq_put(kId, "b", 1, 0), 1);
+    EXPECT_EQ(kernel_id(), another);
+    EXPECT_EQ(waiting(), 1U);
+    EXPECT_EQ(lines_about(static_cast<int>(kId)), lines) << "it was not this call that made it";
+}
+
+TEST_F(Queue, RecordsForSeveralQueuesStayApart)
+{
+    constexpr mq_id_t kOther = kId + 1;
+    for (const char c : {'a', 'b', 'c'}) {
+        const char other = static_cast<char>(c - 'a' + 'A');
+        EXPECT_EQ(mq_put(kId, &c, 1, 0), 1);
+        EXPECT_EQ(mq_put(kOther, &other, 1, 0), 1);
+    }
+    std::string here;
+    std::string there;
+    char record;
+    while (mq_get(kId, &record, 1, 0) == 1) {
+        here += record;
+        ASSERT_EQ(mq_get(kOther, &record, 1, 0), 1);
+        there += record;
+    }
+    EXPECT_EQ(here, "abc");
+    EXPECT_EQ(there, "ABC");
+    EXPECT_EQ(mq_get(kOther, &record, 1, 0), 0);
+    msgctl(msgget(static_cast<int>(kOther), 0), IPC_RMID, nullptr);
+}
 
 TEST_F(Queue, OfSixtyFourFirstUsersOneCreatesIt)
 {

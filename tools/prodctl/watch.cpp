@@ -61,11 +61,7 @@ class Changes
 };
 
 /** Never destroyed: the notification thread lives until the process ends. */
-Changes &changes()
-{
-    static auto *const all = new Changes;
-    return *all;
-}
+Changes *changes;
 
 /** A number among the options, nothing when it was not given; false when it is none. */
 bool read_option(const Call &call, const char *option, int largest, std::optional<int> &value)
@@ -101,9 +97,10 @@ int run_watch(const Call &call, cJSON *answer)
     if (call.json() && !count && !seconds) {
         return call.usage("with --json, --count or --timeout must say when the answer is complete");
     }
+    changes = new Changes;  // before the thread that adds to them starts
     for (const char *const path : call.arguments()) {
         if (fnotify_listen(path, [](const char *where, const char *name) {
-                changes().add(where, name);
+                changes->add(where, name);
             }) == 0) {
             return call.no("'%s' cannot be watched", path);
         }
@@ -116,7 +113,7 @@ int run_watch(const Call &call, cJSON *answer)
     cJSON *const list = call.json() ? cJSON_AddArrayToObject(answer, "changes") : nullptr;
     int seen = 0;
     while (!count || seen < *count) {
-        const std::optional<Change> change = changes().next(deadline);
+        const std::optional<Change> change = changes->next(deadline);
         if (!change) {
             break;
         }
