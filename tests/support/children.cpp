@@ -122,6 +122,7 @@ void all_at_once(int processes, const std::function<void(int)> &body)
         abort();
     }
     std::vector<pid_t> children;
+    children.reserve(static_cast<std::size_t>(processes));
     for (int i = 0; i < processes; ++i) {
         children.push_back(start([&] {
             close(go[1]);
