@@ -2,7 +2,6 @@
 // The backup file of a device with 3,000 settings and 500 policies: how much of its making and
 // loading is shell commands; its checksum beside zlib's; policy records as SQL values beside
 // reading their file.
-#include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sqlite3.h>
@@ -14,12 +13,15 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
+#include "bench.hpp"
 #include "platform/process.h"
 #include "prod_common_cfm.h"
 #include "prod_common_systool.h"
+
+using bench::must;
+using bench::write_text;
 
 namespace
 {
@@ -34,14 +36,6 @@ struct Commands {
     double seconds = 0;
     int count = 0;
 } commands;
-
-void must(bool done, const char *what)
-{
-    if (!done) {
-        perror(what);
-        exit(1);
-    }
-}
 
 }  // namespace
 
@@ -117,13 +111,6 @@ std::string record(int i)
            "\treboot_en=1\treboot_type=2\ttime=300\trecog_en=0\tbroad_en=1";
 }
 
-void write_file(const char *path, const std::string &text)
-{
-    FILE *const file = fopen(path, "we");
-    must(file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size(), path);
-    fclose(file);
-}
-
 std::string read_file(const char *path)
 {
     std::string text;
@@ -144,7 +131,7 @@ void fill_device()
         settings += "section" + std::to_string(i % 40) + ".key" + std::to_string(i) + "=value " +
                     std::to_string(i) + std::string(static_cast<std::size_t>(i % 40), 'v') + "\n";
     }
-    write_file("/webroot/default.cfg", settings);
+    write_text("/webroot/default.cfg", settings);
     must(system("cfm Upload") == 0, "cfm Upload");
     const Silence silence;
     upload_ac_policy();  // makes the database
@@ -152,7 +139,7 @@ void fill_device()
     for (int i = 0; i < kPolicies; ++i) {
         records += record(i);
     }
-    write_file(kRecords, records);
+    write_text(kRecords, records);
     upload_ac_policy();
 }
 
@@ -242,7 +229,7 @@ std::string some_records()
 void records_library(benchmark::State &state)
 {
     const std::string text = some_records();
-    write_file(kRecords, text);
+    write_text(kRecords, text);
     static char out[PROD_POLICY_TEXT_SIZE];
     for (auto _ : state) {
         out[0] = '\0';
@@ -255,7 +242,7 @@ void records_library(benchmark::State &state)
 void records_fgets(benchmark::State &state)
 {
     const std::string text = some_records();
-    write_file(kRecords, text);
+    write_text(kRecords, text);
     for (auto _ : state) {
         FILE *const file = fopen(kRecords, "re");
         char line[1024];
@@ -281,10 +268,7 @@ BENCHMARK(records_fgets)->Name("records/fgets");
 
 int main(int argc, char **argv)
 {
-    if (getenv("PROD_DEVICE") == nullptr) {
-        fprintf(stderr, "Run this through device/launch: it replaces the configuration.\n");
-        return 2;
-    }
+    bench::must_be_in_a_device();
     fill_device();
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

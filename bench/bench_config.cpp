@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The configuration store with 3,000 keys, beside what else a firmware might use: the bare engine,
 // TDB, and reading a text file again; and the shell runner beside system().
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <lmdb.h>
 #include <sys/mman.h>
@@ -18,22 +17,18 @@ extern "C" {
 #include <tdb.h>
 }
 
+#include "bench.hpp"
 #include "platform/cfm.h"
 #include "platform/process.h"
+
+using bench::must;
+using bench::write_text;
 
 namespace
 {
 
 constexpr int kKeys = 3000;
 constexpr const char *kTextFile = "/var/run/bench.txt";
-
-void must(bool done, const char *what)
-{
-    if (!done) {
-        perror(what);
-        exit(1);
-    }
-}
 
 std::string key_of(int i)
 {
@@ -82,13 +77,6 @@ std::string whole_text()
         text += key_of(i) + "=" + value_of(i) + "\n";
     }
     return text;
-}
-
-void write_text(const char *path, const std::string &text)
-{
-    FILE *const file = fopen(path, "w");
-    must(file != nullptr && fwrite(text.data(), 1, text.size(), file) == text.size(), path);
-    fclose(file);
 }
 
 MDB_val val(const std::string &text)
@@ -354,10 +342,7 @@ BENCHMARK(command_system)->Name("command/system")->Arg(0)->Arg(500)->UseRealTime
 
 int main(int argc, char **argv)
 {
-    if (getenv("PROD_DEVICE") == nullptr) {
-        fprintf(stderr, "Run this through device/launch: it writes under /var/run and /cfg.\n");
-        return 2;
-    }
+    bench::must_be_in_a_device();
     write_text("/cfg/cfm.cfg", whole_text());
     write_text(kTextFile, whole_text());
     benchmark::Initialize(&argc, argv);

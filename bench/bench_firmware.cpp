@@ -2,7 +2,6 @@
 // The check of a firmware image of 64 MiB: mapped, as the upgrade does it, beside what it cannot do
 // without: reading the file, and zlib's checksum over it. own_memory is what the process has beside
 // the mapped file.
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -14,6 +13,7 @@
 #include <cstring>
 #include <string>
 
+#include "bench.hpp"
 #include "prod_common_flash.h"
 
 namespace
@@ -150,10 +150,7 @@ BENCHMARK_CAPTURE(image_of_64_mib, read_and_zlib_uncached, read_and_checksum, fa
 
 int main(int argc, char **argv)
 {
-    if (getenv("PROD_DEVICE") == nullptr) {
-        fprintf(stderr, "Run this through device/launch: it writes to /etc and /cfg.\n");
-        return 2;
-    }
+    bench::must_be_in_a_device();
     FILE *const board = fopen("/etc/board.json", "we");
     if (board == nullptr || !write_image()) {
         perror("bench_firmware");

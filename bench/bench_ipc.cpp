@@ -2,7 +2,6 @@
 // Named locks and message queues beside what one would write or pick instead: the bare calls with
 // an id that is kept, the plain form that makes its key file and its object anew on every call, a
 // lock on a file, POSIX queues.
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <mqueue.h>
 #include <sys/file.h>
@@ -17,19 +16,14 @@
 #include <cstring>
 #include <vector>
 
+#include "bench.hpp"
 #include "ipc/lock.h"
 #include "ipc/msg_queue.h"
 
+using bench::must;
+
 namespace
 {
-
-void must(bool condition, const char *what)
-{
-    if (!condition) {
-        fprintf(stderr, "bench_ipc: %s: %s\n", what, strerror(errno));
-        exit(1);
-    }
-}
 
 // ---- lock and unlock --------------------------------------------------------------------------
 

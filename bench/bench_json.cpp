@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // A settings page as JSON: fifty configuration adders beside the same cJSON calls and reads of the
 // store spelled out by hand.
-#include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "bench.hpp"
 #include "json.h"
 #include "platform/cfm.h"
 
@@ -106,10 +106,7 @@ BENCHMARK_CAPTURE(page, by_hand, add_by_hand);
 
 int main(int argc, char **argv)
 {
-    if (getenv("PROD_DEVICE") == nullptr) {
-        fprintf(stderr, "Run this through device/launch: it writes under /var/run.\n");
-        return 2;
-    }
+    bench::must_be_in_a_device();
     fill_store();
     const std::string text = page_text(add_with_library);
     if (text != page_text(add_by_hand) || text.find("1492") == std::string::npos) {

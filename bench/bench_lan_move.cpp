@@ -2,7 +2,6 @@
 // The LAN's move over 1,000 port-forwarding rows, beside the same updates by plain SQLite: prepared
 // once, in one transaction, on a file of its own that is kept as carefully.
 #include <arpa/inet.h>
-#include <benchmark/benchmark.h>
 #include <sqlite3.h>
 
 #include <cstdio>
@@ -10,20 +9,15 @@
 #include <string>
 #include <vector>
 
+#include "bench.hpp"
 #include "prod_common_check.h"
+
+using bench::must;
 
 namespace
 {
 
 constexpr int kRows = 1000;
-
-void must(bool done, const char *what)
-{
-    if (!done) {
-        perror(what);
-        exit(1);
-    }
-}
 
 std::string host_of(int i)
 {

@@ -2,7 +2,6 @@
 // The lease list and the search for a neighbour, each beside its plain form (fgets and sscanf with
 // the format's own pattern) and beside reading the bytes alone. The neighbour table comes from a
 // file in place of the command, whose start would hide everything else.
-#include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <strings.h>
 #include <unistd.h>
@@ -12,8 +11,12 @@
 #include <cstring>
 #include <string>
 
+#include "bench.hpp"
 #include "platform/text.h"
 #include "prod_common_file.h"
+
+using bench::count_lines;
+using bench::must;
 
 namespace
 {
@@ -35,14 +38,6 @@ extern "C" int pclose(FILE *stream)
 
 namespace
 {
-
-void must(bool done, const char *what)
-{
-    if (!done) {
-        perror(what);
-        exit(1);
-    }
-}
 
 /** Writes a file of that many lines. */
 template <typename Line>
@@ -89,13 +84,6 @@ void read_bytes(const char *path)
     }
     close(fd);
 }
-
-void count_lines(benchmark::State &state)
-{
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-}
-
-#define LINES ->Arg(100)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond)
 
 // ---- leases -----------------------------------------------------------------------------------
 

@@ -1,19 +1,20 @@
 // SPDX-License-Identifier: MIT
 // The lists of the status pages beside fgets and sscanf with the same patterns, and beside reading
 // the bytes alone.
-#include <benchmark/benchmark.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "bench.hpp"
 #include "platform/debug.h"
 #include "platform/process.h"
 #include "prod_common_file.h"
+
+using bench::count_lines;
+using bench::write_text;
 
 // What a list costs beside its lines: a shell for the static routes, the system's log.
 int doSystemCmd(const char *, ...)
@@ -39,30 +40,14 @@ std::size_t room_of(const benchmark::State &state)
     return static_cast<std::size_t>(state.range(0));
 }
 
-void count_lines(benchmark::State &state)
-{
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-}
-
-void write_text(const char *path, const std::string &text)
-{
-    FILE *const file = fopen(path, "we");
-    if (file == nullptr || fwrite(text.data(), 1, text.size(), file) != text.size() ||
-        fclose(file) != 0) {
-        perror(path);
-        _exit(1);
-    }
-}
-
 /** A kernel's table of that many routes, in place of the one that the kernel would have to make. */
 void make_routes(int lines)
 {
     static bool covered = false;
     if (!covered) {
-        if (mount("tmpfs", "/proc", "tmpfs", 0, nullptr) != 0 || mkdir("/proc/net", 0755) != 0) {
-            perror("/proc");
-            _exit(1);
-        }
+        bench::must(
+            mount("tmpfs", "/proc", "tmpfs", 0, nullptr) == 0 && mkdir("/proc/net", 0755) == 0,
+            "/proc");
         covered = true;
     }
     std::string text =
@@ -115,13 +100,10 @@ void read_bytes(benchmark::State &state, const char *path)
     count_lines(state);
 }
 
-#define LINES ->Arg(100)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond)
-
 // ---- routes -----------------------------------------------------------------------------------
 
-void routes(benchmark::State &state)
+void list_routes(benchmark::State &state)
 {
-    make_routes(lines_of(state));
     std::vector<ROUTE_TABLE_ITEM_STRU> records(room_of(state));
     for (auto _ : state) {
         if (file_get_route_table_list(records.data(), lines_of(state)) != HLX_OK ||
@@ -130,6 +112,12 @@ void routes(benchmark::State &state)
         }
     }
     count_lines(state);
+}
+
+void routes(benchmark::State &state)
+{
+    make_routes(lines_of(state));
+    list_routes(state);
 }
 BENCHMARK(routes)->Name("routes/library") LINES;
 
@@ -184,14 +172,7 @@ BENCHMARK(routes_count)->Name("routes counted/library") LINES;
 void static_routes(benchmark::State &state)
 {
     make_static_routes(lines_of(state));
-    std::vector<ROUTE_TABLE_ITEM_STRU> records(room_of(state));
-    for (auto _ : state) {
-        if (file_get_route_table_list(records.data(), lines_of(state)) != HLX_OK ||
-            records.back().mask[0] == '\0') {
-            state.SkipWithError("not all were read");
-        }
-    }
-    count_lines(state);
+    list_routes(state);
 }
 BENCHMARK(static_routes)->Name("static routes/library") LINES;
 

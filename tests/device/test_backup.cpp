@@ -1,77 +1,38 @@
 // SPDX-License-Identifier: MIT
 // The whole device saved to a file, reset, and brought back; and files that are no backups.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <string>
 #include <vector>
 
+#include "backups.hpp"
 #include "platform/cfm.h"
-#include "platform/database.h"
 #include "prod_common_cfm.h"
 #include "prod_common_systool.h"
 #include "stories.hpp"
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/sql.hpp"
+#include "support/store.hpp"
 #include "support/time.hpp"
 
+using story::add_server;
+using story::kPolicyKinds;
+using story::load;
 using story::must;
+using story::saved;
+using story::servers;
 using test::read_text;
+using test::Rows;
+using test::stored;
 
 namespace
 {
 
-using Rows = std::vector<std::string>;
-
-constexpr const char *kKinds[] = {"wl_basic_policy", "wl_radio_policy", "reboot_policy",
-                                  "wl_deploy_policy", "qvlan_policy"};
-
-Rows rows(const std::string &sql)
+Rows sql(const std::string &statements)
 {
-    Rows found;
-    sqlite3 *database = nullptr;
-    EXPECT_EQ(sqlite3_open(PROD_POLICY_DATABASE, &database), SQLITE_OK);
-    char *message = nullptr;
-    const auto add = [](void *out, int count, char **values, char **) {
-        std::string row;
-        for (int i = 0; i < count; ++i) {
-            row += (i > 0 ? "|" : "") + std::string{values[i] != nullptr ? values[i] : "NULL"};
-        }
-        static_cast<Rows *>(out)->push_back(row);
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), add, &found, &message), SQLITE_OK)
-        << sql << ": " << (message != nullptr ? message : "");
-    sqlite3_free(message);
-    sqlite3_close(database);
-    return found;
-}
-
-std::string stored(const char *key)
-{
-    char value[CFM_VALUE_SIZE] = "";
-    return GetValue(key, value) != 0 ? value : "(absent)";
-}
-
-constexpr db_col_t kColumns[] = {{0, "host", DB_STRING, 1, 64}, {1, "port", DB_INT, 0, 0}};
-
-db_table servers(const char *database)
-{
-    db_table table;
-    EXPECT_NE(db_table_init(database, &table, "servers", kColumns, 2), 0) << database;
-    return table;
-}
-
-void add_server(const char *database, const char *host, int port)
-{
-    db_table table = servers(database);
-    db_val_t values[2];
-    values[0].s = const_cast<char *>(host);
-    values[1].n = port;
-    EXPECT_GT(table.add(&table, values), 0);
+    return test::sql(PROD_POLICY_DATABASE, statements);
 }
 
 Rows servers_of(const char *database)
@@ -101,23 +62,11 @@ void empty_database(const char *database)
 void add_policies()
 {
     EXPECT_EQ(upload_ac_policy(), PAV_RET_OK);  // makes the database
-    rows("insert into wl_basic_policy(name,ssid,auth_type) values('a','Bob''s',NULL)");
-    rows("insert into wl_basic_policy(name,ssid,auth_type) values('b','two words','x')");
-    rows("insert into wl_radio_policy(name,channel_24g) values('r',6)");
-    rows("insert into reboot_policy values(1,0,'night',1,2,300,0,1)");
-    rows("insert into qvlan_policy(name,qvlan_truck_port) values('v','lan0,lan1')");
-}
-
-std::string saved()
-{
-    char name[PROD_BACKUP_NAME_SIZE];
-    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
-    return read_text(name);
-}
-
-int load(const std::string &file)
-{
-    return prod_systool_cfg_upload(file.c_str(), static_cast<long>(file.size()));
+    sql("insert into wl_basic_policy(name,ssid,auth_type) values('a','Bob''s',NULL)");
+    sql("insert into wl_basic_policy(name,ssid,auth_type) values('b','two words','x')");
+    sql("insert into wl_radio_policy(name,channel_24g) values('r',6)");
+    sql("insert into reboot_policy values(1,0,'night',1,2,300,0,1)");
+    sql("insert into qvlan_policy(name,qvlan_truck_port) values('v','lan0,lan1')");
 }
 
 std::string with_trailer(const std::string &body)
@@ -132,8 +81,8 @@ std::string with_trailer(const std::string &body)
 std::string state()
 {
     std::string text = must("cfm show");
-    for (const char *const kind : kKinds) {
-        for (const std::string &row : rows(std::string{"select * from "} + kind)) {
+    for (const char *const kind : kPolicyKinds) {
+        for (const std::string &row : sql(std::string{"select * from "} + kind)) {
             text += std::string{kind} + ": " + row + "\n";
         }
     }
@@ -189,10 +138,10 @@ TEST(Backup, SavedResetAndBroughtBack)
     ASSERT_NE(RestoreValue(), 0);
     SetValue("wans.wanwebaddr", "198.51.100.9");
     SetValue("newer.key", "x");
-    for (const char *const kind : kKinds) {
-        rows(std::string{"delete from "} + kind);
+    for (const char *const kind : kPolicyKinds) {
+        sql(std::string{"delete from "} + kind);
     }
-    rows("insert into reboot_policy(name) values('newer')");
+    sql("insert into reboot_policy(name) values('newer')");
     for (const char *const database : {"default", "auth", "ac", "client"}) {
         empty_database(database);
         add_server(database, "newer", 4);
@@ -206,12 +155,12 @@ TEST(Backup, SavedResetAndBroughtBack)
     EXPECT_EQ(stored("newer.key"), "(absent)");
     EXPECT_EQ(read_text("/cfg/cfm.cfg"), must("cfm show")) << "a start brings it too";
     // A blank cuts a value, what was none is a text, the rest is as it was.
-    EXPECT_EQ(rows("select name,ssid,auth_type from wl_basic_policy"),
+    EXPECT_EQ(sql("select name,ssid,auth_type from wl_basic_policy"),
               (Rows{"a|Bob's|(null)", "b|two|x"}));
-    EXPECT_EQ(rows("select name,channel_24g,enable from wl_radio_policy"), (Rows{"r|6|(null)"}));
-    EXPECT_EQ(rows("select * from reboot_policy"), (Rows{"1|0|night|1|2|300|0|1"}));
-    EXPECT_EQ(rows("select * from wl_deploy_policy"), Rows{});
-    EXPECT_EQ(rows("select name,qvlan_truck_port from qvlan_policy"), (Rows{"v|lan0,lan1"}));
+    EXPECT_EQ(sql("select name,channel_24g,enable from wl_radio_policy"), (Rows{"r|6|(null)"}));
+    EXPECT_EQ(sql("select * from reboot_policy"), (Rows{"1|0|night|1|2|300|0|1"}));
+    EXPECT_EQ(sql("select * from wl_deploy_policy"), Rows{});
+    EXPECT_EQ(sql("select name,qvlan_truck_port from qvlan_policy"), (Rows{"v|lan0,lan1"}));
     EXPECT_EQ(servers_of("default"), (Rows{"1|printer = crc=1 ##the qvlan configure end##|9100"}));
     EXPECT_EQ(servers_of("auth"), (Rows{"1|guest|1"}));
     EXPECT_EQ(servers_of("ac"), (Rows{"2|newer|4"})) << "what was seen is not brought back";
@@ -224,7 +173,7 @@ TEST(Backup, WhatIsNoBackup)
     configure();
     const std::string good = saved();
     SetValue("lan.ip", "192.168.8.1");
-    rows("insert into reboot_policy(name) values('newer')");
+    sql("insert into reboot_policy(name) values('newer')");
     add_server("default", "newer", 4);
     const std::string before = state();
     const std::size_t trailer = good.find("crc=");
@@ -268,7 +217,7 @@ TEST(Backup, WhatIsNoBackup)
     body.replace(body.find("##the XX configure"), 18, "##the wl configure");
     EXPECT_EQ(load(with_trailer(body)), CFG_UPLOAD_ERR) << "markers out of order";
     EXPECT_EQ(stored("lan.ip"), "192.168.8.1");
-    EXPECT_EQ(rows("select name from reboot_policy"), (Rows{"night", "newer"}));
+    EXPECT_EQ(sql("select name from reboot_policy"), (Rows{"night", "newer"}));
     EXPECT_EQ(servers_of("default").size(), 1U);
 }
 

@@ -1,33 +1,37 @@
 // SPDX-License-Identifier: MIT
 // Saving and loading a backup, cut short by a kill before each of their steps, or before every Nth
 // where programs run N times slower.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <functional>
 #include <string>
-#include <vector>
 
+#include "backups.hpp"
 #include "platform/cfm.h"
-#include "platform/database.h"
 #include "platform/process.h"
 #include "prod_common_cfm.h"
 #include "prod_common_systool.h"
 #include "stories.hpp"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/sql.hpp"
 #include "support/time.hpp"
 
+using story::kPolicyKinds;
 using story::must;
+using story::saved;
 using test::printed;
 using test::read_text;
+using test::Rows;
+using test::sql;
 
 namespace
 {
@@ -41,12 +45,6 @@ void step()
     if (counting && ++steps == last_step) {
         kill(getpid(), SIGKILL);
     }
-}
-
-template <typename Function>
-Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
@@ -69,92 +67,61 @@ int sqlite3_exec(sqlite3 *database, const char *sql, int (*callback)(void *, int
                  void *argument, char **message)
 {
     step();
-    return real<decltype(&sqlite3_exec)>("sqlite3_exec")(database, sql, callback, argument,
-                                                         message);
+    return test::next(sqlite3_exec, "sqlite3_exec")(database, sql, callback, argument, message);
 }
 
 int sqlite3_step(sqlite3_stmt *statement)
 {
     step();
-    return real<int (*)(sqlite3_stmt *)>("sqlite3_step")(statement);
+    return test::next(sqlite3_step, "sqlite3_step")(statement);
 }
 
 int fflush(FILE *stream)
 {
     step();
-    return real<int (*)(FILE *)>("fflush")(stream);
+    return test::next(fflush, "fflush")(stream);
 }
 
 ssize_t write(int fd, const void *data, size_t size)
 {
     step();
-    return real<ssize_t (*)(int, const void *, size_t)>("write")(fd, data, size);
+    return test::next(write, "write")(fd, data, size);
 }
 }
 
 namespace
 {
 
-constexpr const char *kKinds[] = {"wl_basic_policy", "wl_radio_policy", "reboot_policy",
-                                  "wl_deploy_policy", "qvlan_policy"};
 constexpr const char *kDatabases[] = {"default", "auth"};
-constexpr db_col_t kColumns[] = {{0, "host", DB_STRING, 1, 64}, {1, "port", DB_INT, 0, 0}};
-
-/** All rows of a query on a database file, as one text. */
-std::string rows(const std::string &file, const std::string &sql)
-{
-    std::string found;
-    sqlite3 *database = nullptr;
-    EXPECT_EQ(sqlite3_open_v2(file.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK)
-        << file;
-    const auto add = [](void *out, int count, char **values, char **) {
-        for (int i = 0; i < count; ++i) {
-            *static_cast<std::string *>(out) += values[i] != nullptr ? values[i] : "NULL";
-            *static_cast<std::string *>(out) += '|';
-        }
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(database, sql.c_str(), add, &found, nullptr), SQLITE_OK)
-        << file << ": " << sql << ": " << sqlite3_errmsg(database);
-    sqlite3_close(database);
-    return found;
-}
 
 /** What saving and loading work on. */
 struct State {
     std::string settings = must("cfm show");
     std::string persistent = read_text("/cfg/cfm.cfg");
-    std::string databases[2];
-    std::string policies[5];
+    Rows databases[2];
+    Rows policies[5];
 
     State()
     {
         for (int i = 0; i < 2; ++i) {
             const std::string file = std::string{"/cfg/database/"} + kDatabases[i] + ".db";
-            EXPECT_EQ(rows(file, "pragma integrity_check"), "ok|");
-            databases[i] = rows(file, "select host, port from servers order by host");
+            EXPECT_EQ(sql(file, "pragma integrity_check"), Rows{"ok"});
+            databases[i] = sql(file, "select host, port from servers order by host");
         }
-        EXPECT_EQ(rows(PROD_POLICY_DATABASE, "pragma integrity_check"), "ok|");
+        EXPECT_EQ(sql(PROD_POLICY_DATABASE, "pragma integrity_check"), Rows{"ok"});
         for (int i = 0; i < 5; ++i) {
-            policies[i] = rows(PROD_POLICY_DATABASE, std::string{"select * from "} + kKinds[i]);
+            policies[i] =
+                sql(PROD_POLICY_DATABASE, std::string{"select * from "} + kPolicyKinds[i]);
         }
     }
 
     bool operator==(const State &) const = default;
 };
 
-std::string saved()
-{
-    char name[PROD_BACKUP_NAME_SIZE];
-    EXPECT_EQ(prod_systool_sys_cfg_download(name), 0);
-    return read_text(name);
-}
-
 int load(const std::string &file)
 {
     int result = 0;
-    printed(
-        [&] { result = prod_systool_cfg_upload(file.c_str(), static_cast<long>(file.size())); });
+    printed([&] { result = story::load(file); });
     return result;
 }
 
@@ -163,19 +130,13 @@ std::string backup_of(const std::string &mark)
 {
     SetValue("lan.ip", ("192.168." + mark + ".1").c_str());
     EXPECT_NE(CommitCfm(), 0);
-    for (const char *const kind : kKinds) {
-        rows(PROD_POLICY_DATABASE, std::string{"delete from "} + kind);
-        rows(PROD_POLICY_DATABASE,
-             std::string{"insert into "} + kind + "(name) values('" + mark + "'),('more')");
+    for (const char *const kind : kPolicyKinds) {
+        sql(PROD_POLICY_DATABASE, std::string{"delete from "} + kind);
+        sql(PROD_POLICY_DATABASE,
+            std::string{"insert into "} + kind + "(name) values('" + mark + "'),('more')");
     }
     for (const char *const name : kDatabases) {
-        db_table table;
-        EXPECT_NE(db_table_init(name, &table, "servers", kColumns, 2), 0);
-        db_val_t values[2];
-        const std::string host = "host" + mark;
-        values[0].s = const_cast<char *>(host.c_str());
-        values[1].n = 1;
-        EXPECT_GT(table.add(&table, values), 0);
+        story::add_server(name, "host" + mark, 1);
     }
     return saved();
 }
@@ -186,17 +147,14 @@ std::string backup_of(const std::string &mark)
  */
 bool cut_before(int which, const std::function<void()> &code)
 {
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = test::status_of(test::start([&] {
         last_step = which;
         counting = true;
         code();
         counting = false;
-        _exit(0);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+    }));
+    EXPECT_TRUE(status == 0 || status == 128 + SIGKILL) << status;
+    return status != 0;
 }
 
 class BackupCut : public testing::Test
@@ -253,7 +211,7 @@ TEST_F(BackupCut, LoadingLeavesEveryPartAsItWasOrAsItIsToBe)
         for (int i = 0; i < 5; ++i) {
             EXPECT_TRUE(now.policies[i] == before.policies[i] || now.policies[i].empty() ||
                         now.policies[i] == after.policies[i])
-                << where << now.policies[i];
+                << where << testing::PrintToString(now.policies[i]);
             policies_done = policies_done && now.policies[i] == after.policies[i];
             policies_begun = policies_begun || now.policies[i] != before.policies[i];
         }

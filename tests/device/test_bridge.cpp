@@ -40,12 +40,9 @@ void is_a_router()
     EXPECT_EQ(test::read_text("/proc/sys/net/ipv4/ip_forward"), "1\n");
 }
 
-constexpr const char *kNoBridgePorts =
-    "passes no SIOCDEVPRIVATE on to the kernel, which tells the ports of a bridge";
-
 TEST(Bridge, LeavesSwitchOnlyMode)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     become_a_switch();
     ASSERT_EQ(bridge_ports(), "eth1 eth2 eth3 eth4 eth5 ");
     EXPECT_EQ(run("prodctl bridge show 2>/dev/null").status, 1);
@@ -70,7 +67,7 @@ TEST(Bridge, LeavesSwitchOnlyMode)
 
 TEST(Bridge, ARouterStaysOne)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     must("prodctl bridge leave-switch-only 2>/dev/null");
     is_a_router();
     must("prodctl bridge update 2>/dev/null");
@@ -80,7 +77,7 @@ TEST(Bridge, ARouterStaysOne)
 
 TEST(Bridge, WithoutABridgeAtFirst)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     must("ip link del br0");
     must("prodctl bridge leave-switch-only 2>/dev/null");
     is_a_router();
@@ -88,7 +85,7 @@ TEST(Bridge, WithoutABridgeAtFirst)
 
 TEST(Bridge, APortChangesSides)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     must("cfm set wans.flag 1 && prodctl bridge update 2>/dev/null");
     EXPECT_EQ(bridge_ports(), "eth2 eth3 eth4 eth5 ");
     must("cfm set wans.flag 2 && prodctl bridge update 2>/dev/null");

@@ -1,30 +1,28 @@
 // SPDX-License-Identifier: MIT
 // The figures of a device at work, and its restart.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <list>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "prod_common_system.h"
 #include "prod_common_systool.h"
 #include "stories.hpp"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/sockets.hpp"
+#include "support/time.hpp"
 
 using story::eventually;
 using story::must;
 using test::read_text;
-using test::write_text;
 
 namespace
 {
@@ -60,25 +58,16 @@ class BusyLoops
     BusyLoops()
     {
         for (long i = 0; i < sysconf(_SC_NPROCESSORS_ONLN); ++i) {
-            const pid_t pid = fork();
-            if (pid == 0) {
+            all_.emplace_back([](test::Child &) {
                 const volatile bool busy = true;
                 while (busy) {
                 }
-            }
-            all_.push_back(pid);
-        }
-    }
-    ~BusyLoops()
-    {
-        for (const pid_t pid : all_) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
+            });
         }
     }
 
   private:
-    std::vector<pid_t> all_;
+    std::list<test::Child> all_;
 };
 
 /** Total and idle time of the processors, as a reader of its own. */
@@ -139,45 +128,27 @@ TEST(Figures, MemoryFollowsWhatAProcessTakes)
 }
 
 /** A web server in small: answers one request, and restarts the device meanwhile. */
-class Page
+class Page : public test::Daemon
 {
   public:
     Page()
+        : Daemon("/tmp/page", [](int client) {
+              char request[64];
+              EXPECT_GT(read(client, request, sizeof(request)), 0);
+              systool_reboot();
+              const std::string text{"restarting"};
+              const u32 length = static_cast<u32>(text.size());
+              EXPECT_EQ(write(client, &length, sizeof(length)), 4);
+              EXPECT_EQ(write(client, text.data(), length), static_cast<ssize_t>(length));
+              usleep(100000);
+          })
     {
-        server_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, "/tmp/page");
-        EXPECT_EQ(bind(server_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(server_, 1), 0);
-        thread_ = std::thread{[this] {
-            const int client = accept(server_, nullptr, nullptr);
-            char request[64];
-            EXPECT_GT(read(client, request, sizeof(request)), 0);
-            systool_reboot();
-            const std::string text{"restarting"};
-            const u32 length = static_cast<u32>(text.size());
-            EXPECT_EQ(write(client, &length, sizeof(length)), 4);
-            EXPECT_EQ(write(client, text.data(), length), static_cast<ssize_t>(length));
-            usleep(100000);
-            close(client);
-        }};
     }
-    ~Page()
-    {
-        thread_.join();
-        close(server_);
-    }
-
-  private:
-    int server_;
-    std::thread thread_;
 };
 
 void start_daemon(const std::string &name, const std::string &script)
 {
-    write_text("/tmp/" + name, "#!/bin/sh\n" + script);
-    ASSERT_EQ(chmod(("/tmp/" + name).c_str(), 0755), 0);
+    test::write_script("/tmp/" + name, script);
     must("/tmp/" + name + " </dev/null >/dev/null 2>&1 &");
     eventually(name + " runs", [&] { return story::run("prodctl check app " + name).status == 0; });
 }
@@ -188,9 +159,8 @@ TEST(Figures, TheRestartLetsItsCallerAnswerFirst)
                  "trap 'echo closed >/tmp/closed; exit' HUP\n"
                  "while :; do usleep 50000; done\n");
     start_daemon("multiwan", "while :; do usleep 50000; done\n");
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
-    const std::string said = test::printed([] {
+    std::string said;
+    const auto restart = [] {
         const Page page;
         char answer[64] = "";
         EXPECT_EQ(send_and_recv_from_program("/tmp/page", "restart", answer, sizeof(answer), 10),
@@ -202,10 +172,8 @@ TEST(Figures, TheRestartLetsItsCallerAnswerFirst)
             2);
         EXPECT_EQ(story::run("prodctl check app multiwan").status, 0) << "its turn comes later";
         eventually("the restart", [] { return rebooted.load(); });
-    });
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    EXPECT_GE(end.tv_sec - start.tv_sec, 5);
+    };
+    EXPECT_GE(test::seconds([&] { said = test::printed(restart); }), 5);
     EXPECT_EQ(story::run("prodctl check app multiwan").status, 1);
     EXPECT_EQ(last_command, "date;reboot");
     EXPECT_NE(said.find("rebooting ..."), std::string::npos) << said;

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Firmware upgrades on the whole device. A story goes on after a restart: the same test runs again,
 // with PROD_BOOT counting the starts, and finds what the one before has left in /cfg.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -19,9 +17,11 @@
 #include "platform/process.h"
 #include "prod_common_flash.h"
 #include "stories.hpp"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/image.hpp"
+#include "support/interpose.hpp"
 
 using story::must;
 using test::exists;
@@ -51,24 +51,18 @@ void step(const char *what)
     }
 }
 
-template <typename Function>
-Function *real(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" int system(const char *command)
 {
     step(command);
-    return real<int(const char *)>("system")(command);
+    return test::next(system, "system")(command);
 }
 
 extern "C" int monitor_stop(const char *process_name)
 {
     step(process_name);
-    return real<int(const char *)>("monitor_stop")(process_name);
+    return test::next(monitor_stop, "monitor_stop")(process_name);
 }
 
 namespace
@@ -79,9 +73,14 @@ int boot()
     return atoi(getenv("PROD_BOOT"));
 }
 
-/** The device restarts soon; a story that gets to the end of this has failed. */
-void wait_for_the_restart()
+/**
+ * Has a command restart the device; a story that gets to the end of this has failed. One that has
+ * failed before does not restart it, since the next boot would not know.
+ */
+void restart_by(const std::string &command)
 {
+    ASSERT_FALSE(testing::Test::HasFailure());
+    must(command);
     sleep(60);
     FAIL() << "the device does not restart";
 }
@@ -167,13 +166,11 @@ TEST(Firmware, AnUpgradeFromAGoodImage)
         daemons_are_up(names);
         ASSERT_TRUE(is_up("br0"));
         // Looks around when the writer is started, and lets it do its work.
-        write_text("/tmp/bin/upgrade",
-                   "#!/bin/sh\n"
-                   "{ echo \"$@\"; cat /sys/class/net/br0/flags; cat /proc/[0-9]*/comm; } "
-                   ">/cfg/seen 2>/dev/null\n"
-                   "exec /usr/bin/upgrade \"$@\" >/cfg/console 2>&1\n");
-        must("chmod +x /tmp/bin/upgrade; touch /tmp/go");
-        wait_for_the_restart();
+        test::write_script("/tmp/bin/upgrade",
+                           "{ echo \"$@\"; cat /sys/class/net/br0/flags; cat /proc/[0-9]*/comm; } "
+                           ">/cfg/seen 2>/dev/null\n"
+                           "exec /usr/bin/upgrade \"$@\" >/cfg/console 2>&1\n");
+        restart_by("touch /tmp/go");
     }
     std::vector<std::string> names = daemons_of_the_list();
     names.insert(names.end(), {"httpd", "skyrelctl", "appmgr"});
@@ -261,8 +258,7 @@ TEST(Firmware, AnUpgradeByTheTool)
             "prodctl; killall -INT prodctl; killall -TERM prodctl; killall -PIPE prodctl; "
             "touch /cfg/hung_up; exit\" TERM; sleep 1000 & wait' </dev/null >/dev/null 2>&1 &)");
         story::eventually("telnet is up", [] { return monitor_check_exist("telnetd") != 0; });
-        must("(prodctl firmware write /cfg/new.img >/cfg/console 2>&1 &)");
-        wait_for_the_restart();
+        restart_by("(prodctl firmware write /cfg/new.img >/cfg/console 2>&1 &)");
     }
     EXPECT_TRUE(exists("/cfg/hung_up"));
     EXPECT_EQ(read_text(kFlash), read_text("/cfg/new.img"));
@@ -286,24 +282,19 @@ TEST(Firmware, AnUpgradeCutInFrontOfItsWriter)
                                    "upgrade 2 /var/image " + test::own_name("imsd")});
         for (std::size_t i = 0; i < steps.size(); ++i) {
             SCOPED_TRACE(steps[i]);
-            const pid_t imsd = fork();  // before this process asks for its own name
-            if (imsd == 0) {
+            const pid_t imsd = test::start([i] {  // before this process asks for its own name
                 prctl(PR_SET_NAME, "imsd");
                 steps_to_go = static_cast<int>(i);
                 prod_systool_write_image(nullptr);
-                _exit(0);
-            }
-            int status = 0;
-            ASSERT_EQ(waitpid(imsd, &status, 0), imsd);
-            ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            });
+            ASSERT_EQ(test::status_of(imsd), 128 + SIGKILL);
             ASSERT_EQ(read_text(kCutAt), steps[i]);
             ASSERT_TRUE(read_text(kFlash) == old);
             ASSERT_EQ(must("cfm get sys.name"), "kept\n");
             ASSERT_EQ(is_up("br0"), i + 1 < steps.size());
         }
         // Somebody pulls the plug of what is left.
-        must("reboot");
-        wait_for_the_restart();
+        restart_by("reboot");
     }
     EXPECT_TRUE(read_text(kFlash) == read_text("/cfg/old"));
     EXPECT_EQ(must("cfm get sys.name"), "kept\n");
@@ -334,13 +325,12 @@ TEST(Firmware, AWriterCutAtEachStep)
     }
     if (boot() == kSteps + 2) {
         EXPECT_EQ(read_text("/cfg/outcomes"), "oo-------nnn");
-    } else if (!HasFailure()) {
+    } else {
         must("cp /cfg/new " PROD_FW_IMAGE);
         // The last time nothing cuts it, and it restarts the device itself.
-        must("LD_PRELOAD=" FLASH_FAULTS
-             " ASAN_OPTIONS=verify_asan_link_order=0 FLASH_FAULT='kill " +
-             std::to_string(boot()) + "' upgrade 2 /var/image story >/dev/null 2>&1 || reboot");
-        wait_for_the_restart();
+        restart_by(
+            "LD_PRELOAD=" FLASH_FAULTS " ASAN_OPTIONS=verify_asan_link_order=0 FLASH_FAULT='kill " +
+            std::to_string(boot()) + "' upgrade 2 /var/image story >/dev/null 2>&1 || reboot");
     }
 }
 

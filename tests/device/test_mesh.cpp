@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The booted device takes the roles of the mesh network, on its real store and with its own factory
 // settings and wireless interfaces.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -16,6 +15,7 @@
 #include "stories.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/mesh_attributes.hpp"
 #include "support/mesh_roles.hpp"
 
@@ -36,7 +36,7 @@ int commits;  // of the library, in this process
 extern "C" int CommitCfm(void)
 {
     ++commits;
-    return reinterpret_cast<int (*)()>(dlsym(RTLD_NEXT, "CommitCfm"))();
+    return test::next(CommitCfm, "CommitCfm")();
 }
 
 namespace
@@ -198,9 +198,7 @@ TEST(Mesh, MessagesBetweenTwoNodes)
     test::Child node{[&](test::Child &) {
         const std::string message = announcement();
         for (std::size_t length = 0; length <= message.size(); ++length) {
-            if (send(ends[1], message.data(), length, 0) != static_cast<ssize_t>(length)) {
-                _exit(1);
-            }
+            ASSERT_EQ(send(ends[1], message.data(), length, 0), static_cast<ssize_t>(length));
         }
     }};
     const std::string whole = announcement();

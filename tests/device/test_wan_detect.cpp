@@ -2,11 +2,11 @@
 // What kind of access the provider's line offers, asked of its real servers.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 
 #include "stories.hpp"
 #include "support/emulation.hpp"
+#include "support/time.hpp"
 
 using story::Json;
 using story::must;
@@ -18,12 +18,12 @@ namespace
 struct Detected {
     explicit Detected(int wan)
     {
-        const auto start = std::chrono::steady_clock::now();
-        const Json answer =
-            Json::answer_of("prodctl wan detect " + std::to_string(wan) + " --json 2>/tmp/shown");
-        seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        type = answer["type"].text();
-        EXPECT_EQ(answer["interface"].text(), "eth" + std::to_string(wan));
+        seconds = test::seconds([&] {
+            const Json answer = Json::answer_of("prodctl wan detect " + std::to_string(wan) +
+                                                " --json 2>/tmp/shown");
+            type = answer["type"].text();
+            EXPECT_EQ(answer["interface"].text(), "eth" + std::to_string(wan));
+        });
     }
     std::string type;
     double seconds;
@@ -34,9 +34,6 @@ int shown(const std::string &text)
 {
     return std::stoi(must("grep -c '" + text + "' /tmp/shown || true"));
 }
-
-constexpr const char *kNoAuxdata =
-    "passes no PACKET_AUXDATA on to the kernel, which discovery-dhcp asks for";
 
 TEST(WanDetect, AConcentratorAnswersAtOnce)
 {
@@ -65,7 +62,7 @@ TEST(WanDetect, AConcentratorThatStartsForTheSecondAttempt)
 
 TEST(WanDetect, OnlyADhcpServerAnswers)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     must("lab server pppoe1 stop");
     const Detected detected{1};
     EXPECT_EQ(detected.type, "dhcp");
@@ -79,7 +76,7 @@ TEST(WanDetect, OnlyADhcpServerAnswers)
 /** The whole wait, for real: six runs of two seconds and six pauses of one. */
 TEST(WanDetect, NobodyAnswers)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     must("lab server pppoe2 stop");
     must("lab server dhcp2 stop");
     const Detected detected{2};
@@ -93,7 +90,7 @@ TEST(WanDetect, NobodyAnswers)
 
 TEST(WanDetect, TheLeaseOfTheWanStays)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const std::string before = must("cat /etc/wan1.ini");
     must("discovery-dhcp -i eth1 -t 2 -p");
     EXPECT_EQ(Detected{1}.type, "pppoe");

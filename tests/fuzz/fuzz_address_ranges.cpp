@@ -13,14 +13,6 @@
 namespace
 {
 
-/** Takes a line from the front; never a NUL in it. */
-std::string take_line(std::string_view &rest)
-{
-    const std::string_view line = rest.substr(0, rest.find('\n'));
-    rest.remove_prefix(std::min(rest.size(), line.size() + 1));
-    return std::string{line}.c_str();
-}
-
 bool is_terminated(const char (&text)[16])
 {
     return strnlen(text, sizeof(text)) < sizeof(text);
@@ -88,9 +80,10 @@ void by_a_caller(const std::string &ip, const std::string &mask, std::string_vie
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     std::string_view rest{reinterpret_cast<const char *>(data), size};
-    const std::string ip = take_line(rest);
-    const std::string mask = take_line(rest);
-    const std::string value = take_line(rest);
+    // Up to a NUL each, as a caller's text is.
+    const std::string ip = fuzz::take(rest, '\n').c_str();
+    const std::string mask = fuzz::take(rest, '\n').c_str();
+    const std::string value = fuzz::take(rest, '\n').c_str();
     typed(ip, mask);
     configured(ip, mask, value);
     by_a_caller(ip, mask, rest);

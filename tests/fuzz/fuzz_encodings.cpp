@@ -2,7 +2,6 @@
 // Base64 each way beside the documented steps, and the detection and conversion of Chinese text:
 // nothing is written beyond the promised room, what is converted converts back.
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "fuzz/fuzz.hpp"
@@ -10,18 +9,11 @@
 #include "prod_common_string.h"
 #include "support/base64.hpp"
 
+using fuzz::block;
+using fuzz::Block;
+
 namespace
 {
-
-using Block = std::unique_ptr<char, decltype(&free)>;
-
-/** A block of exactly that size, so that a sanitizer sees the byte behind it. */
-Block block(std::size_t size)
-{
-    Block out{static_cast<char *>(malloc(size)), &free};
-    FUZZ_CHECK(out != nullptr);
-    return out;
-}
 
 void check_base64(const std::string &text, int room)
 {

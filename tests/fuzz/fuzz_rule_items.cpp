@@ -11,14 +11,6 @@
 namespace
 {
 
-/** Takes a text from the front, up to a NUL or the end. */
-std::string take(std::string_view &rest)
-{
-    const std::string_view text = rest.substr(0, rest.find('\0'));
-    rest.remove_prefix(std::min(rest.size(), text.size() + 1));
-    return std::string{text};
-}
-
 /** The new rule; false when there is no such item. */
 bool modify(std::string &rule, const std::string &delimiters, int index, const std::string &item)
 {
@@ -44,9 +36,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     const int index = size > 0 ? static_cast<signed char>(data[0]) : 0;
     std::string_view rest{reinterpret_cast<const char *>(data), size};
     rest.remove_prefix(std::min<std::size_t>(size, 1));
-    const std::string delimiters = take(rest);
-    const std::string item = take(rest);
-    std::string rule = take(rest);
+    const std::string delimiters = fuzz::take(rest);
+    const std::string item = fuzz::take(rest);
+    std::string rule = fuzz::take(rest);
 
     // Of exactly the documented size; a rule that fills it has no NUL.
     auto *const buffer = static_cast<char *>(calloc(PROD_RULE_SIZE, 1));

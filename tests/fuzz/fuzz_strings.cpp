@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -15,24 +14,19 @@
 namespace
 {
 
-using Block = std::unique_ptr<char, decltype(&free)>;
 constexpr std::size_t kLongest = 600;  // of one text; replacing multiplies lengths
 
 /** A text in a block of exactly its room, so that a sanitizer sees the byte behind it. */
-Block block(const std::string &text, std::size_t more = 0)
+fuzz::Block block(const std::string &text, std::size_t more = 0)
 {
-    Block out{static_cast<char *>(malloc(text.size() + 1 + more)), &free};
-    FUZZ_CHECK(out != nullptr);
+    fuzz::Block out = fuzz::block(text.size() + 1 + more);
     memcpy(out.get(), text.c_str(), text.size() + 1);
     return out;
 }
 
-/** Takes a text from the front, up to a NUL or the end. */
 std::string take(std::string_view &rest)
 {
-    const std::string_view text = rest.substr(0, rest.find('\0'));
-    rest.remove_prefix(std::min(rest.size(), text.size() + 1));
-    return std::string{text.substr(0, kLongest)};
+    return fuzz::take(rest).substr(0, kLongest);
 }
 
 std::string replaced(const std::string &text, const std::string &from, const std::string &to)
@@ -60,15 +54,15 @@ std::string joined(const std::string &text, const std::string &join)
 
 void check_copies(const std::string &text, const std::string &second, const std::string &third)
 {
-    const Block made{str_replace(text.c_str(), second.c_str(), third.c_str()), &free};
+    const fuzz::Block made{str_replace(text.c_str(), second.c_str(), third.c_str()), &free};
     FUZZ_CHECK(made != nullptr && replaced(text, second, third) == made.get());
-    const Block spread{str_join(text.c_str(), second.c_str()), &free};
+    const fuzz::Block spread{str_join(text.c_str(), second.c_str()), &free};
     FUZZ_CHECK(spread != nullptr && joined(text, second) == spread.get());
 }
 
 void check_search(const std::string &text, const std::string &pattern)
 {
-    const Block haystack = block(text);
+    const fuzz::Block haystack = block(text);
     const auto length = static_cast<int>(text.size());
     for (const int room : {-1, 0, 1, length / 2, length, length + 1, 100000}) {
         const char *const found = strnstr(haystack.get(), pattern.c_str(), room);
@@ -89,12 +83,12 @@ unsigned int digit_value(char c)
 void check_hexadecimal(const std::string &text)
 {
     const std::size_t room = 2 * text.size() + 1;
-    const Block digits{static_cast<char *>(malloc(room)), &free};
+    const fuzz::Block digits = fuzz::block(room);
     const auto length = static_cast<unsigned int>(room);
     FUZZ_CHECK(str_to_hex(text.c_str(), digits.get(), length - 1) == nullptr);
     FUZZ_CHECK(str_to_hex(text.c_str(), digits.get(), length) == digits.get());
     FUZZ_CHECK(strlen(digits.get()) == room - 1);
-    const Block back = block(text);
+    const fuzz::Block back = block(text);
     FUZZ_CHECK(hex_to_str(digits.get(), back.get(), length / 2 + 1) == back.get());
     FUZZ_CHECK(text == back.get());
 
@@ -103,7 +97,7 @@ void check_hexadecimal(const std::string &text)
     for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
         bytes += static_cast<char>(digit_value(text[i]) * 16 + digit_value(text[i + 1]));
     }
-    const Block out{static_cast<char *>(malloc(bytes.size() + 1)), &free};
+    const fuzz::Block out = fuzz::block(bytes.size() + 1);
     const auto needed = static_cast<unsigned int>(bytes.size() + 1);
     FUZZ_CHECK(hex_to_str(text.c_str(), out.get(), needed - 1) == nullptr);
     FUZZ_CHECK(hex_to_str(text.c_str(), out.get(), needed) == out.get());
@@ -114,7 +108,7 @@ void check_mac(const std::string &text)
 {
     constexpr std::size_t kColons = 5;
     const bool grows = text.size() >= 2 * kColons && text.size() + kColons <= 31;
-    const Block mac = block(text, grows ? kColons : 0);
+    const fuzz::Block mac = block(text, grows ? kColons : 0);
     FUZZ_CHECK(mac_str_32(mac.get()) == (grows ? 1 : 0));
     std::string expected = text;
     for (std::size_t i = 0; grows && i < kColons; ++i) {
@@ -144,7 +138,7 @@ void check_edits(const std::string &text, char c)
 {
     const std::size_t first = c != '\0' ? text.find_first_not_of(c) : 0;
     const std::string left = first != std::string::npos ? text.substr(first) : "";
-    Block edited = block(text);
+    fuzz::Block edited = block(text);
     const char *const rest = str_trim_left(edited.get(), c);
     FUZZ_CHECK(left == edited.get());
     FUZZ_CHECK(rest == (left == text ? edited.get() : strchr(edited.get(), '\0')));

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/files.hpp"
+#include "support/network.hpp"
 
 namespace
 {
@@ -48,7 +49,7 @@ TEST(MacFromText, OtherTextIsRefused)
 
 TEST(MacOfInterface, IsTheKernels)
 {
-    ASSERT_EQ(system("ip link add mac0 address 02:11:22:33:44:55 type veth peer name mac1"), 0);
+    test::run("ip link add mac0 address 02:11:22:33:44:55 type veth peer name mac1");
     unsigned char mac[6] = {};
     const int before = test::open_descriptors();
     EXPECT_EQ(ifaddrs_get_if_netmac("mac0", mac), 0);
@@ -72,7 +73,7 @@ TEST(MacOfInterface, Failures)
 
 TEST(MacOfInterface, APointToPointLinkHasNone)
 {
-    ASSERT_EQ(system("ip tuntap add dev tun7 mode tun"), 0);
+    test::run("ip tuntap add dev tun7 mode tun");
     unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
     EXPECT_EQ(ifaddrs_get_if_netmac("tun7", mac), -1);
     EXPECT_EQ(errno, EAFNOSUPPORT);
@@ -211,10 +212,9 @@ TEST(NextAddress, AlwaysComesToAnEnd)
 
 TEST(AddressOfInterface, IsTheKernels)
 {
-    ASSERT_EQ(
-        system("ip link add ip0 type veth peer name ip1 &&"
-               "ip address add 100.100.100.254/24 dev ip0 && ip address add 10.0.0.1/8 dev ip0"),
-        0);
+    test::run(
+        "ip link add ip0 type veth peer name ip1 &&"
+        "ip address add 100.100.100.254/24 dev ip0 && ip address add 10.0.0.1/8 dev ip0");
     char address[16] = "xxxxxxxxxxxxxxx";
     const int before = test::open_descriptors();
     EXPECT_EQ(ifaddrs_get_ifip("ip0", address), 0);
@@ -224,7 +224,7 @@ TEST(AddressOfInterface, IsTheKernels)
 
 TEST(AddressOfInterface, Failures)
 {
-    ASSERT_EQ(system("ip link add bare0 type veth peer name bare1"), 0);
+    test::run("ip link add bare0 type veth peer name bare1");
     char address[16] = "as it was";
     EXPECT_EQ(ifaddrs_get_ifip("bare0", address), -1);
     EXPECT_EQ(errno, EADDRNOTAVAIL);

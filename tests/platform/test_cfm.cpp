@@ -3,16 +3,13 @@
 // then works in a process of its own, since a process keeps the store that it opened.
 #include "platform/cfm.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
@@ -21,6 +18,8 @@
 #include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/store.hpp"
 
 extern "C" {
 int madvise(void *address, size_t size, int advice) noexcept;
@@ -33,6 +32,7 @@ using test::ended_well;
 using test::in_a_child;
 using test::read_text;
 using test::start;
+using test::stored;
 using test::write_text;
 
 namespace
@@ -41,15 +41,6 @@ namespace
 constexpr const char *kPersistent = "/cfg/cfm.cfg";
 constexpr const char *kDefaults = "/etc/default.cfg";
 constexpr const char *kWorkingCopy = "/var/run/cfm";
-
-/** What is stored under a key, or "(absent)". */
-std::string value_of(const std::string &key)
-{
-    char value[CFM_VALUE_SIZE] = "(absent)";
-    const int found = GetValue(key.c_str(), value);
-    EXPECT_EQ(found != 0, strcmp(value, "(absent)") != 0);
-    return value;
-}
 
 bool set(const std::string &key, const std::string &value)
 {
@@ -76,10 +67,10 @@ class Cfm : public testing::Test
 TEST_F(Cfm, StartsWithTheDefaults)
 {
     after_boot([] {
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
-        EXPECT_EQ(value_of("sys.mode"), "3");
-        EXPECT_EQ(value_of("no.such"), "(absent)");
-        EXPECT_EQ(value_of("# factory"), "(absent)");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("sys.mode"), "3");
+        EXPECT_EQ(stored("no.such"), "(absent)");
+        EXPECT_EQ(stored("# factory"), "(absent)");
     });
 }
 
@@ -87,10 +78,10 @@ TEST_F(Cfm, ThePersistentFileReplacesTheDefaultsWhole)
 {
     write_text(kPersistent, "lan.ip=10.0.0.1\nempty=\nformula=a=b= c \r\n");
     after_boot([] {
-        EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
-        EXPECT_EQ(value_of("sys.mode"), "(absent)");
-        EXPECT_EQ(value_of("empty"), "");
-        EXPECT_EQ(value_of("formula"), "a=b= c ");
+        EXPECT_EQ(stored("lan.ip"), "10.0.0.1");
+        EXPECT_EQ(stored("sys.mode"), "(absent)");
+        EXPECT_EQ(stored("empty"), "");
+        EXPECT_EQ(stored("formula"), "a=b= c ");
     });
 }
 
@@ -98,14 +89,14 @@ TEST_F(Cfm, SetAndUnset)
 {
     after_boot([] {
         EXPECT_EQ(SetValue("a", "1"), 1);
-        EXPECT_EQ(value_of("a"), "1");
+        EXPECT_EQ(stored("a"), "1");
         EXPECT_EQ(SetValue("a", "22"), 1);
-        EXPECT_EQ(value_of("a"), "22");
+        EXPECT_EQ(stored("a"), "22");
         EXPECT_EQ(SetValue("a", "22"), 1);
         EXPECT_EQ(SetValue("a", ""), 1);
-        EXPECT_EQ(value_of("a"), "");
+        EXPECT_EQ(stored("a"), "");
         EXPECT_EQ(UnSetValue("a"), 1);
-        EXPECT_EQ(value_of("a"), "(absent)");
+        EXPECT_EQ(stored("a"), "(absent)");
         EXPECT_EQ(UnSetValue("a"), 0);
     });
 }
@@ -133,7 +124,7 @@ TEST_F(Cfm, KeysAndValuesThatCannotBe)
              {std::string{}, std::string{"a=b"}, std::string{"#a"}, std::string{"a\nb"},
               std::string{"a\rb"}, std::string(CFM_KEY_MAX + 1, 'k')}) {
             EXPECT_FALSE(set(key, "1")) << key;
-            EXPECT_EQ(value_of(key), "(absent)") << key;
+            EXPECT_EQ(stored(key), "(absent)") << key;
             EXPECT_EQ(UnSetValue(key.c_str()), 0) << key;
         }
         EXPECT_EQ(SetValue(nullptr, "1"), 0);
@@ -143,7 +134,7 @@ TEST_F(Cfm, KeysAndValuesThatCannotBe)
         EXPECT_FALSE(set("lan.ip", "1\r"));
         EXPECT_FALSE(set("lan.ip", std::string(CFM_VALUE_SIZE, 'v')));
         EXPECT_FALSE(set("lan.ip", std::string(100000, 'v')));
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
     });
 }
 
@@ -155,12 +146,12 @@ TEST_F(Cfm, TheLongestKeyAndValue)
     after_boot([&] {
         EXPECT_TRUE(set(key, value));
         EXPECT_TRUE(set("bytes", bytes));
-        EXPECT_EQ(value_of(key), value);
+        EXPECT_EQ(stored(key), value);
         EXPECT_EQ(CommitCfm(), 1);
     });
     after_boot([&] {
-        EXPECT_EQ(value_of(key), value);
-        EXPECT_EQ(value_of("bytes"), bytes);
+        EXPECT_EQ(stored(key), value);
+        EXPECT_EQ(stored("bytes"), bytes);
     });
 }
 
@@ -170,10 +161,10 @@ TEST_F(Cfm, DamagedLinesOfAFileArePassedOver)
                                 "=1\nlong=" + std::string(CFM_VALUE_SIZE, 'v') + "\nzero=" +
                                 std::string(1, '\0') + "\n \t\n# a comment=1\r\nlast=2");
     after_boot([] {
-        EXPECT_EQ(value_of("good"), "1");
-        EXPECT_EQ(value_of("last"), "2");
-        EXPECT_EQ(value_of("long"), "(absent)");
-        EXPECT_EQ(value_of("zero"), "(absent)");
+        EXPECT_EQ(stored("good"), "1");
+        EXPECT_EQ(stored("last"), "2");
+        EXPECT_EQ(stored("long"), "(absent)");
+        EXPECT_EQ(stored("zero"), "(absent)");
         EXPECT_EQ(CommitCfm(), 1);
     });
     EXPECT_EQ(read_text(kPersistent), "good=1\nlast=2\n");
@@ -184,11 +175,11 @@ TEST_F(Cfm, APersistentFileWithoutASettingIsNone)
     for (const std::string &text :
          {std::string{}, std::string{"\n\n"}, std::string(5000, '\xff'), std::string(5000, '\0')}) {
         write_text(kPersistent, text);
-        after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+        after_boot([] { EXPECT_EQ(stored("lan.ip"), "192.168.1.1"); });
     }
     test::remove_all(kPersistent);
     ASSERT_EQ(mkdir(kPersistent, 0755), 0);
-    after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+    after_boot([] { EXPECT_EQ(stored("lan.ip"), "192.168.1.1"); });
     test::remove_all(kPersistent);
 }
 
@@ -196,12 +187,12 @@ TEST_F(Cfm, ADeviceWithoutAnyFileStartsEmpty)
 {
     test::remove_all(kDefaults);
     after_boot([] {
-        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_EQ(stored("lan.ip"), "(absent)");
         EXPECT_EQ(RestoreValue(), 0);
         EXPECT_TRUE(set("lan.ip", "1"));
-        EXPECT_EQ(value_of("lan.ip"), "1");
+        EXPECT_EQ(stored("lan.ip"), "1");
         EXPECT_EQ(RestoreValue(), 0);
-        EXPECT_EQ(value_of("lan.ip"), "1");
+        EXPECT_EQ(stored("lan.ip"), "1");
     });
 }
 
@@ -211,30 +202,17 @@ TEST_F(Cfm, TheFilesAreLoadedOnce)
         EXPECT_EQ(UnSetValue("lan.ip"), 1);
         EXPECT_EQ(UnSetValue("sys.mode"), 1);
     });
-    EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("lan.ip"), "(absent)"); }));
+    EXPECT_TRUE(in_a_child([] { EXPECT_EQ(stored("lan.ip"), "(absent)"); }));
 
     // Many at once on a fresh device: what one has set, no other loads away.
     test::remove_all(kWorkingCopy);
-    int go[2];
-    ASSERT_EQ(pipe(go), 0);
-    std::vector<pid_t> all;
-    for (int i = 0; i < 40; ++i) {
-        all.push_back(start([&] {
-            close(go[1]);
-            char byte;
-            EXPECT_EQ(read(go[0], &byte, 1), 0);
-            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
-            EXPECT_TRUE(set("own" + std::to_string(i), "1"));
-        }));
-    }
-    close(go[0]);
-    close(go[1]);
-    for (const pid_t pid : all) {
-        EXPECT_TRUE(ended_well(pid));
-    }
+    test::all_at_once(40, [](int i) {
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
+        EXPECT_TRUE(set("own" + std::to_string(i), "1"));
+    });
     EXPECT_TRUE(in_a_child([] {
         for (int i = 0; i < 40; ++i) {
-            EXPECT_EQ(value_of("own" + std::to_string(i)), "1");
+            EXPECT_EQ(stored("own" + std::to_string(i)), "1");
         }
     }));
 }
@@ -261,9 +239,9 @@ TEST_F(Cfm, RestoreGoesBackToTheDefaults)
     after_boot([] {
         EXPECT_TRUE(set("more", "1"));
         EXPECT_NE(RestoreValue(), 0);
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
-        EXPECT_EQ(value_of("extra"), "(absent)");
-        EXPECT_EQ(value_of("more"), "(absent)");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("extra"), "(absent)");
+        EXPECT_EQ(stored("more"), "(absent)");
     });
     EXPECT_EQ(read_text(kPersistent), "lan.ip=192.168.1.1\nsys.mode=3\n");
 }
@@ -276,18 +254,18 @@ TEST_F(Cfm, ARestoreThatCannotBeWrittenChangesNothing)
             const test::MountedFolder full{"/cfg"};
             full.fill();
             EXPECT_EQ(RestoreValue(), 0);
-            EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+            EXPECT_EQ(stored("lan.ip"), "10.0.0.1");
         }
         ASSERT_EQ(mkdir(kPersistent, 0755), 0);  // a rename over it fails, at the last moment
         EXPECT_EQ(RestoreValue(), 0);
-        EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+        EXPECT_EQ(stored("lan.ip"), "10.0.0.1");
         EXPECT_FALSE(test::exists("/cfg/cfm.cfg.new"));
         ASSERT_EQ(rmdir(kPersistent), 0);
         for (const char *const damaged : {"", "# only a comment\n", "no setting"}) {
             write_text(kDefaults, damaged);
             EXPECT_EQ(RestoreValue(), 0);
         }
-        EXPECT_EQ(value_of("lan.ip"), "10.0.0.1");
+        EXPECT_EQ(stored("lan.ip"), "10.0.0.1");
     });
 }
 
@@ -319,7 +297,7 @@ TEST_F(Cfm, ACommitThatCannotBeWrittenLeavesTheOldFile)
 TEST_F(Cfm, WithoutARoomForTheWorkingCopy)
 {
     const auto nothing_works = [] {
-        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_EQ(stored("lan.ip"), "(absent)");
         EXPECT_FALSE(set("a", "1"));
         EXPECT_EQ(UnSetValue("lan.ip"), 0);
         EXPECT_EQ(CommitCfm(), 0);
@@ -339,7 +317,7 @@ TEST_F(Cfm, WithoutARoomForTheWorkingCopy)
         }
         EXPECT_EQ(test::open_descriptors(), before);
         // The same process has its configuration as soon as there is room.
-        EXPECT_EQ(value_of("lan.ip"), "old");
+        EXPECT_EQ(stored("lan.ip"), "old");
     }));
     EXPECT_TRUE(in_a_child([&] {
         test::remove_all(kWorkingCopy);
@@ -354,7 +332,7 @@ TEST_F(Cfm, AMissingRunFolder)
 {
     EXPECT_TRUE(in_a_child([] {
         const test::MountedFolder empty_var{"/var"};
-        EXPECT_EQ(value_of("lan.ip"), "(absent)");
+        EXPECT_EQ(stored("lan.ip"), "(absent)");
         EXPECT_FALSE(set("a", "1"));
     }));
 }
@@ -365,16 +343,16 @@ TEST_F(Cfm, AFullRunFolderKeepsWhatItHas)
         const test::MountedFolder small{"/var/run", "size=512k"};
         EXPECT_TRUE(set("a", "1"));
         small.fill();
-        int stored = 0;
-        while (stored < 1000 && set("k" + std::to_string(stored), std::string(2000, 'v'))) {
-            ++stored;
+        int fitting = 0;
+        while (fitting < 1000 && set("k" + std::to_string(fitting), std::string(2000, 'v'))) {
+            ++fitting;
         }
-        EXPECT_LT(stored, 1000);
-        EXPECT_EQ(value_of("a"), "1");
+        EXPECT_LT(fitting, 1000);
+        EXPECT_EQ(stored("a"), "1");
         EXPECT_EQ(CommitCfm(), 1);
         EXPECT_EQ(unlink("/var/run/fill"), 0);
         EXPECT_TRUE(set("a", "2"));
-        EXPECT_EQ(value_of("a"), "2");
+        EXPECT_EQ(stored("a"), "2");
     }));
 }
 
@@ -385,13 +363,13 @@ TEST_F(Cfm, ADamagedWorkingCopyIsMadeAnew)
     const std::string noise(200000, '\x5a');
     for (const std::string &text : {noise, noise.substr(0, 10), std::string(8192, '\0')}) {
         for (const std::string &file : {data, readers}) {
-            after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+            after_boot([] { EXPECT_EQ(stored("lan.ip"), "192.168.1.1"); });
             write_text(file, text);
             EXPECT_TRUE(in_a_child([] {
-                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
                 EXPECT_TRUE(set("a", "1"));
             })) << file;
-            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("a"), "1"); }));
+            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(stored("a"), "1"); }));
         }
     }
 }
@@ -407,7 +385,7 @@ TEST_F(Cfm, ACutWorkingCopyIsMadeAnew)
         });
         ASSERT_EQ(truncate(data.c_str(), pages * 4096 + 100), 0);
         EXPECT_TRUE(in_a_child([] {
-            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+            EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
             EXPECT_TRUE(set("a", "1"));
         })) << pages;
     }
@@ -417,14 +395,14 @@ TEST_F(Cfm, AStoreThatHasOutgrownItsRoom)
 {
     after_boot([] {
         const std::string value(2307, 'v');
-        int stored = 0;
-        while (stored < 50000 && set("k" + std::to_string(stored), value)) {
-            ++stored;
+        int fitting = 0;
+        while (fitting < 50000 && set("k" + std::to_string(fitting), value)) {
+            ++fitting;
         }
-        EXPECT_GT(stored, 3000);
-        EXPECT_LT(stored, 50000);
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
-        EXPECT_EQ(value_of("k0"), value);
+        EXPECT_GT(fitting, 3000);
+        EXPECT_LT(fitting, 50000);
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("k0"), value);
         EXPECT_NE(RestoreValue(), 0);
         EXPECT_TRUE(set("k0", value));
     });
@@ -435,22 +413,22 @@ TEST_F(Cfm, AStoreThatHasOutgrownItsRoom)
 TEST_F(Cfm, ADaemonThatForks)
 {
     after_boot([] {
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
         const pid_t child = start([] {
             EXPECT_TRUE(set("child", "1"));
-            EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+            EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
             EXPECT_TRUE(in_a_child([] {
-                EXPECT_EQ(value_of("child"), "1");
+                EXPECT_EQ(stored("child"), "1");
                 EXPECT_TRUE(set("grandchild", "1"));
             }));
         });
         EXPECT_TRUE(set("parent", "1"));
         EXPECT_TRUE(ended_well(child));
-        EXPECT_EQ(value_of("child"), "1");
-        EXPECT_EQ(value_of("grandchild"), "1");
+        EXPECT_EQ(stored("child"), "1");
+        EXPECT_EQ(stored("grandchild"), "1");
         for (int i = 0; i < test::repetitions(300); ++i) {
             EXPECT_TRUE(in_a_child([&] { EXPECT_TRUE(set("n", std::to_string(i))); }));
-            EXPECT_EQ(value_of("n"), std::to_string(i));
+            EXPECT_EQ(stored("n"), std::to_string(i));
         }
     });
 }
@@ -461,14 +439,14 @@ TEST_F(Cfm, ADaemonThatForksOnAKernelThatWipesNothing)
 {
     after_boot([] {
         madvise_fails = true;
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
         const pid_t child = start([] {
             EXPECT_TRUE(set("child", "1"));
-            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(value_of("child"), "1"); }));
+            EXPECT_TRUE(in_a_child([] { EXPECT_EQ(stored("child"), "1"); }));
         });
         EXPECT_TRUE(set("parent", "1"));
         EXPECT_TRUE(ended_well(child));
-        EXPECT_EQ(value_of("child"), "1");
+        EXPECT_EQ(stored("child"), "1");
     });
 }
 
@@ -482,8 +460,8 @@ TEST_F(Cfm, Threads)
                 for (int i = 0; i < 200; ++i) {
                     const std::string value(static_cast<std::size_t>(i) * 10, 'x');
                     EXPECT_TRUE(set(key, value));
-                    EXPECT_EQ(value_of(key), value);
-                    EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                    EXPECT_EQ(stored(key), value);
+                    EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
                     if (i % 50 == 0) {
                         EXPECT_EQ(CommitCfm(), 1);
                     }
@@ -513,7 +491,7 @@ TEST_F(Cfm, AForkAmidThreads)
         for (int i = 0; i < 50; ++i) {
             EXPECT_TRUE(in_a_child([] {
                 alarm(20);
-                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
                 EXPECT_TRUE(set("child", "1"));
                 EXPECT_EQ(CommitCfm(), 1);
             }));
@@ -527,21 +505,21 @@ TEST_F(Cfm, AForkAmidThreads)
 
 TEST_F(Cfm, SlotsOfTheDeadAreUsedAgain)
 {
-    after_boot([] { EXPECT_EQ(value_of("lan.ip"), "192.168.1.1"); });
+    after_boot([] { EXPECT_EQ(stored("lan.ip"), "192.168.1.1"); });
     for (int round = 0; round < 21; ++round) {  // 2100, and there are 2048
         std::vector<pid_t> all;
         for (int i = 0; i < 100; ++i) {
             all.push_back(start([] {
-                EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+                EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
                 raise(SIGKILL);
             }));
         }
         for (const pid_t pid : all) {
-            waitpid(pid, nullptr, 0);
+            EXPECT_EQ(test::status_of(pid), 128 + SIGKILL);
         }
     }
     EXPECT_TRUE(in_a_child([] {
-        EXPECT_EQ(value_of("lan.ip"), "192.168.1.1");
+        EXPECT_EQ(stored("lan.ip"), "192.168.1.1");
         EXPECT_TRUE(set("a", "1"));
     }));
 }
@@ -558,9 +536,9 @@ TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
     after_boot([] { EXPECT_TRUE(set("shared", std::string(1900, 'a'))); });
     const pid_t witness = start([] {
         for (int i = 0; i < 1500; ++i) {
-            EXPECT_TRUE(whole(value_of("shared")));
+            EXPECT_TRUE(whole(stored("shared")));
             EXPECT_TRUE(set("witness", std::to_string(i)));
-            EXPECT_EQ(value_of("witness"), std::to_string(i));
+            EXPECT_EQ(stored("witness"), std::to_string(i));
             usleep(500);
         }
     });
@@ -572,7 +550,7 @@ TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
                 for (unsigned int n = 0;; ++n) {
                     if (i % 2 == 0) {
                         set("shared", std::string(1900, static_cast<char>('a' + n % 26)));
-                    } else if (!whole(value_of("shared"))) {
+                    } else if (!whole(stored("shared"))) {
                         _exit(1);
                     }
                 }
@@ -583,12 +561,10 @@ TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
             kill(pid, SIGKILL);
         }
         for (const pid_t pid : all) {
-            int status = 0;
-            EXPECT_EQ(waitpid(pid, &status, 0), pid);
-            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+            EXPECT_EQ(test::status_of(pid), 128 + SIGKILL);
         }
         EXPECT_TRUE(in_a_child([] {
-            EXPECT_TRUE(whole(value_of("shared")));
+            EXPECT_TRUE(whole(stored("shared")));
             EXPECT_TRUE(set("after", "1"));
             EXPECT_EQ(UnSetValue("after"), 1);
             EXPECT_EQ(CommitCfm(), 1);
@@ -655,14 +631,14 @@ TEST_F(Cfm, ACommitKilledAtRandomMoments)
     const std::size_t size = read_text(kPersistent).size();
     srand(815);
     for (int round = 0; round < 60; ++round) {
-        const pid_t pid = start([] {
-            for (;;) {
-                CommitCfm();
-            }
-        });
-        usleep(static_cast<useconds_t>(rand() % 4000));
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
+        {
+            const test::Child writer{[](test::Child &) {
+                for (;;) {
+                    CommitCfm();
+                }
+            }};
+            usleep(static_cast<useconds_t>(rand() % 4000));
+        }
         EXPECT_EQ(read_text(kPersistent).size(), size);
     }
 }
@@ -671,24 +647,18 @@ TEST_F(Cfm, ACommitKilledAtRandomMoments)
 
 // Standing in for the C library's: passes through, unless a test wants a fault.
 
-template <typename Function>
-static Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 int madvise(void *address, size_t size, int advice) noexcept
 {
     if (madvise_fails) {
         errno = EINVAL;
         return -1;
     }
-    return real<int (*)(void *, size_t, int)>("madvise")(address, size, advice);
+    return test::next(madvise, "madvise")(address, size, advice);
 }
 
 ssize_t write(int fd, const void *data, size_t size)
 {
-    static const auto pass = real<ssize_t (*)(int, const void *, size_t)>("write");
+    static const auto pass = test::next(write, "write");
     if (last_call()) {
         pass(fd, data, size / 2);
         raise(SIGKILL);
@@ -704,7 +674,7 @@ int fsync(int fd)
     if (last_call()) {
         raise(SIGKILL);
     }
-    return real<int (*)(int)>("fsync")(fd);
+    return test::next(fsync, "fsync")(fd);
 }
 
 int rename(const char *from, const char *to) noexcept
@@ -712,5 +682,5 @@ int rename(const char *from, const char *to) noexcept
     if (last_call()) {
         raise(SIGKILL);
     }
-    return real<int (*)(const char *, const char *)>("rename")(from, to);
+    return test::next(rename, "rename")(from, to);
 }

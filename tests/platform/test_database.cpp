@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -477,32 +476,26 @@ TEST_F(Database, ManyProcessesAtOnce)
     // All of them make the database, its table and their rows; each in a series or one by one.
     constexpr int kProcesses = 8;
     constexpr int kRows = 25;
-    std::vector<pid_t> all_of_them;
-    for (int p = 0; p < kProcesses; ++p) {
-        all_of_them.push_back(start([&] {
-            db_table table = opened();
-            for (int i = 0; i < kRows; ++i) {
-                const int number = p * kRows + i;
-                const bool series = i % 2 == 0;
-                EXPECT_EQ(table.lock(&table) != 0, true);
-                if (!series) {
-                    EXPECT_NE(table.unlock(&table), 0);
-                }
-                const int id = add(table, {std::to_string(number), 1, ""});
-                EXPECT_GT(id, 0);
-                EXPECT_TRUE(set(table, id, {std::to_string(number), number, "moved"}));
-                if (series) {
-                    EXPECT_NE(table.unlock(&table), 0);
-                }
-                for (const Record &record : all(table)) {
-                    EXPECT_TRUE(record.note == "moved" || record.count == 1);
-                }
+    test::all_at_once(kProcesses, [this](int p) {
+        db_table table = opened();
+        for (int i = 0; i < kRows; ++i) {
+            const int number = p * kRows + i;
+            const bool series = i % 2 == 0;
+            EXPECT_NE(table.lock(&table), 0);
+            if (!series) {
+                EXPECT_NE(table.unlock(&table), 0);
             }
-        }));
-    }
-    for (const pid_t pid : all_of_them) {
-        EXPECT_TRUE(ended_well(pid));
-    }
+            const int id = add(table, {std::to_string(number), 1, ""});
+            EXPECT_GT(id, 0);
+            EXPECT_TRUE(set(table, id, {std::to_string(number), number, "moved"}));
+            if (series) {
+                EXPECT_NE(table.unlock(&table), 0);
+            }
+            for (const Record &record : all(table)) {
+                EXPECT_TRUE(record.note == "moved" || record.count == 1);
+            }
+        }
+    });
     db_table table = opened();
     int sum = 0;
     for (const Record &record : all(table)) {
@@ -612,27 +605,22 @@ TEST_F(Database, AKilledSeriesNeverHappened)
     int in_the_middle = 0;
     unsigned int random = 1;
     for (int round = 1; round <= 60; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t pid = start([&] {
-            EXPECT_EQ(write(ready[1], "r", 1), 1);
-            for (int number = 1;; ++number) {
-                table.lock(&table);
-                for (int i = 0; i < kRows; ++i) {
-                    const char digit = static_cast<char>('0' + number % 10);
-                    set(table, i + 1, {std::to_string(i), number, std::string(31, digit)});
+        {
+            test::Child writer{[&](test::Child &child) {
+                child.tell();
+                for (int number = 1;; ++number) {
+                    table.lock(&table);
+                    for (int i = 0; i < kRows; ++i) {
+                        const char digit = static_cast<char>('0' + number % 10);
+                        set(table, i + 1, {std::to_string(i), number, std::string(31, digit)});
+                    }
+                    table.unlock(&table);
                 }
-                table.unlock(&table);
-            }
-        });
-        char byte;
-        ASSERT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
-        close(ready[1]);
-        random = random * 1103515245 + 12345;
-        usleep(500 + random / 65536 % 8000);
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
+            }};
+            writer.wait_until_told();
+            random = random * 1103515245 + 12345;
+            usleep(500 + random / 65536 % 8000);
+        }
         in_the_middle += test::exists(file() + "-journal") ? 1 : 0;
         const std::vector<Record> rows = all(table);
         ASSERT_EQ(rows.size(), static_cast<std::size_t>(kRows));
@@ -650,18 +638,13 @@ TEST_F(Database, OneThatIsLockedForTooLong)
 {
     db_table table = opened();
     const int id = add(table, {"a", 1, ""});
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t holder = start([&] {
-        EXPECT_NE(table.lock(&table), 0);
-        EXPECT_TRUE(set(table, id, {"a", 2, ""}));
-        EXPECT_EQ(write(ready[1], "r", 1), 1);
+    test::Child holder{[&](test::Child &child) {
+        ASSERT_NE(table.lock(&table), 0);
+        ASSERT_TRUE(set(table, id, {"a", 2, ""}));
+        child.tell();
         pause();
-    });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    close(ready[0]);
-    close(ready[1]);
+    }};
+    holder.wait_until_told();
     // Reading goes on, writing waits so long.
     {
         const test::SimulatedTime time;
@@ -681,8 +664,8 @@ TEST_F(Database, OneThatIsLockedForTooLong)
         all_fail(another);
         EXPECT_EQ(waited(), 5 * 5000000);
     }
-    kill(holder, SIGKILL);
-    waitpid(holder, nullptr, 0);
+    kill(holder.pid(), SIGKILL);
+    holder.expect_signal(SIGKILL);
     EXPECT_TRUE(set(table, id, {"a", 4, ""}));
     EXPECT_EQ(all(table).size(), 1U);
 }

@@ -13,9 +13,11 @@
 
 #include "platform/database.h"
 #include "support/files.hpp"
+#include "support/sql.hpp"
 
 using test::exists;
 using test::read_text;
+using test::Rows;
 using test::write_text;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -29,24 +31,10 @@ namespace
 constexpr const char *kBackup = "/tmp/backup";
 constexpr const char *kDefault = "/cfg/database/default.db";
 
-using Rows = std::vector<std::string>;
-using Database = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
-
-Database database(const char *path = kDefault)
+Rows sql(const std::string &statements)
 {
     mkdir("/cfg/database", 0700);
-    sqlite3 *handle = nullptr;
-    EXPECT_EQ(sqlite3_open(path, &handle), SQLITE_OK);
-    return {handle, &sqlite3_close};
-}
-
-void run_sql(const std::string &sql, const char *path = kDefault)
-{
-    const Database db = database(path);
-    char *message = nullptr;
-    EXPECT_EQ(sqlite3_exec(db.get(), sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
-        << sql << ": " << message;
-    sqlite3_free(message);
+    return test::sql(kDefault, statements);
 }
 
 /** A name or a text in SQL, between quotes of either kind. */
@@ -67,41 +55,22 @@ std::string table_sql(const std::string &name)
            "2147483647));";
 }
 
-/** All of a database: what is in it and how it is made, as SQL literals. */
-Rows contents(const char *path = kDefault)
+/** All of the database: what is in it and how it is made, as SQL literals. */
+Rows contents()
 {
-    Rows all;
-    if (!exists(path)) {
-        return all;
+    if (!exists(kDefault)) {
+        return {};
     }
-    const Database db = database(path);
-    const auto add = [](void *out, int count, char **values, char **) {
-        std::string row;
-        for (int i = 0; i < count; ++i) {
-            row += (i > 0 ? "|" : "") + std::string{values[i] != nullptr ? values[i] : "NULL"};
-        }
-        static_cast<Rows *>(out)->push_back(row);
-        return 0;
-    };
-    Rows tables;
-    sqlite3_exec(db.get(), "select name from sqlite_master where type='table' order by name", add,
-                 &tables, nullptr);
-    sqlite3_exec(db.get(), "select type, name from sqlite_master order by name", add, &all,
-                 nullptr);
-    for (const std::string &table : tables) {
-        std::string columns = quoted(table, '\'');
-        Rows names;
-        sqlite3_exec(db.get(),
-                     ("select name from pragma_table_info(" + quoted(table, '\'') + ")").c_str(),
-                     add, &names, nullptr);
-        for (const std::string &name : names) {
+    Rows all = sql("select type, name from sqlite_master order by name");
+    for (const std::string &table :
+         sql("select name from sqlite_master where type='table' order by name")) {
+        const std::string literal = quoted(table, '\'');
+        std::string columns = literal;
+        for (const std::string &name : sql("select name from pragma_table_info(" + literal + ")")) {
             columns += ",quote(" + quoted(name) + ")";
         }
-        EXPECT_EQ(sqlite3_exec(
-                      db.get(),
-                      ("select " + columns + " from " + quoted(table) + " order by 1, 2").c_str(),
-                      add, &all, nullptr),
-                  SQLITE_OK);
+        const Rows rows = sql("select " + columns + " from " + quoted(table) + " order by 1, 2");
+        all.insert(all.end(), rows.begin(), rows.end());
     }
     return all;
 }
@@ -129,18 +98,18 @@ class DatabaseBackup : public testing::Test
     /** A database whose values hold every byte. */
     static void make_hostile()
     {
-        run_sql(table_sql("servers") + "alter table servers add column \"host\" TEXT;" +
-                "alter table servers add column \"port\" INTEGER;" +
-                "create unique index \"servers/host\" on servers(host);" +
-                table_sql("a \"b\" %w 'c'=#\n") +
-                "alter table \"a \"\"b\"\" %w 'c'=#\n\" add column \"x y\" TEXT;" +
-                "insert into servers(host,port) values('printer',9100),(NULL,NULL),('',-1),"
-                "('crc=1',0),('##the qvlan configure end##',9223372036854775807),"
-                "('\n##the default database begin##\nlength 0 check 0\n',2147483647),"
-                "('\xff\xfe\x80',-9223372036854775807),(x'00ff61',1),('100%41 %',2);" +
-                "insert into \"a \"\"b\"\" %w 'c'=#\n\"(\"x y\") values('v');" +
-                "delete from servers where port=2;");
-        const Database db = database();
+        sql(table_sql("servers") + "alter table servers add column \"host\" TEXT;" +
+            "alter table servers add column \"port\" INTEGER;" +
+            "create unique index \"servers/host\" on servers(host);" +
+            table_sql("a \"b\" %w 'c'=#\n") +
+            "alter table \"a \"\"b\"\" %w 'c'=#\n\" add column \"x y\" TEXT;" +
+            "insert into servers(host,port) values('printer',9100),(NULL,NULL),('',-1),"
+            "('crc=1',0),('##the qvlan configure end##',9223372036854775807),"
+            "('\n##the default database begin##\nlength 0 check 0\n',2147483647),"
+            "('\xff\xfe\x80',-9223372036854775807),(x'00ff61',1),('100%41 %',2);" +
+            "insert into \"a \"\"b\"\" %w 'c'=#\n\"(\"x y\") values('v');" +
+            "delete from servers where port=2;");
+        const test::Database db = test::database(kDefault);
         sqlite3_stmt *insert = nullptr;
         sqlite3_prepare_v2(db.get(), "insert into servers(host) values(?1)", -1, &insert, nullptr);
         std::string bytes;
@@ -155,11 +124,11 @@ class DatabaseBackup : public testing::Test
 
 TEST_F(DatabaseBackup, ASectionOfText)
 {
-    run_sql(table_sql("servers") + "alter table servers add column host TEXT;" +
-            "create unique index \"servers/host\" on servers(host);" +
-            "alter table servers add column port INTEGER;" +
-            "insert into servers values(4,'two words',9100),(7,NULL,-1);" +
-            "delete from servers where _id=7;");
+    sql(table_sql("servers") + "alter table servers add column host TEXT;" +
+        "create unique index \"servers/host\" on servers(host);" +
+        "alter table servers add column port INTEGER;" +
+        "insert into servers values(4,'two words',9100),(7,NULL,-1);" +
+        "delete from servers where _id=7;");
     EXPECT_EQ(saved(),
               "\n##the default database begin##\n"
               "length 85 check b2912634f3d03e2c\n"
@@ -191,8 +160,7 @@ TEST_F(DatabaseBackup, EveryByteSurvives)
     test::remove_all(kDefault);
     EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
     EXPECT_EQ(contents(), before);
-    run_sql(
-        "create table check_bytes(x); insert into check_bytes select hex(host) from servers "
+    sql("create table check_bytes(x); insert into check_bytes select hex(host) from servers "
         "where _id=10");
     std::string digits;
     for (int i = 0; i < 256; ++i) {
@@ -201,12 +169,12 @@ TEST_F(DatabaseBackup, EveryByteSurvives)
         digits += byte;
     }
     EXPECT_THAT(contents(), testing::Contains("check_bytes|'" + digits + "'"));
-    run_sql("drop table check_bytes");
+    sql("drop table check_bytes");
     struct stat status;
     EXPECT_EQ(stat(kDefault, &status), 0);
     EXPECT_EQ(status.st_mode & 0777U, 0600U);
 
-    run_sql("update servers set port=5; delete from servers where _id<5");
+    sql("update servers set port=5; delete from servers where _id<5");
     EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
     EXPECT_EQ(contents(), before);
     EXPECT_EQ(saved(), text);
@@ -218,14 +186,14 @@ TEST_F(DatabaseBackup, ItIsFoundInAWholeFile)
     const Rows before = contents();
     const std::string section = saved();
     const std::string other = saved("auth");
-    run_sql("delete from servers");
+    sql("delete from servers");
     // What a value elsewhere forges does not count.
     const std::string forged =
         "a=1\r\nwl_policy:a=x\n##the default database begin##\nlength 0 check cbf29ce484222325\n"
         "##the default database end##\n";
     EXPECT_EQ(db_backup_load("default", (forged + section + other + "crc=1\n").c_str()), 1);
     EXPECT_EQ(contents(), before);
-    run_sql("delete from servers");
+    sql("delete from servers");
     EXPECT_EQ(db_backup_load("default", ("crc=1\n" + section).c_str()), 0) << "behind the trailer";
     EXPECT_EQ(db_backup_load("default", (section + "crc=1\n" + forged).c_str()), 1);
     EXPECT_EQ(contents(), before);
@@ -241,20 +209,19 @@ TEST_F(DatabaseBackup, AnEmptyDatabase)
     EXPECT_FALSE(exists(kDefault));
     make_hostile();
     EXPECT_EQ(db_backup_load("default", nothing.c_str()), 1);
-    run_sql("insert into servers(host) values('new')");
+    sql("insert into servers(host) values('new')");
     EXPECT_THAT(contents(), testing::Contains("servers|11|'new'|NULL")) << "ids go on";
 }
 
 TEST_F(DatabaseBackup, WhatTheSectionDoesNotKnow)
 {
-    run_sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(3,'x')");
+    sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(3,'x')");
     const std::string text = saved();
     test::remove_all(kDefault);
-    run_sql(table_sql("t") +
-            "alter table t add column b INTEGER; alter table t add column a TEXT;" +
-            "insert into t values(90,5,'y');" + table_sql("other") +
-            "insert into other default values; create table foreign_one(x);"
-            "insert into foreign_one values(1)");
+    sql(table_sql("t") + "alter table t add column b INTEGER; alter table t add column a TEXT;" +
+        "insert into t values(90,5,'y');" + table_sql("other") +
+        "insert into other default values; create table foreign_one(x);"
+        "insert into foreign_one values(1)");
     EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
     EXPECT_THAT(contents(), ElementsAre("table|foreign_one", "table|other", "table|sqlite_sequence",
                                         "table|t", "foreign_one|1", "sqlite_sequence|'other'|1",
@@ -264,17 +231,17 @@ TEST_F(DatabaseBackup, WhatTheSectionDoesNotKnow)
 TEST_F(DatabaseBackup, IdsGoOnFromTheHigherOfNowAndThen)
 {
     const auto next_id = [] {
-        run_sql("insert into t(a) values('new')");
+        sql("insert into t(a) values('new')");
         return contents().back();
     };
-    run_sql(table_sql("t") +
-            "alter table t add column a TEXT; insert into t values(3,'x'),(7,'y');"
-            "delete from t where _id=7");
+    sql(table_sql("t") +
+        "alter table t add column a TEXT; insert into t values(3,'x'),(7,'y');"
+        "delete from t where _id=7");
     const std::string text = saved();
     for (const char *const now : {"1", "5", "40"}) {
         test::remove_all(kDefault);
-        run_sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(" + now +
-                ",'z')");
+        sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(" + now +
+            ",'z')");
         EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
         EXPECT_EQ(next_id(), std::string{"t|"} + (now[1] != '\0' ? "41" : "8") + "|'new'");
     }
@@ -285,10 +252,9 @@ TEST_F(DatabaseBackup, IdsGoOnFromTheHigherOfNowAndThen)
 
 TEST_F(DatabaseBackup, WhateverIsDamagedIsRefusedWhole)
 {
-    run_sql(table_sql("t") +
-            "alter table t add column a TEXT; insert into t values(3,'x'),(4,'y')");
+    sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(3,'x'),(4,'y')");
     const std::string text = saved();
-    run_sql("update t set a='now'");
+    sql("update t set a='now'");
     const Rows now = contents();
     for (std::size_t length = 0; length < text.size() - 1; ++length) {
         EXPECT_EQ(db_backup_load("default", text.substr(0, length).c_str()), 0) << length;
@@ -325,7 +291,7 @@ std::string framed(const std::string &body)
 TEST_F(DatabaseBackup, ASoundFrameAroundNonsense)
 {
     const std::string kTable = "table t 5\ncolumn a text\ncolumn b integer unique\n";
-    run_sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(3,'x')");
+    sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(3,'x')");
     const Rows before = contents();
     for (const std::string &body : {
              std::string{"row 1 tx i1\n"},
@@ -377,7 +343,7 @@ TEST_F(DatabaseBackup, ASoundFrameAroundNonsense)
 
 TEST_F(DatabaseBackup, WhatCannotBeOpenedOrWritten)
 {
-    run_sql(table_sql("t") + "insert into t default values");
+    sql(table_sql("t") + "insert into t default values");
     const std::string text = saved();
     const Rows before = contents();
 
@@ -407,15 +373,15 @@ TEST_F(DatabaseBackup, AFullMedium)
     {
         const test::MountedFolder full{"/tmp/full"};
         write_text("/tmp/full/backup", "before");
-        run_sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(1,'" +
-                std::string(200000, 'x') + "')");
+        sql(table_sql("t") + "alter table t add column a TEXT; insert into t values(1,'" +
+            std::string(200000, 'x') + "')");
         EXPECT_EQ(db_backup_save("default", "/tmp/full/backup"), 0);
         EXPECT_EQ(read_text("/tmp/full/backup"), "before");
     }
     const std::string text = saved();
     test::remove_all("/cfg/database");
     const test::MountedFolder small{"/cfg/database", "size=64k"};
-    run_sql(table_sql("t") + "insert into t default values");
+    sql(table_sql("t") + "insert into t default values");
     const Rows before = contents();
     EXPECT_EQ(db_backup_load("default", text.c_str()), 0);
     EXPECT_EQ(contents(), before);
@@ -423,7 +389,7 @@ TEST_F(DatabaseBackup, AFullMedium)
 
 TEST_F(DatabaseBackup, AFolderThatCannotBeWritten)
 {
-    run_sql(table_sql("t") + "insert into t default values");
+    sql(table_sql("t") + "insert into t default values");
     const std::string text = saved();
     test::remove_all("/cfg/database");
     const test::MountedFolder read_only{"/cfg/database", "size=64k", true};

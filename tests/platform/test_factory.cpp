@@ -8,7 +8,6 @@
 
 #include "support/files.hpp"
 
-using test::read_text;
 using test::write_text;
 
 namespace
@@ -19,9 +18,6 @@ constexpr const char *kBoard = "/etc/board.json";
 class Factory : public testing::Test
 {
   protected:
-    Factory() : kept_(read_text(kBoard)) {}
-    ~Factory() override { write_text(kBoard, kept_); }
-
     struct Setting {
         int result;
         std::string text;
@@ -38,7 +34,8 @@ class Factory : public testing::Test
 
     static constexpr Setting kMissing() { return {0, ""}; }
 
-    std::string kept_;
+  private:
+    const test::KeptFile board_{kBoard};
 };
 
 TEST_F(Factory, OfTheVirtualBoard)

@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -21,6 +20,7 @@
 
 #include "firmware_tool.h"
 #include "platform/debug.h"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/image.hpp"
@@ -316,7 +316,7 @@ TEST_F(Firmware, EachFailureHasALineOfItsOwn)
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(Firmware, TheLargestImageTakesNoMemory)
 {
-    SKIP_IF_EMULATED("sets no limit to a program's memory");
+    SKIP_IF_EMULATED(test::kNoMemoryLimit);
     constexpr std::size_t kSize = std::size_t{64} * 1024 * 1024;
     std::string header = image_.substr(0, test::kImageHeaderSize);
     put_number(header, test::kImageDataSize, kSize - test::kImageHeaderSize);
@@ -327,21 +327,18 @@ TEST_F(Firmware, TheLargestImageTakesNoMemory)
     ASSERT_EQ(truncate(kFile, kSize), 0);
     write_text("/etc/board.json",
                R"({"model": "virtual-router", "firmware": {"partition": "/f", "size": 67108864}})");
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(test::in_a_child([] {
         const int fd = open(kFile, O_RDONLY | O_CLOEXEC);
         auto *const image =
             static_cast<const char *>(mmap(nullptr, kSize, PROT_READ, MAP_SHARED, fd, 0));
         const rlimit little{1 << 20, 1 << 20};  // less than the process has: no more is to be had
-        const bool good = setrlimit(RLIMIT_DATA, &little) == 0 &&
-                          malloc(std::size_t{16} << 20) == nullptr &&
-                          check_fw_type(image, kSize) == 2 && check_fw_crc(2, image, kSize) == 0 &&
-                          check_fw_valid(2, kFile) == 0 && check_mtd_size(2, kFile) == 0;
-        _exit(good ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        ASSERT_EQ(setrlimit(RLIMIT_DATA, &little), 0);
+        ASSERT_EQ(malloc(std::size_t{16} << 20), nullptr);
+        EXPECT_EQ(check_fw_type(image, kSize), 2);
+        EXPECT_EQ(check_fw_crc(2, image, kSize), 0);
+        EXPECT_EQ(check_fw_valid(2, kFile), 0);
+        EXPECT_EQ(check_mtd_size(2, kFile), 0);
+    }));
 }
 #endif
 

@@ -2,7 +2,6 @@
 // Run with the board file of the virtual device, whose LEDs are ordinary files.
 #include "platform/hardware.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/if_bridge.h>
@@ -10,8 +9,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -22,11 +19,14 @@
 #include <thread>
 #include <vector>
 
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::read_text;
+using test::run;
 using test::write_text;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -84,8 +84,7 @@ ssize_t send(int fd, const void *data, size_t size, int flags)
         vlan_kernel->requests.push_back(described(data, size));
         return static_cast<ssize_t>(size);
     }
-    static const auto real =
-        reinterpret_cast<ssize_t (*)(int, const void *, size_t, int)>(dlsym(RTLD_NEXT, "send"));
+    static const auto real = test::next(send, "send");
     return real(fd, data, size, flags);
 }
 
@@ -105,8 +104,7 @@ ssize_t recv(int fd, void *data, size_t size, int flags)
         memcpy(data, &answer, sizeof(answer));
         return vlan_kernel->answer_size;
     }
-    static const auto real =
-        reinterpret_cast<ssize_t (*)(int, void *, size_t, int)>(dlsym(RTLD_NEXT, "recv"));
+    static const auto real = test::next(recv, "recv");
     return real(fd, data, size, flags);
 }
 }
@@ -233,11 +231,6 @@ TEST_F(Leds, WhatTheBoardDoesNotHave)
 }
 
 // ----------------------------------------------------------------------------------------- ports
-
-void run(const char *command)
-{
-    ASSERT_EQ(system(command), 0) << command;
-}
 
 constexpr const char *kNoEthtool = "passes no SIOCETHTOOL on to the kernel";
 
@@ -410,7 +403,7 @@ TEST_F(Switch, OtherSwitchesAndBoards)
     for (const int eth_id : {0, 2, -1, 4096}) {
         EXPECT_EQ(iof_vlan_set(eth_id, 0x1F, 0), ENODEV) << eth_id;
     }
-    const std::string kept = read_text(kBoard);
+    const test::KeptFile kept{kBoard};
     for (const char *const board :
          {"", "{}", R"({"lan_bridge": "br0", "ports": [{"id": 32, "ifname": "eth1"}]})",
           R"({"lan_bridge": 7, "ports": [{"id": 4, "ifname": "eth1"}]})",
@@ -419,7 +412,6 @@ TEST_F(Switch, OtherSwitchesAndBoards)
         write_text(kBoard, board);
         EXPECT_EQ(iof_vlan_set(1, 0, 0), 0) << "no port, nothing to do: " << board;
     }
-    write_text(kBoard, kept);
 }
 
 // ------------------------------------------------------------------------------------ board file
@@ -430,17 +422,8 @@ constexpr Mac kNoMac = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
 /** Runs @p code with another board file in a process of its own, which has read none yet. */
 void with_board(const std::string &text, const std::function<void()> &code)
 {
-    const std::string kept = read_text(kBoard);
-    write_text(kBoard, text);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        code();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0) << text;
-    write_text(kBoard, kept);
+    const test::FileHolds board{kBoard, text};
+    EXPECT_TRUE(test::in_a_child(code)) << text;
 }
 
 /** These come first in the process, so that nobody has read the names of the real board yet. */
@@ -518,7 +501,7 @@ bool takes_in(const char *ifname, const std::string &mac)
 TEST(ABoardFile, CpuPortsTakeInCloneMacs)
 {
     SKIP_IF_EMULATED("passes no RTM_NEWNEIGH on to the kernel");
-    test::run("ip link add cpu0 type veth peer name cpu1");
+    run("ip link add cpu0 type veth peer name cpu1");
     with_board(R"({"ethernet": {"PORT_CPU1": "cpu0", "PORT_CPU2": "cpu1"}})", [] {
         Mac mac = {0x02, 0x00, 0x00, 0x10, 0x00, 0x11};
         EXPECT_FALSE(takes_in("cpu0", "02:00:00:10:00:11"));
@@ -534,7 +517,7 @@ TEST(ABoardFile, CpuPortsTakeInCloneMacs)
         }
         EXPECT_FALSE(takes_in("cpu0", "02:00:00:10:00:13"));
     });
-    test::run("ip link del cpu0");
+    run("ip link del cpu0");
 }
 
 TEST(ABoardFile, ACpuPortThatIsNotThere)
@@ -560,11 +543,9 @@ TEST(InterfaceNames, OfTheVirtualBoard)
 TEST(InterfaceNames, StayWhatTheyAre)
 {
     char *const name = iof_eth_name_get(WAN_1);
-    const std::string kept = read_text(kBoard);
-    write_text(kBoard, R"({"ethernet": {"WAN_1": "other"}})");
+    const test::FileHolds board{kBoard, R"({"ethernet": {"WAN_1": "other"}})"};
     EXPECT_EQ(iof_eth_name_get(WAN_1), name);
     EXPECT_STREQ(name, "eth1");
-    write_text(kBoard, kept);
 }
 
 TEST(InterfaceNames, ManyThreadsAtOnce)

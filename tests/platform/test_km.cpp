@@ -22,15 +22,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/network.hpp"
+#include "support/time.hpp"
 
 using test::read_text;
+using test::run;
+using test::seconds;
 using test::write_text;
 using Clock = std::chrono::steady_clock;
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
@@ -133,21 +137,9 @@ class Blaster
     std::thread thread_;
 };
 
-void run(const char *command)
-{
-    ASSERT_EQ(system(command), 0) << command;
-}
-
 void wait_ms(int ms)
 {
     std::this_thread::sleep_for(std::chrono::milliseconds{ms});
-}
-
-double seconds(const std::function<void()> &code)
-{
-    const auto start = Clock::now();
-    code();
-    return std::chrono::duration<double>{Clock::now() - start}.count();
 }
 
 class WanFlow : public testing::Test
@@ -160,14 +152,12 @@ class WanFlow : public testing::Test
         run("ip link add eth1 type veth peer name isp1");
         run("ip link add eth2 type veth peer name isp2");
         run("for i in eth1 eth2 isp1 isp2; do ip link set $i up; done");
-        board_ = read_text(kBoard);
     }
     void SetUp() override { test::remove_all(kSamples); }
-    void TearDown() override { write_text(kBoard, board_); }
 
-    static std::string board_;
+  private:
+    const test::KeptFile board_{kBoard};
 };
-std::string WanFlow::board_;
 
 TEST_F(WanFlow, AnIdleWanHasNone)
 {
@@ -238,14 +228,11 @@ TEST_F(WanFlow, AFirstCallTakesItsOwnShortWindow)
     // From then on nobody waits, whatever the process, and however soon.
     for (int i = 0; i < 5; ++i) {
         const double again = seconds([] {
-            const pid_t pid = fork();
-            if (pid == 0) {
+            EXPECT_TRUE(test::in_a_child([] {
                 const int rate = rates_of(1).down;
-                _exit(rate > 250000 && rate < 4000000 ? 0 : 1);
-            }
-            int status = -1;
-            waitpid(pid, &status, 0);
-            EXPECT_EQ(status, 0);
+                EXPECT_GT(rate, 250000);
+                EXPECT_LT(rate, 4000000);
+            }));
         });
         EXPECT_LT(again, 0.1);
     }
@@ -324,25 +311,14 @@ TEST_F(WanFlow, ManyCallersAtOnce)
     const Blaster down{"isp1", 500000};
     rates_of(1);
     wait_ms(300);
-    std::vector<pid_t> all;
-    for (int p = 0; p < 8; ++p) {
-        const pid_t pid = fork();
-        if (pid == 0) {
-            bool good = true;
-            for (int i = 0; i < 30; ++i) {
-                const int rate = rates_of(1).down;
-                good = good && rate >= 0 && rate < 20000000;
-                wait_ms(5);
-            }
-            _exit(good ? 0 : 1);
+    test::all_at_once(8, [](int) {
+        for (int i = 0; i < 30; ++i) {
+            const int rate = rates_of(1).down;
+            EXPECT_GE(rate, 0);
+            EXPECT_LT(rate, 20000000);
+            wait_ms(5);
         }
-        all.push_back(pid);
-    }
-    for (const pid_t pid : all) {
-        int status = -1;
-        waitpid(pid, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
+    });
     wait_ms(500);
     EXPECT_NEAR(rates_of(1).down, 500000, 300000);
 }

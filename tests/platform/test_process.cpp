@@ -5,27 +5,27 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/sockets.hpp"
+#include "support/time.hpp"
 
 using test::read_text;
+using test::seconds;
 using test::write_text;
 
 namespace
@@ -128,45 +128,10 @@ TEST(FileCommand, Failures)
 
 // ----------------------------------------------------------------------------------- processes
 
-/** A process of a given name, for as long as this lives. */
-class Named
-{
-  public:
-    explicit Named(const char *name)
-    {
-        int ready[2];
-        if (pipe(ready) != 0) {
-            abort();
-        }
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_NAME, name);
-            close(ready[0]);
-            close(ready[1]);
-            for (;;) {
-                pause();
-            }
-        }
-        close(ready[1]);
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 0);
-        close(ready[0]);
-    }
-    ~Named()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    pid_t pid() const { return pid_; }
-
-  private:
-    pid_t pid_;
-};
-
 TEST(ProcessExists, ByItsExactName)
 {
     EXPECT_EQ(monitor_check_exist("dhcpcd_wan1"), 0);
-    const Named client{"dhcpcd_wan1"};
+    const test::NamedProcess client{"dhcpcd_wan1"};
     EXPECT_NE(monitor_check_exist("dhcpcd_wan1"), 0);
     EXPECT_EQ(monitor_check_exist("dhcpcd_wan"), 0);
     EXPECT_EQ(monitor_check_exist("dhcpcd_wan11"), 0);
@@ -177,7 +142,7 @@ TEST(ProcessExists, ByItsExactName)
 
 TEST(ProcessExists, TheKernelKeeps15Characters)
 {
-    const Named daemon{"a_very_long_name_indeed"};
+    const test::NamedProcess daemon{"a_very_long_name_indeed"};
     EXPECT_NE(monitor_check_exist("a_very_long_name_indeed"), 0);
     EXPECT_NE(monitor_check_exist("a_very_long_nam"), 0);
     EXPECT_EQ(monitor_check_exist("a_very_long_na"), 0);
@@ -185,14 +150,14 @@ TEST(ProcessExists, TheKernelKeeps15Characters)
 
 TEST(ProcessExists, NamesWithBracketsAndBlanks)
 {
-    const Named odd{"a (b) c) d"};
+    const test::NamedProcess odd{"a (b) c) d"};
     EXPECT_NE(monitor_check_exist("a (b) c) d"), 0);
     EXPECT_EQ(monitor_check_exist("a (b"), 0);
 }
 
 TEST(ProcessExists, OneThatEndedDoesNot)
 {
-    const Named client{"pppd_wan1"};
+    const test::NamedProcess client{"pppd_wan1"};
     EXPECT_NE(monitor_check_exist("pppd_wan1"), 0);
     kill(client.pid(), SIGKILL);
     siginfo_t info;
@@ -203,7 +168,7 @@ TEST(ProcessExists, OneThatEndedDoesNot)
 // ------------------------------------------------------------------------------------- signals
 
 /** Every child that is a process of that name ends by this signal, -1 while it lives. */
-int ended_by(const Named &process)
+int ended_by(const test::NamedProcess &process)
 {
     siginfo_t info = {};
     const int rc =
@@ -211,7 +176,7 @@ int ended_by(const Named &process)
     return rc == 0 && info.si_pid == process.pid() ? info.si_status : -1;
 }
 
-int ends_by(const Named &process)
+int ends_by(const test::NamedProcess &process)
 {
     siginfo_t info = {};
     waitid(P_PID, static_cast<id_t>(process.pid()), &info, WEXITED | WNOWAIT);
@@ -220,9 +185,9 @@ int ends_by(const Named &process)
 
 TEST(SendSignal, ToEveryProcessOfThatName)
 {
-    const Named one{"pppd_l2tp"};
-    const Named two{"pppd_l2tp"};
-    const Named other{"pppd_l2tp2"};
+    const test::NamedProcess one{"pppd_l2tp"};
+    const test::NamedProcess two{"pppd_l2tp"};
+    const test::NamedProcess other{"pppd_l2tp2"};
     EXPECT_EQ(proc_send_signal("pppd_l2tp", 0), 0);
     EXPECT_EQ(proc_send_signal("pppd_l2tp", SIGHUP), 0);
     EXPECT_EQ(ends_by(one), SIGHUP);
@@ -232,7 +197,7 @@ TEST(SendSignal, ToEveryProcessOfThatName)
 
 TEST(SendSignal, TheKernelKeeps15Characters)
 {
-    const Named daemon{"a_very_long_name_indeed"};
+    const test::NamedProcess daemon{"a_very_long_name_indeed"};
     EXPECT_EQ(proc_send_signal("a_very_long_name_indeed", SIGUSR1), 0);
     EXPECT_EQ(ends_by(daemon), SIGUSR1);
 }
@@ -255,7 +220,7 @@ TEST(SendSignal, ToNobody)
 
 TEST(SendSignal, OneThatEndedIsNobody)
 {
-    const Named daemon{"pppd_l2tp"};
+    const test::NamedProcess daemon{"pppd_l2tp"};
     kill(daemon.pid(), SIGKILL);
     EXPECT_EQ(ends_by(daemon), SIGKILL);
     EXPECT_EQ(proc_send_signal("pppd_l2tp", SIGHUP), -1);
@@ -264,17 +229,10 @@ TEST(SendSignal, OneThatEndedIsNobody)
 
 // ----------------------------------------------------------------------------- process monitor
 
-double seconds(const std::function<void()> &code)
-{
-    const auto start = std::chrono::steady_clock::now();
-    code();
-    return std::chrono::duration<double>{std::chrono::steady_clock::now() - start}.count();
-}
-
 TEST(MonitorStop, AProcessThatNobodyLooksAfter)
 {
-    const Named one{"multiwan"};
-    const Named two{"multiwan"};
+    const test::NamedProcess one{"multiwan"};
+    const test::NamedProcess two{"multiwan"};
     EXPECT_EQ(monitor_stop("multiwan"), 0);
     EXPECT_EQ(monitor_check_exist("multiwan"), 0);
     EXPECT_EQ(ends_by(one), SIGTERM);
@@ -291,7 +249,7 @@ TEST(MonitorStop, NobodyIsStoppedAtOnce)
 TEST(MonitorStop, OneThatDoesNotWantToIsKilled)
 {
     const auto before = signal(SIGTERM, SIG_IGN);
-    const Named stubborn{"multiwan"};
+    const test::NamedProcess stubborn{"multiwan"};
     signal(SIGTERM, before);
     const double time = seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); });
     EXPECT_EQ(ends_by(stubborn), SIGKILL);
@@ -313,7 +271,7 @@ class Supervised
         EXPECT_EQ(mkfifo((folder_ + "/control").c_str(), 0600), 0);
         control_ = open((folder_ + "/control").c_str(), O_RDWR | O_CLOEXEC);
         const auto before = stubborn ? signal(SIGTERM, SIG_IGN) : SIG_DFL;
-        daemon_ = std::make_unique<Named>(name);
+        daemon_ = std::make_unique<test::NamedProcess>(name);
         if (stubborn) {
             signal(SIGTERM, before);
         }
@@ -349,7 +307,7 @@ class Supervised
                 write_text(folder_ + "/stat", "run, want down\n");
             }
             if (ended_by(*daemon_) != -1 && wanted) {
-                daemon_ = std::make_unique<Named>(name_);
+                daemon_ = std::make_unique<test::NamedProcess>(name_);
                 ++starts_;
             } else if (ended_by(*daemon_) != -1) {
                 write_text(folder_ + "/stat", "down\n");
@@ -360,7 +318,7 @@ class Supervised
     const char *name_;
     std::string folder_;
     int control_;
-    std::unique_ptr<Named> daemon_;
+    std::unique_ptr<test::NamedProcess> daemon_;
     std::thread monitor_;
     std::string commands_;
     int starts_ = 0;
@@ -390,7 +348,7 @@ TEST(MonitorStop, AMonitorThatDoesNotRun)
 {
     write_text("/var/service/multiwan/supervise/stat", "run\n");
     ASSERT_EQ(mkfifo("/var/service/multiwan/supervise/control", 0600), 0);
-    const Named process{"multiwan"};
+    const test::NamedProcess process{"multiwan"};
     EXPECT_EQ(monitor_stop("multiwan"), 0);
     EXPECT_EQ(ends_by(process), SIGTERM);
     test::remove_all("/var/service");
@@ -425,25 +383,15 @@ TEST(MonitorStop, NamesThatCannotBe)
 
 constexpr const char *kSocket = "/tmp/server";
 
-class Server
+class Server : public test::Listener
 {
   public:
-    explicit Server(int backlog = 5) : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        unlink(kSocket);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, kSocket);
-        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd_, backlog), 0);
-    }
-    ~Server() { close(fd_); }
-    int fd() const { return fd_; }
+    explicit Server(int backlog = 5) : Listener(kSocket, backlog) {}
 
     /** Everything that one client sends. */
     std::string receive() const
     {
-        const int client = accept(fd_, nullptr, nullptr);
+        const int client = accept();
         std::string text;
         char buffer[4096];
         ssize_t got;
@@ -453,9 +401,6 @@ class Server
         close(client);
         return text;
     }
-
-  private:
-    int fd_;
 };
 
 /** A frame on the heap. */
@@ -529,7 +474,7 @@ TEST(SendMessage, ADaemonThatClosesEarlyKillsNobody)
 {
     const Server server;
     std::thread daemon{[&] {
-        const int client = accept(server.fd(), nullptr, nullptr);
+        const int client = server.accept();
         char byte;
         EXPECT_EQ(read(client, &byte, 1), 1);
         close(client);

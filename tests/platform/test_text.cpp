@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "platform/text.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <iconv.h>
 #include <pthread.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,7 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 
 namespace
 {
@@ -30,16 +30,14 @@ std::atomic<int> closed{0};
 extern "C" {
 iconv_t iconv_open(const char *to, const char *from)
 {
-    static const auto real =
-        reinterpret_cast<decltype(&iconv_open)>(dlsym(RTLD_NEXT, "iconv_open"));
+    static const auto real = test::next(iconv_open, "iconv_open");
     ++opened;
     return real(to, from);
 }
 
 int iconv_close(iconv_t converter)
 {
-    static const auto real =
-        reinterpret_cast<decltype(&iconv_close)>(dlsym(RTLD_NEXT, "iconv_close"));
+    static const auto real = test::next(iconv_close, "iconv_close");
     ++closed;
     return real(converter);
 }
@@ -352,15 +350,9 @@ TEST(CodeFormat, ConversionWhileAThreadEnds)
 TEST(CodeFormat, AChildGoesOnWithItsOwnConverters)
 {
     ASSERT_TRUE(both_ways_work());
-    const pid_t child = fork();
-    ASSERT_NE(child, -1);
-    if (child == 0) {
-        _exit(both_ways_work() ? 0 : 1);
-    }
+    const pid_t child = test::start([] { EXPECT_TRUE(both_ways_work()); });
     EXPECT_TRUE(both_ways_work());
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(test::ended_well(child));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 // nl80211 is walked with messages that the test makes in the kernel's place.
 #include "platform/wifi.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 #include <netlink/genl/ctrl.h>
@@ -16,8 +15,9 @@
 #include <vector>
 
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/network.hpp"
 
-using test::read_text;
 using test::write_text;
 
 namespace
@@ -44,9 +44,8 @@ TEST(InterfaceOfABss, ByTheBoardFile)
 
 TEST(InterfaceOfABss, NamesThatCannotBe)
 {
-    const std::string kept = read_text(kBoard);
-    write_text(kBoard, R"({"wifi": {"a": {"ifname": "sixteen_letters_"}, "b": {"ifname": 7},
-                                    "c": 7, "d": {"ifname": "fifteen_letters"}}})");
+    const test::FileHolds board{kBoard, R"({"wifi": {"a": {"ifname": "sixteen_letters_"},
+        "b": {"ifname": 7}, "c": 7, "d": {"ifname": "fifteen_letters"}}})"};
     char name[17] = "";
     name[16] = 'w';
     for (const char *const bss : {"a", "b", "c"}) {
@@ -56,16 +55,15 @@ TEST(InterfaceOfABss, NamesThatCannotBe)
     EXPECT_EQ(pav_wifi_get_osifname("d", name), 0);
     EXPECT_STREQ(name, "fifteen_letters");
     EXPECT_EQ(name[16], 'w');
-    write_text(kBoard, kept);
 }
 
 TEST(InterfaceIsUp, ByTheKernel)
 {
-    ASSERT_EQ(system("ip link add wl0 type veth peer name air0"), 0);
+    test::run("ip link add wl0 type veth peer name air0");
     EXPECT_EQ(pav_wifi_check_downup("wl0"), 0);
-    ASSERT_EQ(system("ip link set wl0 up"), 0);
+    test::run("ip link set wl0 up");
     EXPECT_NE(pav_wifi_check_downup("wl0"), 0);
-    ASSERT_EQ(system("ip link set wl0 down"), 0);
+    test::run("ip link set wl0 down");
     EXPECT_EQ(pav_wifi_check_downup("wl0"), 0);
     EXPECT_EQ(pav_wifi_check_downup("none0"), 0);
     EXPECT_EQ(pav_wifi_check_downup(""), 0);
@@ -145,7 +143,8 @@ TEST(StationsOfAFile, Damaged)
     EXPECT_EQ(stations_of("wl0").size(), 0U);
 }
 
-// ----------------------------------------------------------------------------------- over nl80211
+// ----------------------------------------------------------------------------------- over
+// nl80211
 
 bool kernel_has_radios = false;
 std::vector<nl_msg *> kernel_messages;
@@ -154,7 +153,7 @@ void *station_list;
 
 TEST(StationsOfTheKernel, AKernelWithoutRadiosHasNone)
 {
-    ASSERT_EQ(system("ip link add other0 type veth peer name air1"), 0);
+    test::run("ip link add other0 type veth peer name air1");
     const int before = test::open_descriptors();
     EXPECT_EQ(stations_of("other0").size(), 0U);
     EXPECT_EQ(stations_of("none0").size(), 0U);
@@ -173,11 +172,7 @@ nl_msg *station_message(const unsigned char *mac, int mac_size)
 
 TEST(StationsOfTheKernel, AttributesBecomeTexts)
 {
-    if (system(
-            "ip link show other0 >/dev/null 2>&1 || ip link add other0 type veth peer name air1") !=
-        0) {
-        GTEST_FAIL();
-    }
+    test::run("ip link show other0 >/dev/null 2>&1 || ip link add other0 type veth peer name air1");
     const unsigned char mac[] = {0x02, 0xab, 0, 0, 0, 0x1f};
     nl_msg *const full = station_message(mac, 6);
     nlattr *const info = nla_nest_start(full, NL80211_ATTR_STA_INFO);
@@ -231,24 +226,17 @@ TEST(StationsOfTheKernel, AttributesBecomeTexts)
 
 // Standing in for libnl where it would talk to the kernel.
 
-template <typename Function>
-static Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 extern "C" {
 
 int genl_connect(nl_sock *socket)
 {
-    return kernel_has_radios ? 0 : real<int (*)(nl_sock *)>("genl_connect")(socket);
+    return kernel_has_radios ? 0 : test::next(genl_connect, "genl_connect")(socket);
 }
 
 int genl_ctrl_resolve(nl_sock *socket, const char *name)
 {
-    return kernel_has_radios
-               ? 28
-               : real<int (*)(nl_sock *, const char *)>("genl_ctrl_resolve")(socket, name);
+    return kernel_has_radios ? 28
+                             : test::next(genl_ctrl_resolve, "genl_ctrl_resolve")(socket, name);
 }
 
 int nl_socket_modify_cb(nl_sock *socket, nl_cb_type type, nl_cb_kind kind,
@@ -256,20 +244,18 @@ int nl_socket_modify_cb(nl_sock *socket, nl_cb_type type, nl_cb_kind kind,
 {
     station_taker = taker;
     station_list = list;
-    return real<int (*)(nl_sock *, nl_cb_type, nl_cb_kind, nl_recvmsg_msg_cb_t, void *)>(
-        "nl_socket_modify_cb")(socket, type, kind, taker, list);
+    return test::next(nl_socket_modify_cb, "nl_socket_modify_cb")(socket, type, kind, taker, list);
 }
 
 int nl_send_auto(nl_sock *socket, nl_msg *message)
 {
-    return kernel_has_radios ? 1
-                             : real<int (*)(nl_sock *, nl_msg *)>("nl_send_auto")(socket, message);
+    return kernel_has_radios ? 1 : test::next(nl_send_auto, "nl_send_auto")(socket, message);
 }
 
 int nl_recvmsgs_default(nl_sock *socket)
 {
     if (!kernel_has_radios) {
-        return real<int (*)(nl_sock *)>("nl_recvmsgs_default")(socket);
+        return test::next(nl_recvmsgs_default, "nl_recvmsgs_default")(socket);
     }
     for (nl_msg *const message : kernel_messages) {
         station_taker(message, station_list);

@@ -11,9 +11,31 @@
 
 namespace test
 {
+namespace
+{
+
+/** How many results the running test has, failures and successes alike. */
+int results_so_far()
+{
+    const testing::TestInfo *const running = testing::UnitTest::GetInstance()->current_test_info();
+    return running != nullptr ? running->result()->total_part_count() : 0;
+}
+
+/** Prints the failures from the @p first result on once more, where somebody sees them. */
+void show_failures_from(int first)
+{
+    testing::UnitTest *const all = testing::UnitTest::GetInstance();
+    for (int i = first; i < results_so_far(); ++i) {
+        all->listeners().default_result_printer()->OnTestPartResult(
+            all->current_test_info()->result()->GetTestPartResult(i));
+    }
+}
+
+}  // namespace
 
 std::string printed(const std::function<void()> &code)
 {
+    const int first = results_so_far();
     fflush(stdout);
     const int console = dup(STDOUT_FILENO);
     const int memory = memfd_create("stdout", MFD_CLOEXEC);
@@ -23,6 +45,7 @@ std::string printed(const std::function<void()> &code)
     fflush(stdout);
     dup2(console, STDOUT_FILENO);
     close(console);
+    show_failures_from(first);
 
     std::string text(static_cast<std::size_t>(lseek(memory, 0, SEEK_END)), '\0');
     if (pread(memory, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
@@ -42,6 +65,15 @@ std::string literally(const std::string &text)
         result += c;
     }
     return result;
+}
+
+int occurrences(const std::string &part, const std::string &text)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) {
+        ++count;
+    }
+    return count;
 }
 
 bool whole_match(const std::string &text, const std::string &expression)
@@ -65,6 +97,11 @@ std::string log_line(prod_dbg_lvl_t level, const std::string &function, const st
     return literally(start) + "[0-9]{2}:[0-9]{2}:[0-9]{2} \\[ *" +
            literally(module + "." + level2char(level)) + "\\] +[0-9]+ " +
            literally(padded + ": " + message + "\n\033[0m");
+}
+
+std::string error_line(const std::string &function, const std::string &message)
+{
+    return log_line(PROD_DBG_ERROR, function, message);
 }
 
 std::string console_line(int colour, const std::string &function, const std::string &message,

@@ -12,7 +12,10 @@
 namespace test
 {
 
-/** Runs @p code and returns what it printed to standard output. */
+/**
+ * Runs @p code and returns what it printed to standard output. Expectations that fail in it are
+ * shown all the same.
+ */
 std::string printed(const std::function<void()> &code);
 
 /**
@@ -22,12 +25,18 @@ std::string printed(const std::function<void()> &code);
 std::string log_line(prod_dbg_lvl_t level, const std::string &function, const std::string &message,
                      const std::string &module = "prod");
 
+/** The same for a line of the library's own at level error. */
+std::string error_line(const std::string &function, const std::string &message);
+
 /** The same for a "[PROD] ..." console line; @p width is its function column. */
 std::string console_line(int colour, const std::string &function, const std::string &message,
                          int width = 20);
 
 /** @p text with every character that a regular expression would interpret escaped. */
 std::string literally(const std::string &text);
+
+/** How often @p part stands in @p text. */
+int occurrences(const std::string &part, const std::string &text);
 
 /** Whether all of @p text matches the POSIX extended @p expression, line breaks included. */
 bool whole_match(const std::string &text, const std::string &expression);

@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -16,27 +18,51 @@ namespace test
 namespace
 {
 
-int wait_for(pid_t child)
+[[noreturn]] void end_as_expected()
+{
+    fflush(stdout);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+}  // namespace
+
+pid_t start(const std::function<void()> &code)
+{
+    fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        code();
+        end_as_expected();
+    }
+    return child;
+}
+
+int status_of(pid_t child)
 {
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-}  // namespace
+bool ended_well(pid_t child)
+{
+    return status_of(child) == 0;
+}
+
+bool in_a_child(const std::function<void()> &code)
+{
+    return ended_well(start(code));
+}
 
 Child::Child(const std::function<void(Child &)> &body)
 {
     if (pipe2(told_, O_CLOEXEC) != 0) {
         abort();
     }
-    fflush(nullptr);
-    pid_ = fork();
-    if (pid_ == 0) {
+    pid_ = start([&] {
         close(told_[0]);
         body(*this);
-        _exit(0);
-    }
+    });
     close(told_[1]);
 }
 
@@ -62,7 +88,7 @@ void Child::wait_until_told() const
 
 int Child::status()
 {
-    const int result = wait_for(pid_);
+    const int result = status_of(pid_);
     pid_ = -1;
     return result;
 }
@@ -77,27 +103,38 @@ void Child::expect_signal(int expected)
     EXPECT_EQ(status(), 128 + expected);
 }
 
-void all_at_once(int processes, const std::function<int(int)> &body)
+NamedProcess::NamedProcess(const char *name)
+    : Child{[name](Child &child) {
+          prctl(PR_SET_NAME, name);
+          child.tell();
+          for (;;) {
+              pause();
+          }
+      }}
 {
-    int start[2];
-    if (pipe2(start, O_CLOEXEC) != 0) {
+    wait_until_told();
+}
+
+void all_at_once(int processes, const std::function<void(int)> &body)
+{
+    int go[2];
+    if (pipe2(go, O_CLOEXEC) != 0) {
         abort();
     }
-    fflush(nullptr);
     std::vector<pid_t> children;
+    children.reserve(static_cast<std::size_t>(processes));
     for (int i = 0; i < processes; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            close(start[1]);
+        children.push_back(start([&] {
+            close(go[1]);
             char byte;
-            _exit(read(start[0], &byte, 1) == 0 ? body(i) : 127);
-        }
-        children.push_back(child);
+            EXPECT_EQ(read(go[0], &byte, 1), 0);
+            body(i);
+        }));
     }
-    close(start[0]);
-    close(start[1]);  // all are let go together
+    close(go[0]);
+    close(go[1]);  // all are let go together
     for (const pid_t child : children) {
-        EXPECT_EQ(wait_for(child), 0);
+        EXPECT_TRUE(ended_well(child));
     }
 }
 

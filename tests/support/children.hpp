@@ -2,21 +2,30 @@
 // Other processes that a test needs beside its own.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sys/types.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <functional>
 
 namespace test
 {
 
+/** Starts @p code in a child, which ends with it: well unless an expectation failed. */
+pid_t start(const std::function<void()> &code);
+
+/** Waits for a child's end; its exit status, or 128 and the signal that ended it. */
+int status_of(pid_t child);
+
+/** Waits for a child; whether it ended well. */
+bool ended_well(pid_t child);
+
+/** Runs @p code in a child; whether it ended well. */
+bool in_a_child(const std::function<void()> &code);
+
 /** A child of the test that runs @p body; it is killed, if it still runs, when this goes. */
 class Child
 {
   public:
-    /** @param body  what the child runs; returning from it ends the child with status 0 */
+    /** @param body  what the child runs; returning from it ends the child as start() does */
     explicit Child(const std::function<void(Child &)> &body);
     ~Child();
     Child(const Child &) = delete;
@@ -39,34 +48,17 @@ class Child
     int told_[2];
 };
 
+/** A process of a given name for as long as this lives. */
+class NamedProcess : public Child
+{
+  public:
+    explicit NamedProcess(const char *name);
+};
+
 /**
- * Starts that many processes, lets them go together, and expects each to return 0.
+ * Starts that many processes, lets them go together, and expects each to end well.
  * @param body  called in each with its number
  */
-void all_at_once(int processes, const std::function<int(int)> &body);
-
-/** Starts @p code in a child, which ends with it: well unless an expectation failed. */
-inline pid_t start(const std::function<void()> &code)
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        code();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return pid;
-}
-
-/** Waits for a child; whether it ended well. */
-inline bool ended_well(pid_t pid)
-{
-    int status = 0;
-    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-/** Runs @p code in a child; whether it ended well. */
-inline bool in_a_child(const std::function<void()> &code)
-{
-    return ended_well(start(code));
-}
+void all_at_once(int processes, const std::function<void(int)> &body);
 
 }  // namespace test

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "support/commands.hpp"
 
-#include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <set>
 
 #include "platform/process.h"
+#include "support/interpose.hpp"
 
 namespace
 {
@@ -51,7 +51,7 @@ int system(const char *command)
     if (recording) {
         return record(command);
     }
-    return reinterpret_cast<int (*)(const char *)>(dlsym(RTLD_NEXT, "system"))(command);
+    return test::next(system, "system")(command);
 }
 
 int doSystemCmd(const char *format, ...)
@@ -64,15 +64,14 @@ int doSystemCmd(const char *format, ...)
     if (recording) {
         return record(command);
     }
-    const auto real = reinterpret_cast<int (*)(const char *, ...)>(dlsym(RTLD_NEXT, "doSystemCmd"));
+    const auto real = test::next(doSystemCmd, "doSystemCmd");
     return real("%s", command);
 }
 
 FILE *popen(const char *command, const char *type)
 {
     if (pipe_answer == nullptr) {
-        return reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "popen"))(
-            command, type);
+        return test::next(popen, "popen")(command, type);
     }
     piped.emplace_back(command);
     const std::optional<std::string> text = pipe_answer(command);
@@ -84,7 +83,7 @@ int pclose(FILE *stream)
     if (open_pipes.erase(stream) != 0) {
         return fclose(stream);
     }
-    return reinterpret_cast<int (*)(FILE *)>(dlsym(RTLD_NEXT, "pclose"))(stream);
+    return test::next(pclose, "pclose")(stream);
 }
 }
 

@@ -41,6 +41,14 @@ inline constexpr const char *kNoRobustLocks = "keeps the mutexes of a killed pro
 /** What its other threads hold of the emulator's own locks at a fork stays locked in the child. */
 inline constexpr const char *kNoForkAmidThreads = "may hang after a fork amid busy threads";
 
+inline constexpr const char *kNoMemoryLimit = "sets no limit to a program's memory";
+
+inline constexpr const char *kNoBridgePorts =
+    "passes no SIOCDEVPRIVATE on to the kernel, which tells the ports of a bridge";
+
+inline constexpr const char *kNoAuxdata =
+    "passes no PACKET_AUXDATA on to the kernel, which discovery-dhcp asks for";
+
 /**
  * What a process that renamed itself to @p name reads there: the emulator makes its own
  * /proc/self/stat up, with the name of the program.

@@ -38,6 +38,12 @@ void write_text(const std::string &path, const std::string &text)
     must(file.good(), "write " + path);
 }
 
+void write_script(const std::string &path, const std::string &script)
+{
+    write_text(path, "#!/bin/sh\n" + script);
+    must(chmod(path.c_str(), 0755) == 0, "chmod " + path);
+}
+
 std::string read_text(const std::string &path)
 {
     std::ifstream file{path, std::ios::binary};
@@ -56,6 +62,29 @@ bool exists(const std::string &path)
 {
     struct stat status;
     return lstat(path.c_str(), &status) == 0;
+}
+
+KeptFile::KeptFile(std::string path)
+    : path_(std::move(path)), before_(read_text(path_)), existed_(exists(path_))
+{
+}
+
+KeptFile::~KeptFile()
+{
+    remove_all(path_);
+    if (existed_) {
+        write_text(path_, before_);
+    }
+}
+
+FileHolds::FileHolds(const std::string &path, const std::string &text) : FileHolds(path)
+{
+    write_text(path, text);
+}
+
+FileHolds::FileHolds(const std::string &path) : KeptFile(path)
+{
+    remove_all(path);
 }
 
 MountedFolder::MountedFolder(std::string path, const char *options, bool read_only)

@@ -10,6 +10,9 @@ namespace test
 /** Writes a whole file, creating its folders. */
 void write_text(const std::string &path, const std::string &text);
 
+/** Writes a shell script that can be run. */
+void write_script(const std::string &path, const std::string &script);
+
 /** The whole of a file; empty when there is none. */
 std::string read_text(const std::string &path);
 
@@ -17,6 +20,29 @@ std::string read_text(const std::string &path);
 void remove_all(const std::string &path);
 
 bool exists(const std::string &path);
+
+/** Whatever a test makes of a file while this lives, in the end it is what it was. */
+class KeptFile
+{
+  public:
+    explicit KeptFile(std::string path);
+    ~KeptFile();
+    KeptFile(const KeptFile &) = delete;
+    KeptFile &operator=(const KeptFile &) = delete;
+
+  private:
+    std::string path_;
+    std::string before_;
+    bool existed_;
+};
+
+/** Puts @p text in place of a file for as long as it lives; without a text there is no file. */
+class FileHolds : public KeptFile
+{
+  public:
+    FileHolds(const std::string &path, const std::string &text);
+    explicit FileHolds(const std::string &path);
+};
 
 /**
  * A file system of its own mounted over a folder for as long as this lives: of a few pages, to be

@@ -9,7 +9,6 @@ namespace test
 
 /** Offsets in the header of an image, which has 64 bytes. */
 enum ImageField : std::size_t {
-    kImageMagic = 0,
     kImageHeaderCrc = 4,
     kImageDataSize = 12,
     kImageDataCrc = 24,
@@ -20,6 +19,10 @@ enum ImageField : std::size_t {
 
 /** The name of an image that the virtual device takes. */
 inline constexpr const char *kImageForThisBoard = "virtual-router 1.0.0";
+
+/** The file of a board that takes them, and has its flash in /tmp/flash. */
+inline constexpr const char *kBoardWithFlash =
+    R"({"model": "virtual-router", "firmware": {"partition": "/tmp/flash", "size": 1000000}})";
 
 /**
  * An image as the firmware's own build makes them.

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/time.hpp"
 
-#include <dlfcn.h>
 #include <unistd.h>
+
+#include <chrono>
+
+#include "support/interpose.hpp"
 
 namespace
 {
@@ -11,12 +14,6 @@ bool simulated_everywhere;
 thread_local bool simulated_here;
 long long simulated_us;
 std::vector<long long> sleeps_us;
-
-template <typename Function>
-Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
 
 bool is_simulated()
 {
@@ -36,7 +33,7 @@ extern "C" {
 int usleep(useconds_t us)
 {
     if (!is_simulated()) {
-        return real<int (*)(useconds_t)>("usleep")(us);
+        return test::next(usleep, "usleep")(us);
     }
     sleep_for(us);
     return 0;
@@ -45,7 +42,7 @@ int usleep(useconds_t us)
 unsigned int sleep(unsigned int seconds)
 {
     if (!is_simulated()) {
-        return real<unsigned int (*)(unsigned int)>("sleep")(seconds);
+        return test::next(sleep, "sleep")(seconds);
     }
     sleep_for(seconds * 1000000LL);
     return 0;
@@ -54,7 +51,7 @@ unsigned int sleep(unsigned int seconds)
 int nanosleep(const struct timespec *wanted, struct timespec *left)
 {
     if (!is_simulated()) {
-        return real<int (*)(const struct timespec *, struct timespec *)>("nanosleep")(wanted, left);
+        return test::next(nanosleep, "nanosleep")(wanted, left);
     }
     sleep_for(wanted->tv_sec * 1000000LL + wanted->tv_nsec / 1000);
     return 0;
@@ -63,7 +60,7 @@ int nanosleep(const struct timespec *wanted, struct timespec *left)
 time_t time(time_t *out) noexcept
 {
     if (!is_simulated()) {
-        static const auto real_time = real<time_t (*)(time_t *)>("time");
+        static const auto real_time = test::next(time, "time");
         return real_time(out);
     }
     const auto now = static_cast<time_t>(simulated_us / 1000000);
@@ -76,8 +73,7 @@ time_t time(time_t *out) noexcept
 int clock_gettime(clockid_t clock, struct timespec *now) noexcept
 {
     if (!is_simulated()) {
-        static const auto real_clock_gettime =
-            real<int (*)(clockid_t, struct timespec *)>("clock_gettime");
+        static const auto real_clock_gettime = test::next(clock_gettime, "clock_gettime");
         return real_clock_gettime(clock, now);
     }
     now->tv_sec = static_cast<time_t>(simulated_us / 1000000);
@@ -88,6 +84,14 @@ int clock_gettime(clockid_t clock, struct timespec *now) noexcept
 
 namespace test
 {
+
+double seconds(const std::function<void()> &code)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    code();
+    return std::chrono::duration<double>{Clock::now() - start}.count();
+}
 
 SimulatedTime::SimulatedTime(time_t now, Of of)
 {

@@ -4,10 +4,14 @@
 #pragma once
 
 #include <ctime>
+#include <functional>
 #include <vector>
 
 namespace test
 {
+
+/** How long @p code takes, in seconds. */
+double seconds(const std::function<void()> &code);
 
 /**
  * While it lives, sleeps return at once and move the simulated clocks, wall clock and monotonic

@@ -8,7 +8,6 @@
 //   spoil N   the first N writes of contents change a byte
 //
 // A step is a call that changes a file, or asks for its change to be kept.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -20,7 +19,7 @@
 #include <cstring>
 #include <string>
 
-#include "support/wide.hpp"
+#include "support/interpose.hpp"
 
 namespace
 {
@@ -83,12 +82,6 @@ bool interrupt(size_t &size)
     return false;
 }
 
-template <typename Function>
-Function *real(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
@@ -109,8 +102,7 @@ EXPORTED ssize_t pwrite(int fd, const void *bytes, size_t size, off_t at)
         --fault().number;
         copy[size / 2] = static_cast<char>(copy[size / 2] ^ 1);
     }
-    return real<ssize_t(int, const void *, size_t, off_t)>(WIDE("pwrite"))(fd, copy.data(), size,
-                                                                           at);
+    return test::next(pwrite, WIDE("pwrite"))(fd, copy.data(), size, at);
 }
 
 EXPORTED ssize_t pread(int fd, void *bytes, size_t size, off_t at)
@@ -118,7 +110,7 @@ EXPORTED ssize_t pread(int fd, void *bytes, size_t size, off_t at)
     if (interrupt(size)) {
         return -1;
     }
-    return real<ssize_t(int, void *, size_t, off_t)>(WIDE("pread"))(fd, bytes, size, at);
+    return test::next(pread, WIDE("pread"))(fd, bytes, size, at);
 }
 
 EXPORTED int fsync(int fd)
@@ -127,21 +119,21 @@ EXPORTED int fsync(int fd)
     if (step() || interrupt(nothing)) {
         return -1;
     }
-    return real<int(int)>("fsync")(fd);
+    return test::next(fsync, "fsync")(fd);
 }
 
 EXPORTED int ftruncate(int fd, off_t size) noexcept
 {
-    return step() ? -1 : real<int(int, off_t)>(WIDE("ftruncate"))(fd, size);
+    return step() ? -1 : test::next(ftruncate, WIDE("ftruncate"))(fd, size);
 }
 
 EXPORTED int fallocate(int fd, int mode, off_t at, off_t size)
 {
-    return step() ? -1 : real<int(int, int, off_t, off_t)>(WIDE("fallocate"))(fd, mode, at, size);
+    return step() ? -1 : test::next(fallocate, WIDE("fallocate"))(fd, mode, at, size);
 }
 
 EXPORTED void sync(void) noexcept
 {
     step();
-    real<void(void)>("sync")();
+    test::next(sync, "sync")();
 }

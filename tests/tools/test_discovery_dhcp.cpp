@@ -10,13 +10,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <thread>
 
 #include "dhcp_offer.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/time.hpp"
 #include "tool.hpp"
 
 using dhcp::Bytes;
@@ -278,8 +278,6 @@ TEST(Question, IsAWholeDiscover)
 
 // ---- on a cable -------------------------------------------------------------------------------
 
-constexpr const char *kNoAuxdata = "passes no PACKET_AUXDATA on to the kernel";
-
 class Line : public testing::Test
 {
   protected:
@@ -358,7 +356,7 @@ class Line : public testing::Test
 
 TEST_F(Line, AnOffer)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const Outcome outcome = ask({"-t", "2", "-p"}, [&](const Packet &question) {
         send(offer(kOptions, xid_of(question)), false);
     });
@@ -379,7 +377,7 @@ TEST_F(Line, AnOfferThatCannotBeWritten)
 
 TEST_F(Line, EveryQuestionHasItsNumber)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const auto serve = [&](const Packet &question) { send(offer(kOptions, xid_of(question))); };
     EXPECT_EQ(ask({}, serve).status, 0);
     EXPECT_EQ(ask({}, serve).status, 0);
@@ -390,20 +388,20 @@ TEST_F(Line, EveryQuestionHasItsNumber)
 
 TEST_F(Line, Silence)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(ask({"-t", "2"}, [](const Packet &) {}),
-              (Outcome{1, "", "discovery-dhcp: eth1: no server answered within 2 s\n"}));
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took.count(), 1.99);
-    EXPECT_LT(took.count(), 2.9);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
+    const double took = test::seconds([this] {
+        EXPECT_EQ(ask({"-t", "2"}, [](const Packet &) {}),
+                  (Outcome{1, "", "discovery-dhcp: eth1: no server answered within 2 s\n"}));
+    });
+    EXPECT_GE(took, 1.99);
+    EXPECT_LT(took, 2.9);
     ASSERT_EQ(questions_.size(), 2U) << "asked again every second";
     EXPECT_EQ(questions_.front(), questions_.back());
 }
 
 TEST_F(Line, HostileAnswersArePassedOver)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const Outcome outcome = ask({"-t", "3"}, [&](const Packet &question) {
         for (const auto &[what, packet] : hostile_offers(xid_of(question), kClient)) {
             send(packet);
@@ -416,7 +414,7 @@ TEST_F(Line, HostileAnswersArePassedOver)
 
 TEST_F(Line, OnlyHostileAnswers)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const Outcome outcome = ask({"-t", "1"}, [&](const Packet &question) {
         for (const auto &[what, packet] : hostile_offers(xid_of(question), kClient)) {
             send(packet);
@@ -427,7 +425,7 @@ TEST_F(Line, OnlyHostileAnswers)
 
 TEST_F(Line, TheCableIsPulled)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const Outcome outcome =
         ask({"-t", "5"}, [&](const Packet &) { test::run("ip link set eth1 down"); });
     EXPECT_EQ(outcome, (Outcome{1, "", "discovery-dhcp: eth1: Network is down\n"}));
@@ -447,7 +445,7 @@ TEST_F(Line, InterfacesThatCannotBeAsked)
 
 TEST_F(Line, AnInterfaceThatIsDown)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     test::run("ip link set eth1 down");
     EXPECT_EQ(program({DISCOVERY_DHCP, "-i", "eth1"}),
               (Outcome{1, "", "discovery-dhcp: eth1: Network is down\n"}));
@@ -457,15 +455,8 @@ TEST_F(Line, AnInterfaceThatIsDown)
 
 TEST(CommandLine, Help)
 {
-    const Outcome help = program({DISCOVERY_DHCP, "--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.err, "");
-    EXPECT_TRUE(help.out.starts_with("usage: discovery-dhcp -i INTERFACE [-t SECONDS] [-p]\n"));
-    EXPECT_EQ(program({DISCOVERY_DHCP, "-h"}), help);
-    const std::string page = test::read_text(TOOL_SOURCES "/discovery-dhcp.1");
-    for (const char *const option : {"\\-i", "\\-t", "\\-p", "\\-\\-help"}) {
-        EXPECT_THAT(page, HasSubstr(option));
-    }
+    test::explains_itself(DISCOVERY_DHCP, "usage: discovery-dhcp -i INTERFACE [-t SECONDS] [-p]",
+                          TOOL_SOURCES "/discovery-dhcp.1", {"-i", "-t", "-p", "--help"});
 }
 
 TEST(CommandLine, Completion)

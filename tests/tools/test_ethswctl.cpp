@@ -88,15 +88,8 @@ TEST_F(Port, WhatTheKernelRefuses)
 
 TEST(CommandLine, Help)
 {
-    const Outcome help = program({ETHSWCTL, "--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_EQ(help.err, "");
-    EXPECT_TRUE(help.out.starts_with("usage: ethswctl -c wan -i INTERFACE -o enable|disable\n"));
-    EXPECT_EQ(program({ETHSWCTL, "-h"}), help);
-    const std::string page = test::read_text(TOOL_SOURCES "/ethswctl.1");
-    for (const char *const option : {"\\-c", "\\-i", "\\-o", "\\-\\-help"}) {
-        EXPECT_THAT(page, HasSubstr(option));
-    }
+    test::explains_itself(ETHSWCTL, "usage: ethswctl -c wan -i INTERFACE -o enable|disable",
+                          TOOL_SOURCES "/ethswctl.1", {"-c", "-i", "-o", "--help"});
 }
 
 TEST(CommandLine, Completion)

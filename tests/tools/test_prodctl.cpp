@@ -287,15 +287,7 @@ TEST(Usage, AComplaintIsHarmlessForATerminal)
 
 // ---- streams ----------------------------------------------------------------------------------
 
-class Streams : public testing::Test
-{
-  protected:
-    void SetUp() override
-    {
-        memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
-        RestoreValue();
-    }
-};
+using Streams = test::Fresh;
 
 TEST_F(Streams, WhatTheLibraryPrintsStaysOutOfTheAnswer)
 {

@@ -7,15 +7,15 @@
 #include "platform/cfm.h"
 #include "prod_common_cfm.h"
 #include "support/files.hpp"
-#include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
-using test::answer;
 using test::exists;
 using test::Outcome;
 using test::prodctl;
 using test::read_text;
 using test::refuses;
+using test::stored;
 using test::write_text;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -31,14 +31,13 @@ const std::string kNight =
     "reboot_policy:enable=1\tled_status=0\tname=Bob's\treboot_en=1\treboot_type=2\ttime=300"
     "\trecog_en=0\tbroad_en=1";
 
-class BackupTool : public testing::Test
+class BackupTool : public test::Fresh
 {
   protected:
     BackupTool()
     {
         clear();
-        RestoreValue();
-        SetValue("wans.wanwebaddr", "203.0.113.7");
+        test::store({{"wans.wanwebaddr", "203.0.113.7"}});
     }
     ~BackupTool() override { clear(); }
 
@@ -51,12 +50,6 @@ class BackupTool : public testing::Test
 };
 
 using PolicyTool = BackupTool;
-
-std::string stored(const char *key)
-{
-    char value[CFM_VALUE_SIZE] = "";
-    return GetValue(key, value) != 0 ? value : "(absent)";
-}
 
 // ---- policies --------------------------------------------------------------------------------
 

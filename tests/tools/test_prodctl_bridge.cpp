@@ -4,6 +4,7 @@
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
 using test::answer;
@@ -16,15 +17,13 @@ namespace
 
 constexpr const char *kForwarding = "/proc/sys/net/ipv4/ip_forward";
 
-class Bridge : public testing::Test
+class Bridge : public test::Fresh
 {
   protected:
     /** All ports in one bridge, no forwarding. */
     Bridge()
     {
-        EXPECT_NE(RestoreValue(), 0);
-        EXPECT_EQ(SetValue("sys.ports", "432"), 1);
-        EXPECT_EQ(SetValue("wans.flag", "1"), 1);
+        test::store({{"sys.ports", "432"}, {"wans.flag", "1"}});
         test::write_text(kForwarding, "0");
         test::run("ip link add br0 type bridge");
         for (const char *const n : {"1", "2", "3"}) {
@@ -49,12 +48,9 @@ class Bridge : public testing::Test
     }
 };
 
-constexpr const char *kNoBridgePorts =
-    "passes no SIOCDEVPRIVATE on to the kernel, which tells the ports of a bridge";
-
 TEST_F(Bridge, ShowOfASwitch)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     EXPECT_EQ(prodctl({"bridge", "show", "--json"}),
               (Outcome{1, json(false, true, true, true),
                        "prodctl bridge show: port 1 (eth1) of the WAN is in br0\n"}));
@@ -68,7 +64,7 @@ TEST_F(Bridge, ShowOfASwitch)
 
 TEST_F(Bridge, Update)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     test::run("ip link set eth3 nomaster");
     const Outcome outcome = prodctl({"bridge", "update", "--json"});
     EXPECT_EQ(outcome.status, 0);
@@ -81,7 +77,7 @@ TEST_F(Bridge, Update)
 
 TEST_F(Bridge, LeaveSwitchOnly)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     const Outcome outcome = prodctl({"bridge", "leave-switch-only", "--json"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, json(true, false, true, true)) << "pure JSON";
@@ -94,7 +90,7 @@ TEST_F(Bridge, LeaveSwitchOnly)
 
 TEST_F(Bridge, APortThatIsNotThere)
 {
-    SKIP_IF_EMULATED(kNoBridgePorts);
+    SKIP_IF_EMULATED(test::kNoBridgePorts);
     test::run("ip link del eth2");
     const Outcome outcome = prodctl({"bridge", "leave-switch-only", "--json"});
     EXPECT_EQ(outcome.status, 1);

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The groups config and wifi, on the real store.
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -10,12 +8,15 @@
 #include "platform/cfm.h"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/sockets.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
 using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
+using test::stored;
 using test::Words;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -24,13 +25,6 @@ namespace
 {
 
 constexpr char kPersistent[] = "/cfg/cfm.cfg";
-
-std::string stored(const char *key)
-{
-    char value[CFM_VALUE_SIZE] = "(absent)";
-    GetValue(key, value);
-    return value;
-}
 
 /** What the persistent file holds. */
 std::string committed(const std::string &key)
@@ -44,16 +38,10 @@ std::string committed(const std::string &key)
     return text.substr(begin, text.find('\n', begin) - begin);
 }
 
-class Config : public testing::Test
+class Config : public test::Fresh
 {
   protected:
-    void SetUp() override
-    {
-        ASSERT_NE(RestoreValue(), 0);
-        SetValue("a", "1");
-        SetValue("b", "2");
-        SetValue("empty", "");
-    }
+    Config() { test::store({{"a", "1"}, {"b", "2"}, {"empty", ""}}); }
 };
 using Wifi = Config;
 
@@ -376,24 +364,18 @@ TEST_F(Wifi, StatusOfAnUnreasonableNumberOfBsss)
 
 TEST_F(Wifi, SendReachesTheServer)
 {
-    const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, "/var/wlan_server_socket");
-    ASSERT_EQ(bind(server, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-    ASSERT_EQ(listen(server, 1), 0);
+    const test::Listener server{"/var/wlan_server_socket"};
     const Outcome outcome = prodctl({"wifi", "send", "restart", "--json"});
     EXPECT_EQ(outcome.status, 0) << outcome;
     EXPECT_EQ(outcome.out, "{\"sent\":\"restart\"}\n");
 
-    const int peer = accept(server, nullptr, nullptr);
+    const int peer = server.accept();
     char bytes[64];
     ASSERT_EQ(read(peer, bytes, sizeof(bytes)), 4 + 7);
     EXPECT_EQ(memcmp(bytes, "\7\0\0\0restart", 4 + 7), 0);
     close(peer);
-    close(server);
 
-    EXPECT_EQ(unlink(address.sun_path), 0);
+    EXPECT_EQ(unlink("/var/wlan_server_socket"), 0);
     const Outcome nobody = prodctl({"wifi", "send", "restart"});
     EXPECT_EQ(nobody.status, 1);
     EXPECT_EQ(nobody.out, "");

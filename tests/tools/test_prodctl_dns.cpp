@@ -6,16 +6,15 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <memory>
 
 #include "platform/cfm.h"
 #include "prod_common_wan.h"
 #include "support/capture.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
-using test::answer;
 using test::FileHolds;
 using test::Outcome;
 using test::Prints;
@@ -64,21 +63,18 @@ class NameServer
     pid_t child_;
 };
 
-class Resolve : public testing::Test
+class Resolve : public test::Fresh
 {
   protected:
     void SetUp() override
     {
-        ASSERT_NE(RestoreValue(), 0);
-        for (const auto &[key, value] : {std::pair{"sys.mode", "3"},
-                                         {"sys.ports", "43210"},
-                                         {"wans.flag", "2"},
-                                         {"wan1.connecttype", "0"},
-                                         {"wan2.connecttype", "8"},
-                                         {"port.1.ifname", "eth1"},
-                                         {"netcheck.hostname", "www.example.net"}}) {
-            ASSERT_EQ(SetValue(key, value), 1);
-        }
+        test::store({{"sys.mode", "3"},
+                     {"sys.ports", "43210"},
+                     {"wans.flag", "2"},
+                     {"wan1.connecttype", "0"},
+                     {"wan2.connecttype", "8"},
+                     {"port.1.ifname", "eth1"},
+                     {"netcheck.hostname", "www.example.net"}});
         test::run("ip link set lo up");
     }
 };

@@ -34,8 +34,7 @@ class Firmware : public testing::Test
   protected:
     void SetUp() override
     {
-        write_text("/etc/board.json", R"({"model": "virtual-router",
-            "firmware": {"partition": "/tmp/flash", "size": 1000000}})");
+        write_text("/etc/board.json", test::kBoardWithFlash);
         write_text(kFlash, "old");
         write_text(kImage, image_);
         test::remove_all(PROD_FW_IMAGE);

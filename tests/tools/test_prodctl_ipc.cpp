@@ -15,6 +15,7 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/network.hpp"
 #include "tool.hpp"
 
 using test::answer;
@@ -53,7 +54,7 @@ TEST(LockRun, TheCommandIsItself)
 TEST(LockRun, HoldsTheLockMeanwhile)
 {
     test::Child holder{[](test::Child &) {
-        _exit(prodctl({"lock", "run", "a/held", "--", "sleep", "1000"}).status == 0);
+        EXPECT_NE(prodctl({"lock", "run", "a/held", "--", "sleep", "1000"}).status, 0);
     }};
     eventually("the lock is taken", [] { return value_of("a_held") == 0; });
     EXPECT_EQ(ipc_lock_nowait("a_%s", "held"), 0);
@@ -63,7 +64,7 @@ TEST(LockRun, HoldsTheLockMeanwhile)
         prodctl({"lock", "run", "a_held", "--timeout=1", "--json", "--", "echo", "never"}).out,
         "{\"error\":\"the lock 'a_held' was not to be had in time\"}\n");
     // The command may die of anything.
-    ASSERT_EQ(system("killall -9 sleep"), 0);
+    test::run("killall -9 sleep");
     eventually("the lock is free", [] { return value_of("a_held") == 1; });
     holder.expect_status(0);
 }
@@ -72,7 +73,7 @@ TEST(LockRun, WaitsForItsTurn)
 {
     ASSERT_EQ(ipc_lock("turn"), 1);
     test::Child second{[](test::Child &) {
-        _exit(prodctl({"lock", "run", "turn", "--", "touch", "/tmp/turn"}).status);
+        EXPECT_EQ(prodctl({"lock", "run", "turn", "--", "touch", "/tmp/turn"}).status, 0);
     }};
     eventually("it waits",
                [] { return semctl(semget(ftok("/var/run/lock.turn", 1), 1, 0), 0, GETNCNT) == 1; });
@@ -150,7 +151,8 @@ TEST(Mq, AnEmptyAndAFullQueue)
     EXPECT_THAT(full.err, HasSubstr("prodctl mq put: the record was not queued\n"));
     EXPECT_EQ(prodctl({"mq", "get", "portal-facebook", "--size=10"}).status, 1) << "it is longer";
     test::Child waiting{[](test::Child &) {
-        _exit(prodctl({"mq", "put", "portal-facebook", "x", "--size=8000", "--wait"}).status);
+        EXPECT_EQ(prodctl({"mq", "put", "portal-facebook", "x", "--size=8000", "--wait"}).status,
+                  0);
     }};
     usleep(300000);
     ASSERT_EQ(mq_get(MQ_PORTAL_SEND_FACEBOOK, record, sizeof(record), 0), 1);
@@ -160,8 +162,7 @@ TEST(Mq, AnEmptyAndAFullQueue)
 TEST(Mq, GetWaits)
 {
     test::Child waiting{[](test::Child &) {
-        const Outcome got = prodctl({"mq", "get", "4712", "--wait"});
-        _exit(got == Outcome{0, "at last\n", ""} ? 0 : 1);
+        EXPECT_EQ(prodctl({"mq", "get", "4712", "--wait"}), (Outcome{0, "at last\n", ""}));
     }};
     usleep(300000);
     EXPECT_EQ(prodctl({"mq", "put", "4712", "at last"}).status, 0);

@@ -6,9 +6,9 @@
 #include "prod_common_check.h"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
-using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
@@ -19,22 +19,19 @@ namespace
 
 constexpr const char *kFile = "/cfg/database/default.db";
 
-class Lan : public testing::Test
+class Lan : public test::Fresh
 {
   protected:
     void SetUp() override
     {
         test::remove_all(kFile);
-        ASSERT_NE(RestoreValue(), 0);
-        for (const auto &[key, value] : {std::pair{"lan.ip", "192.168.0.1"},
-                                         {"lan.mask", "255.255.255.0"},
-                                         {"dhcps.en", "0"},
-                                         {"dhcps.Staticnum", "0"},
-                                         {"wans.flag", "1"},
-                                         {"wan1.dmzip", "192.168.0.1"},
-                                         {"wan1.dmzen", "1"}}) {
-            ASSERT_EQ(SetValue(key, value), 1);
-        }
+        test::store({{"lan.ip", "192.168.0.1"},
+                     {"lan.mask", "255.255.255.0"},
+                     {"dhcps.en", "0"},
+                     {"dhcps.Staticnum", "0"},
+                     {"wans.flag", "1"},
+                     {"wan1.dmzip", "192.168.0.1"},
+                     {"wan1.dmzen", "1"}});
         ASSERT_NE(CommitCfm(), 0);
         test::run(
             "ip link del br0 2>/dev/null; ip link add br0 type bridge; ip link set br0 up;"

@@ -5,13 +5,14 @@
 #include "platform/cfm.h"
 #include "support/files.hpp"
 #include "support/mesh_roles.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
 using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
-using test::Words;
+using test::stored;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -21,20 +22,12 @@ namespace
 constexpr char kPersistent[] = "/cfg/cfm.cfg";
 constexpr char kBoard[] = "/etc/board.json";
 
-std::string stored(const std::string &key)
-{
-    char value[CFM_VALUE_SIZE] = "(absent)";
-    GetValue(key.c_str(), value);
-    return value;
-}
-
 /** A store without any setting of a role, on a board that has left the factory. */
 class Mesh : public testing::Test
 {
   protected:
     Mesh()
     {
-        test::write_text(kBoard, R"({"factory": {"QX_ATE_SN": "SN1", "QX_FINISH_TSTFLAG": "1"}})");
         for (const auto &settings : {test::controller_settings(), test::agent_settings(),
                                      test::temp_controller_settings(), test::default_settings()}) {
             for (const auto &[key, value] : settings) {
@@ -43,10 +36,10 @@ class Mesh : public testing::Test
         }
         UnSetValue("serial.number");
     }
-    ~Mesh() override { test::write_text(kBoard, board_); }
 
   private:
-    std::string board_ = test::read_text(kBoard);
+    const test::FileHolds board_{kBoard,
+                                 R"({"factory": {"QX_ATE_SN": "SN1", "QX_FINISH_TSTFLAG": "1"}})"};
 };
 
 TEST_F(Mesh, ShowWithoutARole)

@@ -2,18 +2,17 @@
 // The groups system, led, check and str.
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <thread>
 
 #include "platform/cfm.h"
-#include "prod_common_debug.h"
 #include "prod_common_system.h"
 #include "prod_common_time.h"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/sockets.hpp"
 #include "tool.hpp"
 
 using test::answer;
@@ -28,18 +27,10 @@ using testing::StartsWith;
 namespace
 {
 
-class System : public testing::Test
-{
-  protected:
-    void SetUp() override
-    {
-        memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
-        ASSERT_NE(RestoreValue(), 0);
-    }
-};
-using Led = System;
-using Check = System;
-using Str = System;
+using System = test::Fresh;
+using Led = test::Fresh;
+using Check = test::Fresh;
+using Str = test::Fresh;
 
 // ---- modes and clocks -------------------------------------------------------------------------
 
@@ -189,48 +180,27 @@ TEST_F(System, Resolve)
 class OneAnswer
 {
   public:
-    OneAnswer(std::string text, unsigned int length)
+    OneAnswer(const std::string &text, unsigned int length)
+        : daemon_("/tmp/daemon", [this, text, length](int peer) {
+              unsigned int size = 0;
+              char bytes[64] = "";
+              EXPECT_EQ(recv(peer, &size, sizeof(size), MSG_WAITALL), 4);
+              EXPECT_EQ(recv(peer, bytes, size, MSG_WAITALL), static_cast<ssize_t>(size));
+              request_ = bytes;
+              send(peer, &length, sizeof(length), MSG_NOSIGNAL);
+              send(peer, text.data(), text.size(), MSG_NOSIGNAL);
+          })
     {
-        server_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        strcpy(address.sun_path, "/tmp/daemon");
-        unlink(address.sun_path);
-        EXPECT_EQ(bind(server_, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(server_, 1), 0);
-        thread_ = std::thread{[this, text = std::move(text), length] {
-            const int peer = accept(server_, nullptr, nullptr);
-            unsigned int size = 0;
-            char bytes[64] = "";
-            EXPECT_EQ(recv(peer, &size, sizeof(size), MSG_WAITALL), 4);
-            EXPECT_EQ(recv(peer, bytes, size, MSG_WAITALL), static_cast<ssize_t>(size));
-            request_ = bytes;
-            send(peer, &length, sizeof(length), MSG_NOSIGNAL);
-            send(peer, text.data(), text.size(), MSG_NOSIGNAL);
-            close(peer);
-        }};
-    }
-    ~OneAnswer()
-    {
-        join();
-        close(server_);
     }
     std::string request()
     {
-        join();
+        daemon_.join();
         return request_;
     }
 
   private:
-    void join()
-    {
-        if (thread_.joinable()) {
-            thread_.join();
-        }
-    }
-    int server_;
-    std::thread thread_;
     std::string request_;
+    test::Daemon daemon_;
 };
 
 TEST_F(System, Request)

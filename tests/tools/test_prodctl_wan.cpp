@@ -11,6 +11,7 @@
 #include "support/capture.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
+#include "support/store.hpp"
 #include "tool.hpp"
 
 using test::answer;
@@ -29,7 +30,7 @@ using testing::Not;
 namespace
 {
 
-class Wan : public testing::Test
+class Wan : public test::Fresh
 {
   protected:
     /** For the commands that follow, the machine has been up for hours, however new it is. */
@@ -46,20 +47,16 @@ class Wan : public testing::Test
 
     void SetUp() override
     {
-        memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
-        ASSERT_NE(RestoreValue(), 0);
-        for (const auto &[key, value] : {std::pair{"sys.mode", "3"},
-                                         {"sys.ports", "43210"},
-                                         {"wans.flag", "2"},
-                                         {"wan1.connecttype", "0"},
-                                         {"wan2.connecttype", "1"},
-                                         {"port.1.ifname", "eth1"},
-                                         {"port.2.ifname", "eth2"},
-                                         {"port.3.ifname", "eth3"},
-                                         {"port.4.ifname", "eth4"},
-                                         {"port.5.ifname", "eth5"}}) {
-            ASSERT_EQ(SetValue(key, value), 1);
-        }
+        test::store({{"sys.mode", "3"},
+                     {"sys.ports", "43210"},
+                     {"wans.flag", "2"},
+                     {"wan1.connecttype", "0"},
+                     {"wan2.connecttype", "1"},
+                     {"port.1.ifname", "eth1"},
+                     {"port.2.ifname", "eth2"},
+                     {"port.3.ifname", "eth3"},
+                     {"port.4.ifname", "eth4"},
+                     {"port.5.ifname", "eth5"}});
         test::write_text("/etc/lan_wan_port",
                          "wan1 4 vlan2\nwan2 3 vlan3\nlan3 2 vlan1\nlan2 1 vlan1\n");
         for (const char *const path :

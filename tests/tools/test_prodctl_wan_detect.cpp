@@ -11,7 +11,6 @@ using test::answer;
 using test::Outcome;
 using test::prodctl;
 using test::refuses;
-using test::Words;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -19,7 +18,7 @@ using testing::Not;
 namespace
 {
 
-class Detect : public testing::Test
+class Detect : public test::Fresh
 {
   protected:
     static void SetUpTestSuite()
@@ -30,7 +29,6 @@ class Detect : public testing::Test
 
     void SetUp() override
     {
-        ASSERT_NE(RestoreValue(), 0);
         probe("pppoe", "exit 1");
         probe("dhcp", "exit 1");
     }
@@ -38,9 +36,7 @@ class Detect : public testing::Test
     /** What a probe program does. */
     static void probe(const std::string &which, const std::string &script)
     {
-        const std::string path = "/tmp/probes/discovery-" + which;
-        test::write_text(path, "#!/bin/sh\n" + script + "\n");
-        test::run("chmod +x %s", path.c_str());
+        test::write_script("/tmp/probes/discovery-" + which, script + "\n");
     }
 };
 

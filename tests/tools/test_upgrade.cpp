@@ -20,6 +20,7 @@ using test::Outcome;
 using test::read_text;
 using test::sealed;
 using test::Words;
+using test::write_script;
 using test::write_text;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -38,11 +39,9 @@ class Upgrade : public testing::Test
   protected:
     void SetUp() override
     {
-        write_text("/etc/board.json", R"({"model": "virtual-router",
-            "firmware": {"partition": "/tmp/flash", "size": 1000000}})");
-        write_text("/tmp/bin/reboot", std::string{"#!/bin/sh\ncp "} + kFlash + " " + kRebooted +
-                                          "\nexit ${REBOOT_STATUS:-0}\n");
-        chmod("/tmp/bin/reboot", 0755);
+        write_text("/etc/board.json", test::kBoardWithFlash);
+        write_script("/tmp/bin/reboot", std::string{"cp "} + kFlash + " " + kRebooted +
+                                            "\nexit ${REBOOT_STATUS:-0}\n");
         test::remove_all(kRebooted);
         write_text(kFlash, old_);
         write_text(kImage, image_);
@@ -313,7 +312,7 @@ TEST_F(Upgrade, KilledAtEachStep)
 
 TEST_F(Upgrade, ADeviceThatDoesNotRestart)
 {
-    write_text("/tmp/bin/reboot", "#!/bin/sh\nexit 1\n");
+    write_script("/tmp/bin/reboot", "exit 1\n");
     Outcome outcome = upgrade(kOrdinary);
     EXPECT_EQ(outcome.status, 4);
     EXPECT_EQ(outcome.err, "upgrade: the image is written, but the device does not restart\n");
@@ -322,8 +321,7 @@ TEST_F(Upgrade, ADeviceThatDoesNotRestart)
 
 TEST_F(Upgrade, SignalsDoNotCutItShort)
 {
-    write_text("/tmp/bin/reboot",
-               "#!/bin/sh\nfor s in HUP INT QUIT TERM PIPE; do kill -$s $PPID; done\n");
+    write_script("/tmp/bin/reboot", "for s in HUP INT QUIT TERM PIPE; do kill -$s $PPID; done\n");
     EXPECT_EQ(upgrade(kOrdinary).status, 0);
     EXPECT_EQ(read_text(kFlash), image_);
 }

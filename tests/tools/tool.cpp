@@ -5,11 +5,14 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
+#include "platform/cfm.h"
+#include "prod_common_debug.h"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
@@ -56,13 +59,6 @@ pid_t start(const Words &words, int in, int out, int err, const std::function<vo
     return child;
 }
 
-int wait_for(pid_t child)
-{
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 /** What appears on the terminal of a program, without carriage returns, and how it ends. */
 std::pair<int, std::string> run_on_a_terminal(const std::function<pid_t(int screen)> &start_there)
 {
@@ -80,7 +76,7 @@ std::pair<int, std::string> run_on_a_terminal(const std::function<pid_t(int scre
     }
     close(terminal);
     std::erase(text, '\r');
-    return {wait_for(child), text};
+    return {status_of(child), text};
 }
 
 Words with_path(const Words &arguments)
@@ -104,7 +100,7 @@ Outcome program(const Words &words, const std::string &input, const std::functio
     const int in = memory(input);
     const int out = memory();
     const int err = memory();
-    const int status = wait_for(start(words, in, out, err, in_child));
+    const int status = status_of(start(words, in, out, err, in_child));
     close(in);
     return {status, content(out), content(err)};
 }
@@ -169,6 +165,21 @@ Words bash_completes(const std::string &script, const std::string &program, cons
     return lines;
 }
 
+void explains_itself(const std::string &program, const std::string &usage, const std::string &page,
+                     const Words &options)
+{
+    const Outcome help = test::program({program, "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    EXPECT_THAT(help.out, testing::StartsWith(usage + "\n"));
+    EXPECT_EQ(test::program({program, "-h"}), help);
+    std::string text = read_text(page);
+    std::erase(text, '\\');
+    for (const std::string &option : options) {
+        EXPECT_THAT(text, testing::HasSubstr(option));
+    }
+}
+
 std::string on_a_terminal(const Words &arguments)
 {
     const int nothing = memory();
@@ -195,31 +206,18 @@ void refuses(const Words &arguments, const std::string &command, const std::stri
               (Outcome{2, "", command + ": " + complaint + "\nTry '" + command + " --help'.\n"}));
 }
 
+Fresh::Fresh()
+{
+    memset(get_dbg_info(), 0, sizeof(prod_dbg_info_t));
+    EXPECT_NE(RestoreValue(), 0);
+}
+
 Json answer(const Outcome &outcome)
 {
     EXPECT_EQ(outcome.out.find('\n') + 1, outcome.out.size()) << outcome;
     Json parsed{cJSON_ParseWithOpts(outcome.out.c_str(), nullptr, 0), cJSON_Delete};
     EXPECT_NE(parsed, nullptr) << outcome;
     return parsed;
-}
-
-FileHolds::FileHolds(std::string path, const std::string &text) : FileHolds(std::move(path))
-{
-    write_text(path_, text);
-}
-
-FileHolds::FileHolds(std::string path)
-    : path_(std::move(path)), before_(read_text(path_)), existed_(exists(path_))
-{
-    remove_all(path_);
-}
-
-FileHolds::~FileHolds()
-{
-    remove_all(path_);
-    if (existed_) {
-        write_text(path_, before_);
-    }
 }
 
 }  // namespace test

@@ -51,6 +51,13 @@ Words lines_of(const std::string &text);
  */
 Words bash_completes(const std::string &script, const std::string &program, const Words &words);
 
+/**
+ * A program tells how it is used, by --help and -h, beginning with that line; its manual page knows
+ * these options.
+ */
+void explains_itself(const std::string &program, const std::string &usage, const std::string &page,
+                     const Words &options);
+
 /** What prodctl shows on a terminal. */
 std::string on_a_terminal(const Words &arguments);
 
@@ -63,25 +70,16 @@ Outcome with_errors_on_a_terminal(const Words &arguments);
  */
 void refuses(const Words &arguments, const std::string &command, const std::string &complaint);
 
+/** A test that finds factory settings and no debug level, whatever others left behind. */
+class Fresh : public testing::Test
+{
+  protected:
+    Fresh();
+};
+
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 
 /** The answer to a command with --json: one line of JSON and nothing else. */
 Json answer(const Outcome &outcome);
-
-/** Puts @p text in place of a file for as long as it lives; without a text there is no file. */
-class FileHolds
-{
-  public:
-    FileHolds(std::string path, const std::string &text);
-    explicit FileHolds(std::string path);
-    ~FileHolds();
-    FileHolds(const FileHolds &) = delete;
-    FileHolds &operator=(const FileHolds &) = delete;
-
-  private:
-    std::string path_;
-    std::string before_;
-    bool existed_;
-};
 
 }  // namespace test

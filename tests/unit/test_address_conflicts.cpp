@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Address ranges that clash, and where a range could go instead.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,6 +15,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/emulation.hpp"
+#include "support/interpose.hpp"
 
 using test::config;
 using test::log_line;
@@ -45,8 +45,7 @@ std::vector<Step> steps;
 extern "C" int ifaddrs_ip_increase(const char *ip, uint32_t step_mask, char *out, int flag)
 {
     steps.push_back({ip, step_mask, flag});
-    static const auto real = reinterpret_cast<int (*)(const char *, uint32_t, char *, int)>(
-        dlsym(RTLD_NEXT, "ifaddrs_ip_increase"));
+    static const auto real = test::next(ifaddrs_ip_increase, "ifaddrs_ip_increase");
     return other_increase ? other_increase(ip, step_mask, out, flag)
                           : real(ip, step_mask, out, flag);
 }

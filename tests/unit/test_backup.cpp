@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The configuration's backup file: how it is made and how it is taken apart.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -17,7 +16,7 @@
 #include "support/capture.hpp"
 #include "support/commands.hpp"
 #include "support/files.hpp"
-#include "support/network.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::exists;
@@ -53,12 +52,6 @@ void happened(const std::string &what)
     }
 }
 
-int passed_on(const char *function, const char *table, const char *argument)
-{
-    using Function = int (*)(const char *, const char *);
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, function))(table, argument);
-}
-
 }  // namespace
 
 extern "C" int db_backup_save(const char *table, const char *file)
@@ -67,7 +60,7 @@ extern "C" int db_backup_save(const char *table, const char *file)
         happened(std::string{"save "} + table + " " + file);
         return 1;
     }
-    return passed_on("db_backup_save", table, file);
+    return test::next(db_backup_save, "db_backup_save")(table, file);
 }
 
 extern "C" int db_backup_load(const char *table, const char *buffer)
@@ -76,7 +69,7 @@ extern "C" int db_backup_load(const char *table, const char *buffer)
         happened(std::string{"load "} + table + " from " + std::string{buffer}.substr(0, 8));
         return 1;
     }
-    return passed_on("db_backup_load", table, buffer);
+    return test::next(db_backup_load, "db_backup_load")(table, buffer);
 }
 
 extern "C" PAV_RET upload_ac_policy(void)
@@ -84,7 +77,7 @@ extern "C" PAV_RET upload_ac_policy(void)
     if (events != nullptr) {
         happened("upload policies");
     }
-    return reinterpret_cast<PAV_RET (*)()>(dlsym(RTLD_NEXT, "upload_ac_policy"))();
+    return test::next(upload_ac_policy, "upload_ac_policy")();
 }
 
 namespace

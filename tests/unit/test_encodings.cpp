@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -14,13 +12,16 @@
 #include "platform/text.h"
 #include "prod_common_debug.h"
 #include "prod_common_string.h"
+#include "support/allocator.hpp"
 #include "support/base64.hpp"
 #include "support/capture.hpp"
+#include "support/interpose.hpp"
 
 using test::log_line;
 using test::printed;
 using test::printed_at;
 using test::Prints;
+using test::taken;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -40,34 +41,12 @@ extern "C" int system_convert_code_format(const char *target, const char *src, c
     if (conversion != nullptr) {
         return conversion(target, src, dst);
     }
-    static const auto real =
-        reinterpret_cast<Convert>(dlsym(RTLD_NEXT, "system_convert_code_format"));
+    static const auto real = test::next(system_convert_code_format, "system_convert_code_format");
     return real(target, src, dst);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
 namespace
 {
-bool memory_is_out = false;
-}
-extern "C" {
-void *__libc_calloc(std::size_t count, std::size_t size);
-void *calloc(std::size_t count, std::size_t size)
-{
-    return memory_is_out ? nullptr : __libc_calloc(count, size);
-}
-}
-#endif
-
-namespace
-{
-
-std::string taken(char *text)
-{
-    const std::unique_ptr<char, decltype(&free)> owner{text, free};
-    return text != nullptr ? text : "(none)";
-}
 
 // "\u4e2d\u6587" in both encodings.
 constexpr const char *kUtf8 = "\xe4\xb8\xad\xe6\x96\x87";
@@ -218,13 +197,13 @@ TEST_F(Chinese, TheCallersBlockIsNoLargerThanStated)
     }
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST_F(Chinese, OutOfMemory)
 {
-    const std::string out = printed([] {
-        memory_is_out = true;
-        EXPECT_EQ(encode_chinese("utf8", "a"), nullptr);
-        memory_is_out = false;
+    const std::string text(1000, 'a');
+    const std::string out = printed([&] {
+        const test::WithoutMemory refused{4002};
+        EXPECT_EQ(encode_chinese("utf8", text.c_str()), nullptr);
     });
     EXPECT_THAT(out, Prints(log_line(PROD_DBG_ERROR, "encode_chinese", "Out of memory.")));
     EXPECT_THAT(targets, IsEmpty());

@@ -2,7 +2,6 @@
 // The IPv6 side of an interface: the kernel's tables, the tool's listing, the resolver file, and an
 // address made of a prefix and a MAC.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -16,6 +15,7 @@
 #include "prod_common_ifaddrs.h"
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::console_line;
@@ -45,8 +45,7 @@ extern "C" FILE *popen(const char *command, const char *mode)
         errno = EMFILE;
         return nullptr;
     }
-    static const auto real =
-        reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "popen"));
+    static const auto real = test::next(popen, "popen");
     if (tool_output) {
         test::write_text("/tmp/listing", *tool_output);
         return real("cat /tmp/listing", mode);

@@ -2,7 +2,6 @@
 // The settings that follow the LAN: records in the real database, keys in the store in memory.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 
 #include "prod_common_check.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/config.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
@@ -723,30 +723,23 @@ TEST_F(LanMove, KilledAnywhereItLeavesWholeRows)
     int cut_short = 0;
     unsigned int random = 1;
     for (int round = 0; round < 80; ++round) {
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t pid = fork();
-        if (pid == 0) {
-            const bool told = write(ready[1], "r", 1) == 1;
-            for (int i = 0; told; ++i) {
-                const bool back = i % 2 != 0;
-                const char *const there = "192.168.1.1";
-                const char *const here = "192.168.0.1";
-                prod_check_change_lanip_handle(back ? here : there, "255.255.255.0",
-                                               back ? there : here, "255.255.255.0");
-            }
-            _exit(1);
+        {
+            test::Child mover{[](test::Child &child) {
+                child.tell();
+                for (int i = 0;; ++i) {
+                    const bool back = i % 2 != 0;
+                    const char *const there = "192.168.1.1";
+                    const char *const here = "192.168.0.1";
+                    prod_check_change_lanip_handle(back ? here : there, "255.255.255.0",
+                                                   back ? there : here, "255.255.255.0");
+                }
+            }};
+            mover.wait_until_told();
+            random = random * 1103515245 + 12345;
+            // Longer and longer, so that a slow machine gets as far, too.
+            usleep((500 + random / 65536 % 6000) *
+                   static_cast<useconds_t>((1 + round / 8) * test::slowdown()));
         }
-        char byte;
-        ASSERT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
-        close(ready[1]);
-        random = random * 1103515245 + 12345;
-        // Longer and longer, so that a slow machine gets as far, too.
-        usleep((500 + random / 65536 % 6000) *
-               static_cast<useconds_t>((1 + round / 8) * test::slowdown()));
-        kill(pid, SIGKILL);
-        ASSERT_EQ(waitpid(pid, nullptr, 0), pid);
         cut_short += test::exists(std::string{kFile} + "-journal") ? 1 : 0;
 
         const Cells moved = pool(id);

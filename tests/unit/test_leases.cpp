@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // DHCP clients, the LAN's own lease, and the neighbours' addresses.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -24,6 +23,7 @@
 #include "support/children.hpp"
 #include "support/commands.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::log_line;
@@ -73,15 +73,9 @@ class Aside
     Aside &operator=(const Aside &) = delete;
 };
 
-template <typename Function>
-Function *next(Function *, const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 // The address sanitizer allocates before its own state is there to be looked at.
 #define AT_ANY_TIME __attribute__((no_sanitize("address")))
 
@@ -123,8 +117,7 @@ int fcntl(int fd, int command, ...)
     va_start(args, command);
     void *const argument = va_arg(args, void *);
     va_end(args);
-    static int (*const real)(int, int, ...) =
-        reinterpret_cast<int (*)(int, int, ...)>(dlsym(RTLD_NEXT, "fcntl64"));
+    static const auto real = test::next(fcntl, "fcntl64");
     if (!kernel.watching || (command != F_GETLK && command != F_SETLKW)) {
         return real(fd, command, argument);
     }
@@ -144,7 +137,7 @@ int fcntl(int fd, int command, ...)
 
 ssize_t read(int fd, void *buffer, std::size_t size)
 {
-    static const auto real = next(read, "read");
+    static const auto real = test::next(read, "read");
     if (kernel.watching && kernel.interruptions > 0) {
         --kernel.interruptions;
         errno = EINTR;
@@ -155,7 +148,7 @@ ssize_t read(int fd, void *buffer, std::size_t size)
 
 off_t lseek(int fd, off_t offset, int whence)
 {
-    static const auto real = next(lseek, "lseek64");
+    static const auto real = test::next(lseek, "lseek64");
     if (kernel.watching && whence == SEEK_SET) {
         const Aside aside;
         kernel.calls.emplace_back("rewind");
@@ -414,7 +407,7 @@ TEST(Leases, ManyClients)
 
 // ---- memory -----------------------------------------------------------------------------------
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 TEST(Leases, TheListIsTheOnlyAllocation)
 {
     std::string leases;

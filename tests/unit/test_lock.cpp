@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/sysinfo.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +23,7 @@
 #include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::log_line;
@@ -49,19 +48,13 @@ bool recording = true;  // not while threads are about
 std::vector<sembuf> operations;
 int lookups;
 
-template <typename Function>
-Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" {
 
 int semop(int id, sembuf *records, std::size_t count) noexcept
 {
-    static const auto next = real<int (*)(int, sembuf *, std::size_t)>("semop");
+    static const auto next = test::next(semop, "semop");
     if (recording) {
         operations.push_back(records[0]);
     }
@@ -75,7 +68,7 @@ int semop(int id, sembuf *records, std::size_t count) noexcept
 
 int semget(key_t key, int count, int flags) noexcept
 {
-    static const auto next = real<int (*)(key_t, int, int)>("semget");
+    static const auto next = test::next(semget, "semget");
     if (recording) {
         ++lookups;
     }
@@ -84,7 +77,7 @@ int semget(key_t key, int count, int flags) noexcept
 
 int semctl(int id, int number, int command, ...) noexcept
 {
-    static const auto next = real<int (*)(int, int, int, ...)>("semctl");
+    static const auto next = test::next(semctl, "semctl");
     va_list args;
     va_start(args, command);
     void *const argument = va_arg(args, void *);
@@ -98,7 +91,7 @@ int semctl(int id, int number, int command, ...) noexcept
 
 int sysinfo(struct sysinfo *info) noexcept
 {
-    static const auto next = real<int (*)(struct sysinfo *)>("sysinfo");
+    static const auto next = test::next(sysinfo, "sysinfo");
     if (!uptime_is_simulated) {
         return next(info);
     }
@@ -143,13 +136,7 @@ int value_of(const std::string &name)
 
 int lines_about(const std::string &name)
 {
-    const std::string registry = test::read_text("/var/run/id.lock");
-    const std::string end = " /var/run/lock." + name + "\n";
-    int count = 0;
-    for (std::size_t at = 0; (at = registry.find(end, at)) != std::string::npos; ++at) {
-        ++count;
-    }
-    return count;
+    return test::occurrences(" /var/run/lock." + name + "\n", test::read_text("/var/run/id.lock"));
 }
 
 /** A process that holds a lock until it is killed. */
@@ -269,7 +256,7 @@ TEST_F(Lock, AHolderThatDiesReleasesIt)
 TEST_F(Lock, AChildDoesNotHaveIt)
 {
     ipc_lock("forked");
-    test::Child{[](test::Child &) { _exit(ipc_lock_nowait("forked")); }}.expect_status(0);
+    test::Child{[](test::Child &) { EXPECT_EQ(ipc_lock_nowait("forked"), 0); }}.expect_status(0);
     EXPECT_EQ(value_of("forked"), 0) << "nor did its end release it";
     ipc_unlock("forked");
 }
@@ -349,9 +336,8 @@ void without_output(const std::function<bool()> &code)
         set_dbg_level("prod", PROD_DBG_DEBUG);
         setvbuf(stdout, nullptr, _IONBF, 0);
         close(STDOUT_FILENO);
-        const bool well = code();
+        EXPECT_TRUE(code());
         set_dbg_level("prod", PROD_DBG_OFF);
-        _exit(well ? 0 : 1);
     }};
     child.expect_status(0);
 }
@@ -411,13 +397,7 @@ TEST_F(Lock, IsTakenAsSoonAsItIsFree)
 TEST_F(Lock, TheRealTimeoutIsInUptime)
 {
     const Holder holder{"real"};
-    timespec before;
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    EXPECT_EQ(ipc_lock_timeout(2, "real"), 0);
-    timespec after;
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    const double passed = static_cast<double>(after.tv_sec - before.tv_sec) +
-                          static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+    const double passed = test::seconds([] { EXPECT_EQ(ipc_lock_timeout(2, "real"), 0); });
     EXPECT_GE(passed, 0.99) << "whole seconds of uptime, the first of which had begun";
     EXPECT_LE(passed, 4.0);
 }
@@ -508,7 +488,7 @@ TEST_F(Lock, ASemaphoreThatIsRemovedIsMadeAnew)
     EXPECT_EQ(lines_about("removed"), 2);
 
     // Under a waiting process too, which takes the new one a second later.
-    test::Child waiting{[](test::Child &) { _exit(ipc_lock("removed") == 1 ? 0 : 1); }};
+    test::Child waiting{[](test::Child &) { EXPECT_EQ(ipc_lock("removed"), 1); }};
     while (semctl(id_of("removed"), 0, GETNCNT) != 1) {
         usleep(10000);
     }
@@ -579,7 +559,6 @@ TEST_F(Lock, ThirtyTwoProcessesNeverOverlap)
         for (int i = 0; i < cycles; ++i) {
             visit(shared, "crowd");
         }
-        return 0;
     });
     EXPECT_EQ(shared->counter, static_cast<long>(kProcesses) * cycles);
     EXPECT_EQ(shared->overlaps, 0);
@@ -613,7 +592,8 @@ TEST_F(Lock, ThreadsOfOneProcessNeverOverlap)
         for (std::thread &thread : threads) {
             thread.join();
         }
-        _exit(counter == kThreads * kCycles && overlaps == 0 ? 0 : 1);
+        EXPECT_EQ(counter, kThreads * kCycles);
+        EXPECT_EQ(overlaps, 0);
     }};
     child.expect_status(0);
 }
@@ -625,16 +605,15 @@ TEST_F(Lock, HoldersKilledAtRandomPointsFreeIt)
     visit(shared, "killed");
     std::minstd_rand random{20260101};
     for (int i = 0; i < kRounds; ++i) {
-        const pid_t victim = fork();
-        if (victim == 0) {
-            recording = false;
-            for (;;) {
-                visit(shared, "killed");
-            }
+        {
+            const test::Child victim{[&](test::Child &) {
+                recording = false;
+                for (;;) {
+                    visit(shared, "killed");
+                }
+            }};
+            usleep(static_cast<useconds_t>(random() % 5000));
         }
-        usleep(static_cast<useconds_t>(random() % 5000));
-        kill(victim, SIGKILL);
-        waitpid(victim, nullptr, 0);
         shared->canary = 0;
         ASSERT_EQ(value_of("killed"), 1) << "round " << i;
     }
@@ -649,10 +628,7 @@ TEST_F(Lock, OfSixtyFourFirstUsersOneCreatesIt)
     for (int round = 0; round < 5; ++round) {
         const std::string name = "first" + std::to_string(round);
         const SharedBlock shared;
-        test::all_at_once(64, [&](int) {
-            visit(shared, name.c_str());
-            return 0;
-        });
+        test::all_at_once(64, [&](int) { visit(shared, name.c_str()); });
         EXPECT_EQ(shared->counter, 64);
         EXPECT_EQ(shared->overlaps, 0);
         EXPECT_EQ(value_of(name), 1);
@@ -712,7 +688,6 @@ TEST_F(FileLock, WaitsForAPartAndLocksTheWhole)
         fcntl(fd, F_SETLKW, &lock);
         child.tell();
         usleep(200000);
-        _exit(0);
     }};
     holder.wait_until_told();
     EXPECT_EQ(fd_wlock(fd_), 1);

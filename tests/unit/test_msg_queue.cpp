@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/ipc.h>
@@ -20,9 +19,10 @@
 #include "support/children.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
-using test::log_line;
+using test::error_line;
 using test::printed;
 using test::Prints;
 using testing::HasSubstr;
@@ -30,26 +30,15 @@ using testing::HasSubstr;
 namespace
 {
 
-[[maybe_unused]] std::size_t refused_size;
 int sends;
 
 }  // namespace
 
 extern "C" {
 
-// An allocation of exactly the size that a test asks for fails.
-// The thread sanitizer calls these before a thread has a state of its own.
-#ifndef __SANITIZE_THREAD__
-void *malloc(std::size_t size)
-{
-    return size != 0 && size == refused_size ? nullptr : test::real_malloc(size);
-}
-#endif
-
 int msgsnd(int id, const void *message, std::size_t size, int flags)
 {
-    static const auto next =
-        reinterpret_cast<int (*)(int, const void *, std::size_t, int)>(dlsym(RTLD_NEXT, "msgsnd"));
+    static const auto next = test::next(msgsnd, "msgsnd");
     ++sends;
     return next(id, message, size, flags);
 }
@@ -61,20 +50,11 @@ namespace
 constexpr mq_id_t kId = 0x8A00;
 constexpr std::size_t kHeader = offsetof(msg_buf_t, data);
 
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
-
 /** A test with the queue kId, which is gone afterwards. */
 class Queue : public testing::Test
 {
   protected:
-    void TearDown() override
-    {
-        refused_size = 0;
-        msgctl(msgget(static_cast<int>(kId), 0), IPC_RMID, nullptr);
-    }
+    void TearDown() override { msgctl(msgget(static_cast<int>(kId), 0), IPC_RMID, nullptr); }
 
     static int kernel_id() { return msgget(static_cast<int>(kId), 0); }
 
@@ -95,12 +75,7 @@ class Queue : public testing::Test
     {
         char start[16];
         snprintf(start, sizeof(start), "0x%08x ", static_cast<unsigned int>(key));
-        const std::string registry = test::read_text("/var/run/id.mq");
-        int count = 0;
-        for (std::size_t at = 0; (at = registry.find(start, at)) != std::string::npos; ++at) {
-            ++count;
-        }
-        return count;
+        return test::occurrences(start, test::read_text("/var/run/id.mq"));
     }
 };
 
@@ -219,7 +194,7 @@ TEST_F(Queue, ALongerRecordStaysQueued)
     EXPECT_EQ(mq_put(kId, "longer than that", 16, 0), 1);
     for (const int block : {0, 1}) {
         EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, 8, block), 0); }),
-                    Prints(error("mq_get", "Failed(7) to msgrcv, Argument list too long.")));
+                    Prints(error_line("mq_get", "Failed(7) to msgrcv, Argument list too long.")));
         EXPECT_STREQ(got, "before");
     }
     char large[16];
@@ -240,42 +215,45 @@ TEST_F(Queue, ArgumentsThatAreNone)
 {
     char byte = 'x';
     for (const int block : {0, 1}) {
-        EXPECT_THAT(
-            printed([=] {
-                EXPECT_EQ(mq_put(kId, nullptr, 1, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", 0, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", -1, block), 0);
-                EXPECT_EQ(mq_put(kId, "x", INT_MIN, block), 0);
-            }),
-            Prints(error("mq_put", "invalid parameters.") + error("mq_put", "invalid parameters.") +
-                   error("mq_put", "invalid parameters.") +
-                   error("mq_put", "invalid parameters.")));
-        EXPECT_THAT(
-            printed([&] {
-                EXPECT_EQ(mq_get(kId, nullptr, 1, block), 0);
-                EXPECT_EQ(mq_get(kId, &byte, 0, block), 0);
-                EXPECT_EQ(mq_get(kId, &byte, -1, block), 0);
-            }),
-            Prints(error("mq_get", "invalid parameters.") + error("mq_get", "invalid parameters.") +
-                   error("mq_get", "invalid parameters.")));
+        EXPECT_THAT(printed([=] {
+                        EXPECT_EQ(mq_put(kId, nullptr, 1, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", 0, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", -1, block), 0);
+                        EXPECT_EQ(mq_put(kId, "x", INT_MIN, block), 0);
+                    }),
+                    Prints(error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.") +
+                           error_line("mq_put", "invalid parameters.")));
+        EXPECT_THAT(printed([&] {
+                        EXPECT_EQ(mq_get(kId, nullptr, 1, block), 0);
+                        EXPECT_EQ(mq_get(kId, &byte, 0, block), 0);
+                        EXPECT_EQ(mq_get(kId, &byte, -1, block), 0);
+                    }),
+                    Prints(error_line("mq_get", "invalid parameters.") +
+                           error_line("mq_get", "invalid parameters.") +
+                           error_line("mq_get", "invalid parameters.")));
     }
     EXPECT_EQ(byte, 'x');
     EXPECT_LT(kernel_id(), 0) << "no queue was made for them";
 }
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 TEST_F(Queue, MemoryIsShort)
 {
     std::string record(5000, 'r');
-    refused_size = record.size() + kHeader;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
-                Prints(error("mq_put", "Out of memory")));
+    const auto without_memory = [&](const std::function<void()> &code) {
+        return printed([&] {
+            const test::WithoutMemory refused{record.size() + kHeader};
+            code();
+        });
+    };
+    EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_put(kId, record.data(), 5000, 1), 0); }),
+                Prints(error_line("mq_put", "Out of memory")));
     EXPECT_EQ(waiting(), 0U);
-    refused_size = 0;
     EXPECT_EQ(mq_put(kId, record.data(), 5000, 0), 1);
-    refused_size = record.size() + kHeader;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
-                Prints(error("mq_get", "Out of memory.")));
+    EXPECT_THAT(without_memory([&] { EXPECT_EQ(mq_get(kId, record.data(), 5000, 1), 0); }),
+                Prints(error_line("mq_get", "Out of memory.")));
     EXPECT_EQ(waiting(), 1U) << "nothing is lost";
 }
 #endif
@@ -283,7 +261,7 @@ TEST_F(Queue, MemoryIsShort)
 TEST_F(Queue, ARecordBeyondTheKernelsLimit)
 {
     const std::string record(8193, 'r');
-    const std::string message = error("mq_put", "Failed(22) to msgsnd, Invalid argument.");
+    const std::string message = error_line("mq_put", "Failed(22) to msgsnd, Invalid argument.");
     for (int i = 0; i < 2; ++i) {  // in a queue that is new, and in one that is known
         EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record.data(), 8193, 1), 0); }),
                     Prints(message));
@@ -300,17 +278,18 @@ TEST_F(Queue, NoQueueIsLeft)
         ASSERT_EQ(msgctl(kernel_id(), IPC_RMID, nullptr), 0);
         test::write_text("/proc/sys/kernel/msgmni", "0\n");
         char byte = 'x';
-        EXPECT_THAT(
-            printed([&] {
-                EXPECT_EQ(by_a_reader ? mq_get(kId, &byte, 1, 1) : mq_put(kId, "x", 1, 1), 0);
-            }),
-            Prints(error("get_or_create_mq", "Failed(28) to create MQ, No space left on device.")));
+        EXPECT_THAT(printed([&] {
+                        EXPECT_EQ(by_a_reader ? mq_get(kId, &byte, 1, 1) : mq_put(kId, "x", 1, 1),
+                                  0);
+                    }),
+                    Prints(error_line("get_or_create_mq",
+                                      "Failed(28) to create MQ, No space left on device.")));
         test::write_text("/proc/sys/kernel/msgmni", "32000\n");
     }
 
     test::write_text("/proc/sys/kernel/msgmni", "0\n");
     const std::string message =
-        error("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
+        error_line("get_or_create_mq", "Failed(28) to create MQ, No space left on device.");
     char byte = 'x';
     EXPECT_THAT(printed([&] {
                     EXPECT_LT(get_or_create_mq(static_cast<int>(kId)), 0);
@@ -326,7 +305,7 @@ TEST_F(Queue, NoQueueIsLeft)
 
 std::string full()
 {
-    return error("mq_put", "Failed(11) to msgsnd, Resource temporarily unavailable.");
+    return error_line("mq_put", "Failed(11) to msgsnd, Resource temporarily unavailable.");
 }
 
 TEST_F(Queue, AFullQueueIsTriedOnceWithoutWaiting)
@@ -363,13 +342,9 @@ TEST_F(Queue, ThreeRealSeconds)
     for (const time_t now = time(nullptr); time(nullptr) == now;) {
         usleep(1000);
     }
-    timespec before;
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
-    timespec after;
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    const double passed = static_cast<double>(after.tv_sec - before.tv_sec) +
-                          static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e9;
+    const double passed = test::seconds([&] {
+        EXPECT_THAT(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 0); }), Prints(full()));
+    });
     EXPECT_GE(passed, 2.9);
     EXPECT_LE(passed, 5.0);
 }
@@ -381,7 +356,7 @@ TEST_F(Queue, APutGoesOnAsSoonAsThereIsRoom)
     test::Child reader{[](test::Child &) {
         char got[1000];
         usleep(250000);
-        _exit(mq_get(kId, got, sizeof(got), 0) == 1 ? 0 : 1);
+        EXPECT_EQ(mq_get(kId, got, sizeof(got), 0), 1);
     }};
     EXPECT_EQ(printed([&] { EXPECT_EQ(mq_put(kId, record, 1000, 1), 1); }), "");
     reader.expect_status(0);
@@ -393,7 +368,7 @@ TEST_F(Queue, AReaderWaitsForARecord)
 {
     test::Child writer{[](test::Child &) {
         usleep(200000);
-        _exit(mq_put(kId, "late", 5, 0) == 1 ? 0 : 1);
+        EXPECT_EQ(mq_put(kId, "late", 5, 0), 1);
     }};
     char got[16] = "";
     EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 1);
@@ -409,7 +384,7 @@ TEST_F(Queue, ASignalEndsTheWait)
     alarm(1);
     char got[16] = "before";
     EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
-                Prints(error("mq_get", "Failed(4) to msgrcv, Interrupted system call.")));
+                Prints(error_line("mq_get", "Failed(4) to msgrcv, Interrupted system call.")));
     EXPECT_STREQ(got, "before");
 }
 
@@ -422,7 +397,7 @@ TEST_F(Queue, AQueueThatIsRemovedEndsTheWait)
     }};
     char got[16] = "";
     EXPECT_THAT(printed([&] { EXPECT_EQ(mq_get(kId, got, sizeof(got), 1), 0); }),
-                Prints(error("mq_get", "Failed(43) to msgrcv, Identifier removed.")));
+                Prints(error_line("mq_get", "Failed(43) to msgrcv, Identifier removed.")));
     remover.expect_status(0);
     EXPECT_EQ(mq_put(kId, "again", 6, 0), 1) << "the next call makes a new one";
     EXPECT_EQ(mq_get(kId, got, sizeof(got), 0), 1);
@@ -501,7 +476,7 @@ TEST_F(Queue, OfSixtyFourFirstUsersOneCreatesIt)
     for (int round = 0; round < 5; ++round) {
         const int before = lines_about(static_cast<int>(kId));
         test::all_at_once(
-            64, [](int number) { return mq_put(kId, &number, sizeof(number), 0) == 1 ? 0 : 1; });
+            64, [](int number) { EXPECT_EQ(mq_put(kId, &number, sizeof(number), 0), 1); });
         EXPECT_EQ(waiting(), 64U);
         EXPECT_EQ(lines_about(static_cast<int>(kId)), before + 1);
         msgctl(kernel_id(), IPC_RMID, nullptr);
@@ -535,7 +510,7 @@ struct Tally {
     std::atomic<int> out_of_order;
 };
 
-int write_all(int writer)
+void write_all(int writer)
 {
     const int count = test::repetitions(kEach);
     for (int i = 0; i < count;) {
@@ -543,20 +518,17 @@ int write_all(int writer)
         // A loaded machine may leave the queue full for longer than one call waits.
         i += mq_put(kId, &record, sizeof(record), 1);
     }
-    return 0;
 }
 
-int read_all(Tally &tally)
+void read_all(Tally &tally)
 {
     int last[kWriters];
     std::fill_n(last, kWriters, -1);
     for (;;) {
         Stamped record{0, 0};
-        if (mq_get(kId, &record, sizeof(record), 1) != 1) {
-            return 1;
-        }
+        ASSERT_EQ(mq_get(kId, &record, sizeof(record), 1), 1);
         if (record.writer < 0) {
-            return 0;
+            return;
         }
         if (!record.whole() || record.writer >= kWriters || record.number >= kEach) {
             ++tally.torn;
@@ -574,8 +546,7 @@ TEST_F(Queue, AMillionRecordsFromEightWritersToFourReaders)
         mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     std::vector<std::unique_ptr<test::Child>> readers;
     for (int i = 0; i < kReaders; ++i) {
-        readers.push_back(
-            std::make_unique<test::Child>([=](test::Child &) { _exit(read_all(*tally)); }));
+        readers.push_back(std::make_unique<test::Child>([=](test::Child &) { read_all(*tally); }));
     }
     test::all_at_once(kWriters, write_all);
     for (int i = 0; i < kReaders; ++i) {

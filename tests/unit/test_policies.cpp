@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The access-controller policies: the database, its tables, and the files that their rows travel
 // in.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -17,15 +16,19 @@
 #include <vector>
 
 #include "prod_common_cfm.h"
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
 #include "support/commands.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/sql.hpp"
 
 using test::exists;
 using test::literally;
 using test::printed;
 using test::Prints;
 using test::read_text;
+using test::Rows;
 using test::write_text;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -50,8 +53,7 @@ extern "C" int sqlite3_exec(sqlite3 *database, const char *sql,
                             int (*callback)(void *, int, char **, char **), void *argument,
                             char **message)
 {
-    using Function = decltype(&sqlite3_exec);
-    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "sqlite3_exec"));
+    static const auto real = test::next(sqlite3_exec, "sqlite3_exec");
     static int depth = 0;  // SQLite has requests of its own to itself
     if (depth > 0) {
         return real(database, sql, callback, argument, message);
@@ -67,32 +69,6 @@ extern "C" int sqlite3_exec(sqlite3 *database, const char *sql,
     --depth;
     return rc;
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
-
-namespace
-{
-
-std::size_t refused_from = SIZE_MAX;  // allocations of that many bytes and more fail
-
-}  // namespace
-
-extern "C" {
-void *__libc_malloc(std::size_t size);
-void *__libc_realloc(void *block, std::size_t size);
-
-void *malloc(std::size_t size)
-{
-    return size >= refused_from ? nullptr : __libc_malloc(size);
-}
-
-void *realloc(void *block, std::size_t size)
-{
-    return size >= refused_from ? nullptr : __libc_realloc(block, size);
-}
-}
-#endif
 
 namespace
 {
@@ -150,39 +126,9 @@ const std::pair<std::string, std::string> kSchema[] = {
      "lan2_vlanid interger,qvlan_truck_port char(10)"
      ")"}};
 
-using Database = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
-
-Database database(const char *path = kDatabase)
+Rows sql(const std::string &statements, const char *path = kDatabase)
 {
-    sqlite3 *handle = nullptr;
-    EXPECT_EQ(sqlite3_open(path, &handle), SQLITE_OK);
-    return {handle, &sqlite3_close};
-}
-
-void run_sql(const std::string &sql, const char *path = kDatabase)
-{
-    const Database db = database(path);
-    char *message = nullptr;
-    EXPECT_EQ(sqlite3_exec(db.get(), sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
-        << sql << ": " << message;
-    sqlite3_free(message);
-}
-
-/** Rows as texts with "|" between their columns, "NULL" for what is none. */
-Statements rows(const std::string &query, const char *path = kDatabase)
-{
-    const Database db = database(path);
-    Statements result;
-    const auto add = [](void *out, int count, char **values, char **) {
-        std::string row;
-        for (int i = 0; i < count; ++i) {
-            row += (i > 0 ? "|" : "") + std::string{values[i] != nullptr ? values[i] : "NULL"};
-        }
-        static_cast<Statements *>(out)->push_back(row);
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(db.get(), query.c_str(), add, &result, nullptr), SQLITE_OK) << query;
-    return result;
+    return test::sql(path, statements);
 }
 
 /** A reboot policy as SQL values, with that name. */
@@ -222,7 +168,7 @@ class Policies : public testing::Test
     /** A database with its tables and no rows. */
     static void make_database(const char *path = kDatabase)
     {
-        const Database db = database(path);
+        const test::Database db = test::database(path);
         EXPECT_EQ(sqlite_create_policy_table(db.get()), PAV_RET_OK);
     }
 
@@ -253,11 +199,11 @@ class Policies : public testing::Test
 TEST_F(Policies, TheSchemaIsTheOneInTheField)
 {
     make_database();
-    for (const auto &[table, sql] : kSchema) {
-        EXPECT_THAT(rows("select sql from sqlite_master where name='" + table + "'"),
-                    ElementsAre(sql));
+    for (const auto &[table, statement] : kSchema) {
+        EXPECT_THAT(sql("select sql from sqlite_master where name='" + table + "'"),
+                    ElementsAre(statement));
     }
-    EXPECT_THAT(rows("select count(*) from sqlite_master"), ElementsAre("5"));
+    EXPECT_THAT(sql("select count(*) from sqlite_master"), ElementsAre("5"));
 }
 
 TEST_F(Policies, EachCreatesItsTableInAnOrderOfItsOwn)
@@ -270,13 +216,13 @@ TEST_F(Policies, EachCreatesItsTableInAnOrderOfItsOwn)
     Statements wanted;
     for (const auto &[create, place] : kCreators) {
         test::remove_all(kDatabase);
-        const Database db = database();
-        std::string sql = kSchema[place].second;
-        sql.replace(0, sizeof("CREATE TABLE ") - 1, "create table if not exists ");
+        const test::Database db = test::database(kDatabase);
+        std::string statement = kSchema[place].second;
+        statement.replace(0, sizeof("CREATE TABLE ") - 1, "create table if not exists ");
         EXPECT_THAT(statements_of([&] { EXPECT_EQ(create(db.get()), PAV_RET_OK); }),
-                    ElementsAre(sql));
-        EXPECT_THAT(rows("select name from sqlite_master"), ElementsAre(kSchema[place].first));
-        wanted.push_back(sql);
+                    ElementsAre(statement));
+        EXPECT_THAT(sql("select name from sqlite_master"), ElementsAre(kSchema[place].first));
+        wanted.push_back(statement);
     }
     test::remove_all(kDatabase);
     EXPECT_EQ(statements_of([] { make_database(); }), wanted);
@@ -285,9 +231,9 @@ TEST_F(Policies, EachCreatesItsTableInAnOrderOfItsOwn)
 TEST_F(Policies, CreatingTwiceIsNoError)
 {
     make_database();
-    run_sql("insert into reboot_policy values" + reboot_values("night"));
+    sql("insert into reboot_policy values" + reboot_values("night"));
     EXPECT_EQ(printed([] { make_database(); }), "");
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("night"));
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("night"));
 }
 
 TEST_F(Policies, AFailureToCreateIsToldAndOnlyOneFunctionReturnsIt)
@@ -313,7 +259,7 @@ TEST_F(Policies, AFailureToCreateIsToldAndOnlyOneFunctionReturnsIt)
                literally("--Create database failue ,Error code:" + std::to_string(code) +
                          ",Reason:" + reason + "\n");
     };
-    const Database db = database();
+    const test::Database db = test::database(kDatabase);
     std::string all;
     for (const auto &creator : kCreators) {
         const std::string text =
@@ -340,7 +286,7 @@ TEST_F(Policies, ATableThatAlreadyExistsIsNoFailureToOneFunction)
         *message = sqlite3_mprintf("table x already exists");
         return SQLITE_ERROR;
     };
-    const Database db = database();
+    const test::Database db = test::database(kDatabase);
     EXPECT_EQ(
         printed([&] { EXPECT_EQ(sqlite_create_table_wl_deploy_policy(db.get()), PAV_RET_OK); }),
         "");
@@ -419,13 +365,13 @@ TEST_F(Policies, ACallbackOnAFullMediumIsNoFailure)
     EXPECT_EQ(read_text(kReboot), "");
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST_F(Policies, ACallbackWithoutMemory)
 {
-    refused_from = 2048;
-    const int result = call(reboot_policy_callback, {"a"}, {"1"});
-    refused_from = SIZE_MAX;
-    EXPECT_EQ(result, -1);
+    {
+        const test::WithoutMemory refused{2048, SIZE_MAX};
+        EXPECT_EQ(call(reboot_policy_callback, {"a"}, {"1"}), -1);
+    }
     EXPECT_FALSE(exists(kReboot));
 }
 #endif
@@ -433,12 +379,11 @@ TEST_F(Policies, ACallbackWithoutMemory)
 TEST_F(Policies, DownloadWritesEveryRow)
 {
     make_database();
-    run_sql("insert into wl_basic_policy(name,ssid,auth_type) values('w','Bob''s home',NULL)");
-    run_sql("insert into wl_radio_policy(name,channel_24g) values('r',6)");
-    run_sql("insert into reboot_policy values" + reboot_values("night") + "," +
-            reboot_values("noon"));
-    run_sql("insert into wl_deploy_policy values(1,'d',2,3,4,5,6,7,8,9)");
-    run_sql("insert into qvlan_policy values(1,'v',1,10,20,30,40,50,'lan0,lan1')");
+    sql("insert into wl_basic_policy(name,ssid,auth_type) values('w','Bob''s home',NULL)");
+    sql("insert into wl_radio_policy(name,channel_24g) values('r',6)");
+    sql("insert into reboot_policy values" + reboot_values("night") + "," + reboot_values("noon"));
+    sql("insert into wl_deploy_policy values(1,'d',2,3,4,5,6,7,8,9)");
+    sql("insert into qvlan_policy values(1,'v',1,10,20,30,40,50,'lan0,lan1')");
 
     const test::RecordedCommands commands;
     const Statements asked_for =
@@ -468,7 +413,7 @@ TEST_F(Policies, DownloadWritesEveryRow)
 TEST_F(Policies, DownloadOfAnEmptyTableMakesNoFile)
 {
     make_database();
-    run_sql("insert into qvlan_policy(name) values('v')");
+    sql("insert into qvlan_policy(name) values('v')");
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);
     for (const std::string &file : kFiles) {
         EXPECT_EQ(exists(file), file == kVlan) << file;
@@ -478,7 +423,7 @@ TEST_F(Policies, DownloadOfAnEmptyTableMakesNoFile)
 TEST_F(Policies, DownloadAppends)
 {
     make_database();
-    run_sql("insert into reboot_policy values" + reboot_values("night"));
+    sql("insert into reboot_policy values" + reboot_values("night"));
     write_text(kReboot, "old");
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);
     EXPECT_EQ(read_text(kReboot), "old" + reboot_record("night"));
@@ -487,7 +432,7 @@ TEST_F(Policies, DownloadAppends)
 TEST_F(Policies, DownloadTakesTheFactoryTemplateWhenThereIsNoDatabase)
 {
     make_database(kTemplate);
-    run_sql("insert into reboot_policy values" + reboot_values("factory"), kTemplate);
+    sql("insert into reboot_policy values" + reboot_values("factory"), kTemplate);
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);
     EXPECT_EQ(read_text(kReboot), reboot_record("factory"));
     EXPECT_EQ(read_text(kDatabase), read_text(kTemplate));
@@ -505,11 +450,11 @@ TEST_F(Policies, WhatADownloadMadeInVainIsRemoved)
     EXPECT_FALSE(exists(kDatabase));
     write_text(kReboot, reboot_record("night"));
     EXPECT_THAT(upload(), StartsWith("policy database file isn't exist! Create it now.\n"));
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("night"));
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("night"));
 
     // Half a copy gives way to a whole one.
     make_database(kTemplate);
-    run_sql("insert into reboot_policy values" + reboot_values("factory"), kTemplate);
+    sql("insert into reboot_policy values" + reboot_values("factory"), kTemplate);
     test::remove_all(kDatabase);
     test::remove_all(kReboot);
     {
@@ -525,17 +470,17 @@ TEST_F(Policies, WhatADownloadMadeInVainIsRemoved)
     EXPECT_EQ(read_text(kReboot), reboot_record("factory"));
 
     // What was there is never removed.
-    run_sql("drop table qvlan_policy");
+    sql("drop table qvlan_policy");
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("factory"));
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("factory"));
 }
 
 TEST_F(Policies, DownloadStopsAtTheFirstTableThatCannotBeRead)
 {
     make_database();
-    run_sql("insert into wl_basic_policy(name) values('w')");
-    run_sql("insert into qvlan_policy(name) values('v')");
-    run_sql("drop table reboot_policy");
+    sql("insert into wl_basic_policy(name) values('w')");
+    sql("insert into qvlan_policy(name) values('v')");
+    sql("drop table reboot_policy");
     const int before = test::open_descriptors();
     EXPECT_EQ(printed([] { EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR); }), "");
     EXPECT_EQ(test::open_descriptors(), before);
@@ -549,7 +494,7 @@ TEST_F(Policies, DownloadWithoutAFolderOrWithARefusingCallback)
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
     mkdir(kFolder, 0755);
     make_database();
-    run_sql("insert into wl_basic_policy(name) values('w')");
+    sql("insert into wl_basic_policy(name) values('w')");
     mkdir(kWireless, 0755);
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_ERROR);
 }
@@ -680,16 +625,16 @@ TEST_F(Policies, UploadIntoAMissingDatabase)
     const std::string empty = error_line("near \"value\": syntax error", 1);
     EXPECT_THAT(text, Prints("policy database file isn't exist! Create it now\\.\n" + empty +
                              empty + empty + empty));
-    EXPECT_THAT(rows("select * from reboot_policy"),
+    EXPECT_THAT(sql("select * from reboot_policy"),
                 ElementsAre("1|0|night|1|2|300|0|1", "1|0|noon|1|2|300|0|1"));
-    EXPECT_THAT(rows("select count(*) from sqlite_master"), ElementsAre("5"));
+    EXPECT_THAT(sql("select count(*) from sqlite_master"), ElementsAre("5"));
 }
 
 TEST_F(Policies, UploadReplacesWhatIsThere)
 {
     make_database();
-    run_sql("insert into reboot_policy values" + reboot_values("old"));
-    run_sql("insert into qvlan_policy(name) values('old')");
+    sql("insert into reboot_policy values" + reboot_values("old"));
+    sql("insert into qvlan_policy(name) values('old')");
     write_text(kReboot, reboot_record("night"));
     const Statements asked_for = statements_of([] { upload(); });
     ASSERT_EQ(asked_for.size(), 10U);
@@ -697,34 +642,33 @@ TEST_F(Policies, UploadReplacesWhatIsThere)
                 ElementsAre("delete from wl_basic_policy", "delete  from wl_radio_policy",
                             "delete  from reboot_policy", "delete  from wl_deploy_policy",
                             "delete  from qvlan_policy"));
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("night"));
-    EXPECT_THAT(rows("select name from qvlan_policy"), IsEmpty());
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("night"));
+    EXPECT_THAT(sql("select name from qvlan_policy"), IsEmpty());
 }
 
 TEST_F(Policies, WhatWasDownloadedIsUploaded)
 {
     make_database();
-    run_sql(
-        "insert into wl_basic_policy(name,ssid,auth_type,key) "
+    sql("insert into wl_basic_policy(name,ssid,auth_type,key) "
         "values('a','Bob''s',NULL,''),('b','two words','x','it''''s')");
-    run_sql("insert into reboot_policy values" + reboot_values("night"));
+    sql("insert into reboot_policy values" + reboot_values("night"));
     EXPECT_EQ(prod_download_ac_policy(), PAV_RET_OK);
     upload();
-    EXPECT_THAT(rows("select name,ssid,auth_type,key from wl_basic_policy"),
+    EXPECT_THAT(sql("select name,ssid,auth_type,key from wl_basic_policy"),
                 ElementsAre("a|Bob's|(null)|", "b|two|x|it''s"));
-    EXPECT_THAT(rows("select * from reboot_policy"), ElementsAre("1|0|night|1|2|300|0|1"));
+    EXPECT_THAT(sql("select * from reboot_policy"), ElementsAre("1|0|night|1|2|300|0|1"));
 }
 
 TEST_F(Policies, UploadStopsAtATableThatCannotBeEmptied)
 {
     make_database();
-    run_sql("insert into wl_basic_policy(name) values('w')");
-    run_sql("insert into reboot_policy values" + reboot_values("old"));
-    run_sql("drop table wl_radio_policy");
+    sql("insert into wl_basic_policy(name) values('w')");
+    sql("insert into reboot_policy values" + reboot_values("old"));
+    sql("drop table wl_radio_policy");
     write_text(kReboot, reboot_record("night"));
     EXPECT_THAT(upload(), Prints(error_line("no such table: wl_radio_policy", 1)));
-    EXPECT_THAT(rows("select name from wl_basic_policy"), IsEmpty());
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("old"));
+    EXPECT_THAT(sql("select name from wl_basic_policy"), IsEmpty());
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("old"));
 }
 
 TEST_F(Policies, AKindThatCannotBeInsertedHoldsUpNoOther)
@@ -740,8 +684,8 @@ TEST_F(Policies, AKindThatCannotBeInsertedHoldsUpNoOther)
         Prints(error_line("table wl_basic_policy has 26 columns but 1 values were supplied", 1) +
                error_line("table wl_radio_policy has 20 columns but 1 values were supplied", 1) +
                error_line("table qvlan_policy has 9 columns but 1 values were supplied", 1)));
-    EXPECT_THAT(rows("select name from reboot_policy"), ElementsAre("night"));
-    EXPECT_THAT(rows("select name from wl_deploy_policy"), ElementsAre("d"));
+    EXPECT_THAT(sql("select name from reboot_policy"), ElementsAre("night"));
+    EXPECT_THAT(sql("select name from wl_deploy_policy"), ElementsAre("d"));
 }
 
 TEST_F(Policies, UploadWithoutAFolder)
@@ -761,7 +705,7 @@ TEST_F(Policies, MoreRecordsThanAnOrdinaryStatementHolds)
     }
     write_text(kReboot, file);
     upload();
-    EXPECT_THAT(rows("select count(distinct name) from reboot_policy"), ElementsAre("5000"));
+    EXPECT_THAT(sql("select count(distinct name) from reboot_policy"), ElementsAre("5000"));
 }
 
 TEST_F(Policies, AStatementOfAnyLengthIsWhole)
@@ -792,7 +736,7 @@ TEST_F(Policies, AFileThatIsNoDatabase)
 TEST_F(Policies, ADatabaseThatSomebodyHolds)
 {
     make_database();
-    const Database holder = database();
+    const test::Database holder = test::database(kDatabase);
     ASSERT_EQ(sqlite3_exec(holder.get(), "begin exclusive", nullptr, nullptr, nullptr), 0);
     EXPECT_THAT(upload(), Prints(error_line("database is locked", SQLITE_BUSY)));
 }
@@ -801,24 +745,25 @@ TEST_F(Policies, ADatabaseOnAFullMedium)
 {
     const test::MountedFolder small{kFolder, "size=64k"};
     make_database();
-    run_sql("insert into qvlan_policy(name) values('v')");
+    sql("insert into qvlan_policy(name) values('v')");
     small.fill();
     write_text(kReboot, reboot_record("night"));
     EXPECT_THAT(upload(), HasSubstr("upload_ac_policy,"));
-    EXPECT_THAT(rows("pragma integrity_check"), ElementsAre("ok"));
+    EXPECT_THAT(sql("pragma integrity_check"), ElementsAre("ok"));
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST_F(Policies, UploadWithoutMemory)
 {
     make_database();
-    run_sql("insert into reboot_policy values" + reboot_values("old"));
+    sql("insert into reboot_policy values" + reboot_values("old"));
     write_text(kWireless, "wl_policy:a=1");
-    refused_from = 20480;
-    std::string text = upload();
-    refused_from = SIZE_MAX;
-    EXPECT_EQ(text, "malloc failed\n");
-    EXPECT_THAT(rows("select * from reboot_policy"), IsEmpty());
+    const auto upload_without = [](std::size_t size) {
+        const test::WithoutMemory refused{size, SIZE_MAX};
+        return upload();
+    };
+    EXPECT_EQ(upload_without(20480), "malloc failed\n");
+    EXPECT_THAT(sql("select * from reboot_policy"), IsEmpty());
 
     // A statement that cannot grow is as one that cannot be had.
     std::string file;
@@ -826,11 +771,8 @@ TEST_F(Policies, UploadWithoutMemory)
         file += reboot_record("policy");
     }
     write_text(kReboot, file);
-    refused_from = 20481;
-    text = upload();
-    refused_from = SIZE_MAX;
-    EXPECT_THAT(text, EndsWith("malloc failed\n"));
-    EXPECT_THAT(rows("select * from reboot_policy"), IsEmpty());
+    EXPECT_THAT(upload_without(20481), EndsWith("malloc failed\n"));
+    EXPECT_THAT(sql("select * from reboot_policy"), IsEmpty());
 }
 #endif
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_audit_log.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/sysinfo.h>
@@ -20,7 +19,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
-#include "support/wide.hpp"
+#include "support/interpose.hpp"
 
 using test::config;
 using test::log_line;
@@ -42,8 +41,7 @@ extern "C" {
 
 int sysinfo(struct sysinfo *info) noexcept
 {
-    static const auto real =
-        reinterpret_cast<int (*)(struct sysinfo *)>(dlsym(RTLD_NEXT, "sysinfo"));
+    static const auto real = test::next(sysinfo, "sysinfo");
     const int rc = real(info);
     if (up_time >= 0) {
         info->uptime = up_time;
@@ -59,15 +57,13 @@ int gettimeofday(struct timeval *now, void *) noexcept
 
 struct tm *localtime_r(const time_t *when, struct tm *local) noexcept
 {
-    static const auto real = reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(
-        dlsym(RTLD_NEXT, "localtime_r"));
+    static const auto real = test::next(localtime_r, "localtime_r");
     return no_local_time ? nullptr : real(when, local);
 }
 
 int statfs(const char *path, struct statfs *fs) noexcept
 {
-    static const auto real =
-        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, WIDE("statfs")));
+    static const auto real = test::next(statfs, WIDE("statfs"));
     if (path == unknown_folder) {
         errno = EIO;
         return -1;

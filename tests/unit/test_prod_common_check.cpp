@@ -2,16 +2,13 @@
 #include "prod_common_check.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <linux/if_bridge.h>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,8 +24,10 @@
 #include <vector>
 
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 #include "support/time.hpp"
 
@@ -66,7 +65,7 @@ DIR *opendir(const char *name)
         errno = EACCES;
         return nullptr;
     }
-    static const auto real = reinterpret_cast<DIR *(*)(const char *)>(dlsym(RTLD_NEXT, "opendir"));
+    static const auto real = test::next(opendir, "opendir");
     return real(name);
 }
 
@@ -86,47 +85,13 @@ int ioctl(int fd, unsigned long call, ...) noexcept
         errno = EOPNOTSUPP;
         return answer.result;
     }
-    static const auto real =
-        reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
+    static const auto real = test::next(ioctl, "ioctl");
     return real(fd, call, argument);
 }
 }
 
 namespace
 {
-
-/** A process of that name for as long as this lives. */
-class NamedProcess
-{
-  public:
-    explicit NamedProcess(const char *name)
-    {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        child_ = fork();
-        if (child_ == 0) {
-            prctl(PR_SET_NAME, name);
-            close(ready[0]);
-            close(ready[1]);
-            pause();
-            _exit(0);
-        }
-        close(ready[1]);
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 0);  // the child has its name now
-        close(ready[0]);
-    }
-    ~NamedProcess()
-    {
-        kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
-    }
-    NamedProcess(const NamedProcess &) = delete;
-    NamedProcess &operator=(const NamedProcess &) = delete;
-
-  private:
-    pid_t child_;
-};
 
 /* Files */
 
@@ -165,7 +130,7 @@ TEST(ProdCheckAppExist, FindsAProcessByItsExactName)
 {
     EXPECT_EQ(prod_check_app_exist("dhcpcd_wan1"), 0);
     {
-        const NamedProcess daemon{"dhcpcd_wan1"};
+        const test::NamedProcess daemon{"dhcpcd_wan1"};
         const int before = test::open_descriptors();
         EXPECT_EQ(prod_check_app_exist("dhcpcd_wan1"), 1);
         EXPECT_EQ(test::open_descriptors(), before);
@@ -179,25 +144,25 @@ TEST(ProdCheckAppExist, FindsAProcessByItsExactName)
 
 TEST(ProdCheckAppExist, TheKernelKeepsFifteenCharacters)
 {
-    const NamedProcess daemon{"a_long_daemon_name"};
+    const test::NamedProcess daemon{"a_long_daemon_name"};
     EXPECT_EQ(prod_check_app_exist("a_long_daemon_name"), 0);
     EXPECT_EQ(prod_check_app_exist("a_long_daemon_n"), 1);
 }
 
 TEST(ProdCheckAppExist, OddNames)
 {
-    const NamedProcess blank{"my daemon"};
+    const test::NamedProcess blank{"my daemon"};
     EXPECT_EQ(prod_check_app_exist("my daemon"), 1);
-    const NamedProcess open{"a (b) c"};
+    const test::NamedProcess open{"a (b) c"};
     EXPECT_EQ(prod_check_app_exist("a (b"), 1);
     EXPECT_EQ(prod_check_app_exist("a (b) c"), 0);
-    const NamedProcess unnamed{""};
+    const test::NamedProcess unnamed{""};
     EXPECT_EQ(prod_check_app_exist(""), 0);
 }
 
 TEST(ProdCheckAppExist, WithoutProc)
 {
-    const NamedProcess daemon{"dhcpcd_wan1"};
+    const test::NamedProcess daemon{"dhcpcd_wan1"};
     unreadable_folder = "/proc";
     EXPECT_EQ(prod_check_app_exist("dhcpcd_wan1"), 0);
     unreadable_folder.clear();
@@ -401,20 +366,13 @@ TEST_F(Partitions, AMissingFolderGetsASecond)
     }
     // The slow story: the folder comes while the wait lasts.
     const test::MountedFolder one{"/etc/upan/sda1"};
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = test::start([] {
         usleep(300000);
         std::filesystem::create_symlink("/etc", "/var/etc");
-        _exit(0);
-    }
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
-    EXPECT_EQ(find_usb_partitions(out, sizeof(out)), 1);
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    waitpid(child, nullptr, 0);
+    });
+    EXPECT_GE(test::seconds([&] { EXPECT_EQ(find_usb_partitions(out, sizeof(out)), 1); }), 0.99);
+    EXPECT_TRUE(test::ended_well(child));
     EXPECT_STREQ(out, "sda1~");
-    EXPECT_GE((end.tv_sec - start.tv_sec) * 1000 + (end.tv_nsec - start.tv_nsec) / 1000000, 990);
 }
 
 /* Interfaces */

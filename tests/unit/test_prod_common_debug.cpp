@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_debug.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,10 +14,11 @@
 
 #include "ipc/shared_memory.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
-using test::literally;
 using test::log_line;
 using test::printed;
 using test::Prints;
@@ -36,7 +35,7 @@ bool shmdt_fails;
 
 extern "C" int shmdt(const void *address) noexcept
 {
-    static const auto real = reinterpret_cast<int (*)(const void *)>(dlsym(RTLD_NEXT, "shmdt"));
+    static const auto real = test::next(shmdt, "shmdt");
     const int result = real(address);
     if (shmdt_fails) {
         errno = EINVAL;
@@ -223,18 +222,14 @@ TEST_F(Debug, ALevelIsSeenByOtherProcessesAtOnce)
     int done[2];
     ASSERT_EQ(pipe(go), 0);
     ASSERT_EQ(pipe(done), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = test::start([&] {
         close(go[1]);
         char byte;
         while (read(go[0], &byte, 1) == 1) {
             byte = static_cast<char>('0' + get_dbg_level("shared"));
-            if (write(done[1], &byte, 1) != 1) {
-                break;
-            }
+            ASSERT_EQ(write(done[1], &byte, 1), 1);
         }
-        _exit(0);
-    }
+    });
     close(go[0]);
     const auto asked = [&] {
         char byte = 'x';
@@ -248,7 +243,7 @@ TEST_F(Debug, ALevelIsSeenByOtherProcessesAtOnce)
     set_dbg_level("shared", PROD_DBG_DEBUG);
     EXPECT_EQ(asked(), '3');
     close(go[1]);
-    waitpid(child, nullptr, 0);
+    EXPECT_TRUE(test::ended_well(child));
 }
 
 TEST_F(Debug, BadArguments)
@@ -543,14 +538,10 @@ TEST_F(Debug, FunctionTraces)
 std::string printed_before_attaching(const char *what)
 {
     return printed([&] {
-        const pid_t child = fork();
-        if (child == 0) {
+        EXPECT_TRUE(test::in_a_child([=] {
             execl(program_invocation_name, "test", what, nullptr);
-            _exit(127);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+            FAIL() << strerror(errno);
+        }));
     });
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_file.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -14,8 +13,10 @@
 #include <memory>
 #include <optional>
 
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 
 using test::log_line;
 using test::printed;
@@ -33,36 +34,13 @@ bool file_shrinks;  // between the look at its size and the reading
 
 extern "C" std::size_t fread(void *out, std::size_t size, std::size_t count, FILE *stream)
 {
-    static const auto real =
-        reinterpret_cast<std::size_t (*)(void *, std::size_t, std::size_t, FILE *)>(
-            dlsym(RTLD_NEXT, "fread"));
+    static const auto real = test::next(fread, "fread");
     if (file_shrinks) {
         real(out, 1, 2, stream);
         return 0;
     }
     return real(out, size, count, stream);
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
-
-namespace
-{
-
-constexpr std::size_t kNone = SIZE_MAX;
-std::size_t refused_size = kNone;  // an allocation of so many zeroed bytes fails
-
-}  // namespace
-
-extern "C" {
-void *__libc_calloc(std::size_t count, std::size_t size);
-
-void *calloc(std::size_t count, std::size_t size)
-{
-    return count * size == refused_size ? nullptr : __libc_calloc(count, size);
-}
-}
-#endif
 
 namespace
 {
@@ -214,17 +192,18 @@ TEST(GetFileContent, OfAFileThatShrinksTheRestIsZero)
     EXPECT_EQ(read->text, "xx" + std::string(4999, '\0'));
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST(GetFileContent, WithoutMemory)
 {
     write_text(kFile, std::string(70000, 'x'));
     void *data = &data;
     u32 len = 0;
     const int before = test::open_descriptors();
-    refused_size = 70001;
-    EXPECT_THAT(printed([&] { EXPECT_EQ(get_file_content(kFile, &data, &len), 0); }),
+    EXPECT_THAT(printed([&] {
+                    const test::WithoutMemory refused{70001};
+                    EXPECT_EQ(get_file_content(kFile, &data, &len), 0);
+                }),
                 Prints(log_line(PROD_DBG_ERROR, "get_file_content", "Out of memory.")));
-    refused_size = kNone;
     EXPECT_EQ(data, nullptr);
     EXPECT_EQ(len, 70000U);
     EXPECT_EQ(test::open_descriptors(), before);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_flash.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,13 +10,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "platform/debug.h"
 #include "platform/firmware.h"
 #include "platform/process.h"
 #include "prod_common_systool.h"
@@ -25,11 +22,14 @@
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
-#include "support/wide.hpp"
+#include "support/interpose.hpp"
+#include "support/platform_log.hpp"
 
 using test::config;
+using test::error_line;
 using test::exists;
 using test::log_line;
+using test::platform_log;
 using test::printed;
 using test::printed_at;
 using test::Prints;
@@ -53,8 +53,7 @@ struct Checks {
 Checks checks;
 
 std::vector<std::string> backups;  // what was asked of the configuration's backup
-std::vector<std::string> platform_log;
-int failing_mmap;  // errno
+int failing_mmap;                  // errno
 std::vector<std::string> unmapped;
 std::vector<int> closed;
 bool watch_closing;
@@ -116,19 +115,6 @@ char *get_self_pname(void)
     return self.data();
 }
 
-void log_debug_print(const char *function, int line, int level, const char *module,
-                     const char *format, ...)
-{
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(text, sizeof(text), format, args);
-    va_end(args);
-    EXPECT_GT(line, 0);
-    platform_log.push_back(std::string{function} + " " + std::to_string(level) + " " + module +
-                           ": " + text);
-}
-
 // The thread sanitizer maps memory before it is ready for anything else: these two are not watched,
 // and keep nothing.
 #define AT_ANY_TIME __attribute__((no_sanitize("thread")))
@@ -136,8 +122,7 @@ void log_debug_print(const char *function, int line, int level, const char *modu
 AT_ANY_TIME void *mmap(void *start, size_t size, int protection, int flags, int fd,
                        off_t offset) noexcept
 {
-    const auto real = reinterpret_cast<void *(*)(void *, size_t, int, int, int, off_t)>(
-        dlsym(RTLD_NEXT, WIDE("mmap")));
+    const auto real = test::next(mmap, WIDE("mmap"));
     if (failing_mmap != 0 && fd >= 0) {
         EXPECT_EQ(protection, PROT_READ);
         EXPECT_EQ(flags, MAP_SHARED);
@@ -150,7 +135,7 @@ AT_ANY_TIME void *mmap(void *start, size_t size, int protection, int flags, int 
 
 AT_ANY_TIME int munmap(void *start, size_t size) noexcept
 {
-    const auto real = reinterpret_cast<int (*)(void *, size_t)>(dlsym(RTLD_NEXT, "munmap"));
+    const auto real = test::next(munmap, "munmap");
     if (watch_closing) {
         unmapped.push_back((start == MAP_FAILED ? "failed " : "") + std::to_string(size));
     }
@@ -160,9 +145,7 @@ AT_ANY_TIME int munmap(void *start, size_t size) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *argument) noexcept
 {
-    static const auto real =
-        reinterpret_cast<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>(
-            dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto real = test::next(pthread_create, "pthread_create");
     if (thread_fails) {
         return EAGAIN;
     }
@@ -184,7 +167,7 @@ class Flash : public testing::Test
     Flash()
     {
         checks = {};
-        platform_log.clear();
+        platform_log().clear();
         failing_mmap = 0;
         unmapped.clear();
         watch_closing = false;
@@ -212,11 +195,6 @@ std::string traces(const std::string &function, bool leaves = true)
 {
     return log_line(PROD_DBG_TRACE, function, "ENTER >>> " + function) +
            (leaves ? log_line(PROD_DBG_TRACE, function, "LEAVE <<< " + function) : "");
-}
-
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
 }
 
 // ---- checks -----------------------------------------------------------------------------------
@@ -283,7 +261,7 @@ TEST_F(Flash, TypeAndChecksumWithoutAnImage)
             PROD_DBG_TRACE,
             [&] { EXPECT_EQ(flash_check_fw_type_and_crc(nullptr, &type, 3), FW_UPLOAD_ERROR); }),
         Prints(traces("flash_check_fw_type_and_crc", false) +
-               error("flash_check_fw_type_and_crc", "arg is null.")));
+               error_line("flash_check_fw_type_and_crc", "arg is null.")));
     EXPECT_EQ(type, 77);
     EXPECT_THAT(checks.asked, IsEmpty());
 }
@@ -345,7 +323,8 @@ TEST_F(Flash, RejectedFiles)
                 printed_at(
                     PROD_DBG_TRACE,
                     [&] { EXPECT_EQ(flash_check_fw("/tmp/image", kCase.type), kCase.result); }),
-                Prints(traces("flash_check_fw", false) + error("flash_check_fw", kCase.message)));
+                Prints(traces("flash_check_fw", false) +
+                       error_line("flash_check_fw", kCase.message)));
             EXPECT_EQ(checks.asked, kCase.asked);
             EXPECT_EQ(exists("/tmp/image"), marker && kCase.kept_with_marker);
             EXPECT_EQ(exists(PROD_FW_KEEP_MARKER), marker);
@@ -374,7 +353,7 @@ TEST_F(Flash, UploadOfAGoodImage)
     EXPECT_EQ(g_fw_type, 2);
     EXPECT_THAT(checks.asked, ElementsAre("type buffer", "crc 2 buffer", "valid 2 /var/image",
                                           "mtd 2 /var/image"));
-    EXPECT_THAT(platform_log,
+    EXPECT_THAT(platform_log(),
                 ElementsAre("prod_systool_simple_upload 0 common_so: function entry!",
                             "prod_systool_simple_upload 0 common_so: function exit!"));
     EXPECT_EQ(read_text(PROD_FW_IMAGE), "image");
@@ -390,15 +369,15 @@ TEST_F(Flash, UploadOfABadImage)
         bool deleted;
     } kCases[] = {
         {{2, -1, 0, 0, {}}, -2, "", false},
-        {{4, 0, 0, 0, {}}, -1, error("flash_check_fw", "fw type is not support:4."), true},
-        {{-1, 0, 0, 0, {}}, -1, error("flash_check_fw", "fw type is not support:-1."), true},
-        {{2, 0, -1, 0, {}}, -1, error("flash_check_fw", "check_fw_valid fail"), true},
-        {{2, 0, 0, -1, {}}, -3, error("flash_check_fw", "check_mtd_size faild."), true},
+        {{4, 0, 0, 0, {}}, -1, error_line("flash_check_fw", "fw type is not support:4."), true},
+        {{-1, 0, 0, 0, {}}, -1, error_line("flash_check_fw", "fw type is not support:-1."), true},
+        {{2, 0, -1, 0, {}}, -1, error_line("flash_check_fw", "check_fw_valid fail"), true},
+        {{2, 0, 0, -1, {}}, -3, error_line("flash_check_fw", "check_mtd_size faild."), true},
     };
     for (const auto &kCase : kCases) {
         SCOPED_TRACE(kCase.said);
         checks = kCase.answers;
-        platform_log.clear();
+        platform_log().clear();
         write_text(PROD_FW_IMAGE, "image");
         EXPECT_THAT(
             printed_at(PROD_DBG_DEBUG,
@@ -408,7 +387,7 @@ TEST_F(Flash, UploadOfABadImage)
                                              std::to_string(kCase.result) + ".")));
         EXPECT_EQ(g_fw_type, kCase.answers.type);
         EXPECT_EQ(exists(PROD_FW_IMAGE), !kCase.deleted);
-        EXPECT_THAT(platform_log,
+        EXPECT_THAT(platform_log(),
                     ElementsAre("prod_systool_simple_upload 0 common_so: function entry!"));
     }
 }
@@ -418,7 +397,7 @@ TEST_F(Flash, UploadOfNothing)
     g_fw_type = 77;
     EXPECT_THAT(
         printed_at(PROD_DBG_ERROR, [] { EXPECT_EQ(prod_systool_simple_upload(nullptr, 6), -4); }),
-        Prints(error("flash_check_fw_type_and_crc", "arg is null.")));
+        Prints(error_line("flash_check_fw_type_and_crc", "arg is null.")));
     EXPECT_EQ(g_fw_type, 77);
     EXPECT_TRUE(exists(PROD_FW_IMAGE));
 }
@@ -440,7 +419,7 @@ TEST_F(Flash, FileOperations)
             printed([&] {
                 EXPECT_EQ(systool_file_handle(static_cast<FILE_OPERATE_ENUM>(type), image, 6), -1);
             }),
-            Prints(error("systool_file_handle", "invalid type:" + std::to_string(type))));
+            Prints(error_line("systool_file_handle", "invalid type:" + std::to_string(type))));
     }
 }
 
@@ -451,7 +430,7 @@ constexpr const char *kUpgrade = "prod_upgrade_image_to_flash";
 /** A failure of the upgrade with any errno, where no call has set a particular one. */
 std::string failure(const std::string &what)
 {
-    const std::string line = error(kUpgrade, "@");
+    const std::string line = error_line(kUpgrade, "@");
     const std::size_t at = line.find('@');
     return line.substr(0, at) + "Failed\\([0-9]+\\) to " + test::literally(what) + ", [^\n]*\\." +
            line.substr(at + 1);
@@ -509,8 +488,8 @@ void refused(const std::string &expected)
 TEST_F(Flash, UpgradeWithoutAnImage)
 {
     test::remove_all(PROD_FW_IMAGE);
-    refused(
-        error(kUpgrade, "Failed(2) to Failed to stat /var/image: , No such file or directory."));
+    refused(error_line(kUpgrade,
+                       "Failed(2) to Failed to stat /var/image: , No such file or directory."));
     EXPECT_THAT(checks.asked, IsEmpty());
 }
 
@@ -549,8 +528,8 @@ TEST_F(Flash, UpgradeFromAFolder)
     // Opened, since a folder can be, but not mapped.
     struct stat status;
     ASSERT_EQ(stat(PROD_FW_IMAGE, &status), 0);
-    refused(error(kUpgrade, "Failed(19) to Failed to mmap fw(len:" +
-                                std::to_string(status.st_size) + "):, No such device."));
+    refused(error_line(kUpgrade, "Failed(19) to Failed to mmap fw(len:" +
+                                     std::to_string(status.st_size) + "):, No such device."));
     test::remove_all(PROD_FW_IMAGE);
 }
 
@@ -589,7 +568,8 @@ TEST_F(Flash, UpgradeWithoutAMapping)
 {
     failing_mmap = ENOMEM;
     watch_closing = true;
-    refused(error(kUpgrade, "Failed(12) to Failed to mmap fw(len:5):, Cannot allocate memory."));
+    refused(
+        error_line(kUpgrade, "Failed(12) to Failed to mmap fw(len:5):, Cannot allocate memory."));
     watch_closing = false;
     EXPECT_THAT(unmapped, testing::Contains("failed 5"));
     EXPECT_THAT(checks.asked, IsEmpty());
@@ -628,7 +608,7 @@ TEST_F(Flash, UpgradeFromARejectedImage)
             checks.valid = kCase.valid;
             checks.mtd = kCase.mtd;
             write_text(PROD_FW_IMAGE, "image");
-            refused(error("flash_check_fw", kCase.reason) +
+            refused(error_line("flash_check_fw", kCase.reason) +
                     failure("Failed to check fw: " + std::to_string(kCase.result) + "\n"));
             EXPECT_EQ(exists(PROD_FW_IMAGE), marker && kCase.kept_with_marker);
         }
@@ -655,10 +635,11 @@ TEST_F(Flash, AWriterThatCannotBeStarted)
 {
     thread_fails = true;
     const RecordedCommands commands;
-    EXPECT_THAT(printed([] { prod_systool_call_writeImage(); }),
-                Prints(error("prod_systool_call_writeImage",
-                             "Failed(11) to start the writer of the image, Resource temporarily "
-                             "unavailable.")));
+    EXPECT_THAT(
+        printed([] { prod_systool_call_writeImage(); }),
+        Prints(error_line("prod_systool_call_writeImage",
+                          "Failed(11) to start the writer of the image, Resource temporarily "
+                          "unavailable.")));
     EXPECT_THAT(commands.all(), IsEmpty());
 }
 
@@ -808,7 +789,7 @@ TEST_F(Flash, AnInitiatorThatIsNone)
         const RecordedCommands commands;
         const auto initiator = static_cast<SYSTEM_UPGRADE_TYPE_ENUM>(type);
         const std::string said =
-            error("kill_other_upgrade_process", "invalid type:" + std::to_string(type));
+            error_line("kill_other_upgrade_process", "invalid type:" + std::to_string(type));
         EXPECT_THAT(printed([&] { kill_other_upgrade_process(initiator); }), Prints(said));
         EXPECT_THAT(commands.all(), IsEmpty());
         EXPECT_THAT(printed([&] { prod_upgrade_kill_public_process(initiator); }), Prints(said));

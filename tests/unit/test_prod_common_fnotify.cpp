@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // Watches last for a process's life, so each test that counts them runs in a child of its own.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -22,8 +21,10 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
+using test::error_line;
 using test::log_line;
 using test::printed;
 using test::Prints;
@@ -36,7 +37,6 @@ namespace
 
 // ---- the C library under a test's control -----------------------------------------------------
 
-[[maybe_unused]] std::size_t refused_size;
 int init_errno;
 int create_error;
 std::atomic<int> notify_fd{-1};
@@ -49,28 +49,13 @@ void (*after_watch)();
 /** What reads of the inotify descriptor give before the real ones: an errno. */
 std::atomic<int> read_errno;
 
-template <typename Function>
-Function real(const char *name)
-{
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" {
 
-// The thread sanitizer calls these before a thread has a state of its own.
-#ifndef __SANITIZE_THREAD__
-void *calloc(std::size_t count, std::size_t size)
-{
-    const std::size_t wanted = count * size;
-    return wanted != 0 && wanted == refused_size ? nullptr : test::real_calloc(count, size);
-}
-#endif
-
 int inotify_init1(int flags) noexcept
 {
-    static const auto next = real<int (*)(int)>("inotify_init1");
+    static const auto next = test::next(inotify_init1, "inotify_init1");
     if (init_errno != 0) {
         errno = init_errno;
         return -1;
@@ -81,7 +66,7 @@ int inotify_init1(int flags) noexcept
 
 int inotify_add_watch(int fd, const char *path, std::uint32_t mask) noexcept
 {
-    static const auto next = real<int (*)(int, const char *, std::uint32_t)>("inotify_add_watch");
+    static const auto next = test::next(inotify_add_watch, "inotify_add_watch");
     last_mask = mask;
     const int wd = next(fd, path, mask);
     if (after_watch != nullptr) {
@@ -93,15 +78,13 @@ int inotify_add_watch(int fd, const char *path, std::uint32_t mask) noexcept
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *args) noexcept
 {
-    static const auto next =
-        real<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>(
-            "pthread_create");
+    static const auto next = test::next(pthread_create, "pthread_create");
     return create_error != 0 ? create_error : next(thread, attributes, body, args);
 }
 
 ssize_t read(int fd, void *buffer, std::size_t size)
 {
-    static const auto next = real<ssize_t (*)(int, void *, std::size_t)>("read");
+    static const auto next = test::next(read, "read");
     if (fd != notify_fd) {
         return next(fd, buffer, size);
     }
@@ -155,7 +138,7 @@ std::vector<Change> seen(std::size_t at_least)
     return changes;
 }
 
-/** All changes before one that this makes, with that one at the end. */
+/** All changes before one that this makes, which is among them the next time. */
 std::vector<Change> seen_until_now()
 {
     static int count;
@@ -182,17 +165,12 @@ class Notify : public testing::Test
 };
 
 /** A test whose body runs in a process that has watched nothing yet. */
-#define FRESH_TEST(name)                                \
-    void name##_body();                                 \
-    TEST_F(Notify, name)                                \
-    {                                                   \
-        test::Child child{[](test::Child &) {           \
-            name##_body();                              \
-            fflush(nullptr);                            \
-            _exit(testing::Test::HasFailure() ? 1 : 0); \
-        }};                                             \
-        child.expect_status(0);                         \
-    }                                                   \
+#define FRESH_TEST(name)                            \
+    void name##_body();                             \
+    TEST_F(Notify, name)                            \
+    {                                               \
+        EXPECT_TRUE(test::in_a_child(name##_body)); \
+    }                                               \
     void name##_body()
 
 // ---- what is told -----------------------------------------------------------------------------
@@ -230,10 +208,11 @@ FRESH_TEST(ADeletedFileIsToldAtLeastOnce)
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched/file", record), 1);
     unlink("/tmp/watched/file");
-    EXPECT_THAT(seen(1), testing::Each(Change{"/tmp/watched/file", ""}));
+    seen(1);
+    const std::vector<Change> told = seen_until_now();
+    EXPECT_THAT(told, testing::Each(Change{"/tmp/watched/file", ""}));
     test::write_text("/tmp/watched/file", "again");
-    EXPECT_THAT(seen_until_now(), testing::Each(Change{"/tmp/watched/file", ""}))
-        << "the new file is not watched";
+    EXPECT_EQ(seen_until_now().size(), told.size() + 1) << "the new file is not watched";
 }
 
 FRESH_TEST(ReadingAndAttributesAreNotTold)
@@ -386,20 +365,15 @@ FRESH_TEST(TheFirstEventOfANewWatchFindsItsRecord)
 
 // ---- failures ---------------------------------------------------------------------------------
 
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
-
 FRESH_TEST(APathThatCannotBeWatched)
 {
     EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/absent", record), 0); }),
-                Prints(error("fnotify_listen",
-                             "Failed(2) to inotify_add_watch /tmp/absent, No such "
-                             "file or directory.")));
-    EXPECT_THAT(
-        printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
-        Prints(error("fnotify_listen", "Failed(14) to inotify_add_watch (null), Bad address.")));
+                Prints(error_line("fnotify_listen",
+                                  "Failed(2) to inotify_add_watch /tmp/absent, No such "
+                                  "file or directory.")));
+    EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen(nullptr, record), 0); }),
+                Prints(error_line("fnotify_listen",
+                                  "Failed(14) to inotify_add_watch (null), Bad address.")));
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1) << "the next one can";
 }
 
@@ -409,8 +383,8 @@ FRESH_TEST(NoInstanceIsLeft)
     const int before = test::open_descriptors();
     for (int i = 0; i < 2; ++i) {
         EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
-                    Prints(error("fnotify_initialize",
-                                 "Failed(24) to inotify_init, Too many open files.")));
+                    Prints(error_line("fnotify_initialize",
+                                      "Failed(24) to inotify_init, Too many open files.")));
     }
     EXPECT_EQ(test::open_descriptors(), before);
     init_errno = 0;
@@ -421,17 +395,18 @@ FRESH_TEST(NoThreadCanBeStarted)
 {
     create_error = EAGAIN;
     const int before = test::open_descriptors();
-    EXPECT_THAT(printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
-                Prints(error("start_thread",
-                             "Failed(11) to create thread, Resource temporarily unavailable.") +
-                       error("fnotify_initialize",
-                             "Failed(11) to start_thread, Resource temporarily unavailable.")));
+    EXPECT_THAT(
+        printed([] { EXPECT_EQ(fnotify_listen("/tmp/watched", record), 0); }),
+        Prints(error_line("start_thread",
+                          "Failed(11) to create thread, Resource temporarily unavailable.") +
+               error_line("fnotify_initialize",
+                          "Failed(11) to start_thread, Resource temporarily unavailable.")));
     EXPECT_EQ(test::open_descriptors(), before) << "the instance is closed again";
     create_error = 0;
     EXPECT_EQ(fnotify_listen("/tmp/watched", record), 1);
 }
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
 {
     // Watches are numbered from 1: one is made for each number up to that of a spare descriptor.
@@ -443,11 +418,10 @@ FRESH_TEST(WithoutMemoryTheWatchesNumberIsClosed)
     }
     constexpr const char *kPath = "/tmp/watched/file";
     EXPECT_THAT(printed([] {
-                    refused_size = 4 * sizeof(void *) + strlen(kPath) + 1;
+                    const test::WithoutMemory refused{4 * sizeof(void *) + strlen(kPath) + 1};
                     EXPECT_EQ(fnotify_listen(kPath, record), 0);
-                    refused_size = 0;
                 }),
-                Prints(error("fnotify_listen", "Out of memory")));
+                Prints(error_line("fnotify_listen", "Out of memory")));
     EXPECT_EQ(fcntl(spare, F_GETFD), -1);
     test::write_text(kPath, "changed");
     EXPECT_THAT(seen_until_now(), ElementsAre()) << "the watch has no record";
@@ -459,22 +433,18 @@ void expect_read_failure(int err, prod_dbg_lvl_t module_level, const std::string
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
     const std::size_t before = seen(0).size();
-    timespec began;
-    clock_gettime(CLOCK_MONOTONIC, &began);
-    const std::string text = test::printed_at(module_level, [=] {
-        read_errno = err;
-        close(creat("/tmp/watched/lost", 0644));
-        while (read_errno != 0) {
-            usleep(1000);
-        }
-        close(creat("/tmp/watched/found", 0644));
-        seen(before + 1);
+    const double passed = test::seconds([&] {
+        const std::string text = test::printed_at(module_level, [=] {
+            read_errno = err;
+            close(creat("/tmp/watched/lost", 0644));
+            while (read_errno != 0) {
+                usleep(1000);
+            }
+            close(creat("/tmp/watched/found", 0644));
+            seen(before + 1);
+        });
+        EXPECT_THAT(text, Prints(expected));
     });
-    timespec ended;
-    clock_gettime(CLOCK_MONOTONIC, &ended);
-    EXPECT_THAT(text, Prints(expected));
-    const double passed = static_cast<double>(ended.tv_sec - began.tv_sec) +
-                          static_cast<double>(ended.tv_nsec - began.tv_nsec) / 1e9;
     EXPECT_GE(passed, 0.9);
     EXPECT_EQ(seen(before + 1).back(), (Change{"/tmp/watched", "found"}));
     unlink("/tmp/watched/lost");
@@ -501,7 +471,7 @@ FRESH_TEST(AChildOfForkGetsNoCallbacks)
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
     test::Child child{
-        [](test::Child &) { _exit(fnotify_listen("/tmp/watched/file", record) == 1 ? 0 : 1); }};
+        [](test::Child &) { EXPECT_EQ(fnotify_listen("/tmp/watched/file", record), 1); }};
     child.expect_status(0);
     close(creat("/tmp/watched/new", 0644));
     EXPECT_THAT(seen(1), ElementsAre(Change{"/tmp/watched", "new"})) << "the parent goes on";

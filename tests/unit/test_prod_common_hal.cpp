@@ -2,7 +2,6 @@
 #include "prod_common_hal.h"
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -11,7 +10,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,14 +22,15 @@
 #include <vector>
 
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 #include "support/time.hpp"
 
 using test::config;
-using test::literally;
 using test::log_line;
 using test::printed;
 using test::printed_at;
@@ -128,8 +127,7 @@ int ioctl(int fd, unsigned long call, ...) noexcept
             return -1;
         }
     }
-    static const auto real =
-        reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
+    static const auto real = test::next(ioctl, "ioctl");
     return real(fd, call, request);
 }
 }
@@ -447,20 +445,13 @@ TEST_F(Hal, IfconfigStopsAtTheFirstFailure)
 
 TEST_F(Hal, IfconfigWithoutTheRight)
 {
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(test::in_a_child([] {
         __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
         __user_cap_data_struct none[2] = {};
-        if (syscall(SYS_capset, &header, none) != 0) {
-            _exit(2);
-        }
-        const std::string text =
-            complaint([] { EXPECT_EQ(ifconfig("lo", IFF_UP, nullptr, nullptr), EPERM); });
-        _exit(text == "lo: Operation not permitted\n" && !HasFailure() ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+        ASSERT_EQ(syscall(SYS_capset, &header, none), 0);
+        EXPECT_EQ(complaint([] { EXPECT_EQ(ifconfig("lo", IFF_UP, nullptr, nullptr), EPERM); }),
+                  "lo: Operation not permitted\n");
+    }));
 }
 
 TEST_F(Hal, IfconfigRefusesWhatIsNoAddress)
@@ -703,21 +694,18 @@ TEST_F(Hal, ALongCommandIsCut)
 TEST_F(Hal, ARealCommandRetriedForReal)
 {
     test::remove_all("/tmp/tries");
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
     // Fails twice: two lines must be there for it to succeed.
-    const std::string text = printed([] {
-        EXPECT_EQ(prod_common_cmd_retry("caller", 7, 5,
-                                        "echo >>/tmp/tries; [ $(wc -l </tmp/tries) -eq 3 ]"),
-                  0);
+    double took = 0;
+    const std::string text = printed([&] {
+        took = test::seconds([] {
+            EXPECT_EQ(prod_common_cmd_retry("caller", 7, 5,
+                                            "echo >>/tmp/tries; [ $(wc -l </tmp/tries) -eq 3 ]"),
+                      0);
+        });
     });
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
     EXPECT_EQ(test::read_text("/tmp/tries"), "\n\n\n");
     EXPECT_THAT(text, Prints("(.*Failed.*){2}.*Succeed.*"));
-    const double seconds = static_cast<double>(end.tv_sec - start.tv_sec) +
-                           static_cast<double>(end.tv_nsec - start.tv_nsec) / 1e9;
-    EXPECT_GE(seconds, 0.4);
+    EXPECT_GE(took, 0.4);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include "prod_common_ifaddrs.h"
 
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
@@ -17,14 +16,16 @@
 #include <vector>
 
 #include "platform/address.h"
-#include "platform/debug.h"
 #include "platform/hardware.h"
 #include "support/capture.hpp"
 #include "support/commands.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
+#include "support/platform_log.hpp"
 
 using test::log_line;
+using test::platform_log;
 using test::printed;
 using test::printed_at;
 using test::Prints;
@@ -37,14 +38,6 @@ namespace
 const char *lan_name = "br0";
 bool sockets_fail;
 int answered_mtu = -1;  // -1: ask the kernel
-std::vector<std::string> logger_lines;
-
-std::string format_text(const char *format, va_list args)
-{
-    char text[4096];
-    vsnprintf(text, sizeof(text), format, args);
-    return text;
-}
 
 }  // namespace
 
@@ -61,7 +54,7 @@ int socket(int domain, int type, int protocol) noexcept
         errno = EMFILE;
         return -1;
     }
-    static const auto real = reinterpret_cast<int (*)(int, int, int)>(dlsym(RTLD_NEXT, "socket"));
+    static const auto real = test::next(socket, "socket");
     return real(domain, type, protocol);
 }
 
@@ -75,20 +68,8 @@ int ioctl(int fd, unsigned long request, ...) noexcept
         static_cast<ifreq *>(argument)->ifr_mtu = answered_mtu;
         return 0;
     }
-    static const auto real =
-        reinterpret_cast<int (*)(int, unsigned long, ...)>(dlsym(RTLD_NEXT, "ioctl"));
+    static const auto real = test::next(ioctl, "ioctl");
     return real(fd, request, argument);
-}
-
-void log_debug_print(const char *function, int line, int level, const char *module,
-                     const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    EXPECT_GT(line, 0);
-    logger_lines.push_back(std::string{function} + "/" + std::to_string(level) + "/" + module +
-                           "/" + format_text(format, args));
-    va_end(args);
 }
 }
 
@@ -244,20 +225,20 @@ TEST(MacIncrease, CountsWithCarries)
 TEST(MacIncrease, TellsThePlatformsLogger)
 {
     Mac mac(6, 0xFF);
-    logger_lines.clear();
+    platform_log().clear();
     EXPECT_EQ(printed_at(PROD_DBG_TRACE,
                          [] {
                              Mac counted(6);
                              ifaddrs_mac_increase(counted.data(), 5);
                          }),
               "");
-    EXPECT_EQ(logger_lines,
-              (std::vector<std::string>{"ifaddrs_mac_increase/0/common_so/function entry!",
-                                        "ifaddrs_mac_increase/0/common_so/function exit!"}));
-    logger_lines.clear();
+    EXPECT_EQ(platform_log(),
+              (std::vector<std::string>{"ifaddrs_mac_increase 0 common_so: function entry!",
+                                        "ifaddrs_mac_increase 0 common_so: function exit!"}));
+    platform_log().clear();
     printed([&] { ifaddrs_mac_increase(mac.data(), 5); });
-    EXPECT_EQ(logger_lines,
-              std::vector<std::string>{"ifaddrs_mac_increase/0/common_so/function entry!"});
+    EXPECT_EQ(platform_log(),
+              std::vector<std::string>{"ifaddrs_mac_increase 0 common_so: function entry!"});
 }
 
 TEST(MacIncrease, TheVendorsByteNeverChanges)

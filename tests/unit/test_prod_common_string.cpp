@@ -4,51 +4,17 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 
+#include "support/allocator.hpp"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/emulation.hpp"
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define OWN_HEAP  // a sanitizer brings an allocator of its own
-
 namespace
 {
-
-constexpr std::size_t kNone = SIZE_MAX;
-std::size_t refused_size = kNone;  // an allocation of so many bytes fails
-
-}  // namespace
-
-extern "C" {
-void *__libc_malloc(std::size_t size);
-void *__libc_calloc(std::size_t count, std::size_t size);
-
-void *malloc(std::size_t size)
-{
-    return size == refused_size ? nullptr : __libc_malloc(size);
-}
-
-void *calloc(std::size_t count, std::size_t size)
-{
-    return count * size == refused_size ? nullptr : __libc_calloc(count, size);
-}
-}
-#endif
-
-namespace
-{
-
-std::string taken(char *text)
-{
-    const std::unique_ptr<char, decltype(&free)> owner{text, free};
-    return text != nullptr ? text : "(none)";
-}
 
 TEST(StrTrim, LeftMovesTheRestAndReturnsTheEnd)
 {
@@ -207,14 +173,14 @@ TEST(Strnstr, TheMatchMustEndWithinTheLength)
 
 TEST(StrReplace, ReplacesFromLeftToRight)
 {
-    EXPECT_EQ(taken(str_replace("a.b.c", ".", "::")), "a::b::c");
-    EXPECT_EQ(taken(str_replace("aaa", "aa", "b")), "ba");
-    EXPECT_EQ(taken(str_replace("aaa", "a", "xyz")), "xyzxyzxyz");
-    EXPECT_EQ(taken(str_replace("aaaa", "aa", "xyz")), "xyzxyz");
-    EXPECT_EQ(taken(str_replace("abc", "abc", "")), "");
-    EXPECT_EQ(taken(str_replace("abc", "x", "y")), "abc");
-    EXPECT_EQ(taken(str_replace("", "x", "y")), "");
-    EXPECT_EQ(taken(str_replace("abc", "", "y")), "abc");
+    EXPECT_EQ(test::taken(str_replace("a.b.c", ".", "::")), "a::b::c");
+    EXPECT_EQ(test::taken(str_replace("aaa", "aa", "b")), "ba");
+    EXPECT_EQ(test::taken(str_replace("aaa", "a", "xyz")), "xyzxyzxyz");
+    EXPECT_EQ(test::taken(str_replace("aaaa", "aa", "xyz")), "xyzxyz");
+    EXPECT_EQ(test::taken(str_replace("abc", "abc", "")), "");
+    EXPECT_EQ(test::taken(str_replace("abc", "x", "y")), "abc");
+    EXPECT_EQ(test::taken(str_replace("", "x", "y")), "");
+    EXPECT_EQ(test::taken(str_replace("abc", "", "y")), "abc");
 }
 
 TEST(StrReplace, LongTextsFitExactly)
@@ -224,16 +190,16 @@ TEST(StrReplace, LongTextsFitExactly)
     for (std::size_t i = 0; i < many.size(); ++i) {
         expected += "bcd";
     }
-    EXPECT_EQ(taken(str_replace(many.c_str(), "a", "bcd")), expected);
+    EXPECT_EQ(test::taken(str_replace(many.c_str(), "a", "bcd")), expected);
 }
 
 TEST(StrJoin, PutsTheJoinBetweenCharacters)
 {
-    EXPECT_EQ(taken(str_join("abc", "-")), "a-b-c");
-    EXPECT_EQ(taken(str_join("abc", ", ")), "a, b, c");
-    EXPECT_EQ(taken(str_join("abc", "")), "abc");
-    EXPECT_EQ(taken(str_join("a", "-")), "a");
-    EXPECT_EQ(taken(str_join("", "-")), "");
+    EXPECT_EQ(test::taken(str_join("abc", "-")), "a-b-c");
+    EXPECT_EQ(test::taken(str_join("abc", ", ")), "a, b, c");
+    EXPECT_EQ(test::taken(str_join("abc", "")), "abc");
+    EXPECT_EQ(test::taken(str_join("a", "-")), "a");
+    EXPECT_EQ(test::taken(str_join("", "-")), "");
 }
 
 TEST(Hex, ToHexNeedsTwoDigitsAByteAndANul)
@@ -293,15 +259,7 @@ TEST(MacStr32, PutsColonsInPlace)
 /** Runs `code` in a child and returns what it printed: get_self_pname() remembers per process. */
 std::string printed_in_child(const std::function<void()> &code)
 {
-    return test::printed([&] {
-        const pid_t child = fork();
-        if (child == 0) {
-            code();
-            fflush(stdout);
-            _exit(0);
-        }
-        waitpid(child, nullptr, 0);
-    });
+    return test::printed([&] { EXPECT_TRUE(test::in_a_child(code)); });
 }
 
 constexpr const char *kOwnStat =
@@ -360,17 +318,14 @@ TEST(GetSelfPname, AnEmptyNameDoesNotMatch)
                 test::Prints(".*Failed to get pname from file `/proc/[0-9]+/stat`\n.*<null>"));
 }
 
-#ifdef OWN_HEAP
+#ifdef OWN_ALLOCATOR
 TEST(WithoutMemory, NewTexts)
 {
     const std::string text(70000, 'a');
     const auto with_refused = [&](std::size_t size, const std::function<char *()> &code) {
         return test::printed([&] {
-            refused_size = size;
-            char *const result = code();
-            refused_size = kNone;
-            EXPECT_EQ(result, nullptr);
-            free(result);
+            const test::WithoutMemory refused{size};
+            EXPECT_EQ(code(), nullptr);
         });
     };
     EXPECT_THAT(with_refused(3 * 70000 + 1, [&] { return str_join(text.c_str(), "::"); }),

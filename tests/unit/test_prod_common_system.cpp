@@ -3,7 +3,6 @@
 
 #include <arpa/inet.h>
 #include <cjson/cJSON.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -11,8 +10,6 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -32,9 +29,13 @@
 #include "platform/km.h"
 #include "prod_common_string.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/sockets.hpp"
+#include "support/time.hpp"
 
 using test::config;
 using test::console_line;
@@ -100,7 +101,7 @@ void show_backtrace(void)
 
 char *inet_ntoa(in_addr address) noexcept
 {
-    static const auto real = reinterpret_cast<char *(*)(in_addr)>(dlsym(RTLD_NEXT, "inet_ntoa"));
+    static const auto real = test::next(inet_ntoa, "inet_ntoa");
     return ntoa_fails ? nullptr : real(address);
 }
 
@@ -115,8 +116,7 @@ struct hostent *gethostbyname(const char *name)
         host.h_addr_list = addresses;
         return &host;
     }
-    static const auto real =
-        reinterpret_cast<hostent *(*)(const char *)>(dlsym(RTLD_NEXT, "gethostbyname"));
+    static const auto real = test::next(gethostbyname, "gethostbyname");
     return real(name);
 }
 
@@ -126,8 +126,7 @@ int setsockopt(int fd, int level, int option, const void *value, socklen_t size)
         errno = EDOM;
         return -1;
     }
-    static const auto real = reinterpret_cast<int (*)(int, int, int, const void *, socklen_t)>(
-        dlsym(RTLD_NEXT, "setsockopt"));
+    static const auto real = test::next(setsockopt, "setsockopt");
     return real(fd, level, option, value, size);
 }
 
@@ -144,8 +143,7 @@ void _exit(int status)
 /** The alarms of the fast tests come a hundred times sooner, those of five seconds and more. */
 unsigned int alarm(unsigned int seconds) noexcept
 {
-    static const auto real =
-        reinterpret_cast<unsigned int (*)(unsigned int)>(dlsym(RTLD_NEXT, "alarm"));
+    static const auto real = test::next(alarm, "alarm");
     alarms[alarm_count++ % alarms.size()] = seconds;
     if (!fast_alarms || seconds < 5) {
         return real(seconds);
@@ -398,39 +396,14 @@ TEST_F(System, AHostWithoutAName)
 
 constexpr const char *kSocket = "/tmp/daemon";
 
-/** A daemon that takes one connection and does with it what it is told. */
-class Daemon
+/** A daemon that does with its connection what it is told. */
+class Daemon : public test::Daemon
 {
   public:
-    explicit Daemon(std::function<void(int)> serve, std::string path = kSocket)
-        : path_(std::move(path)), listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit Daemon(std::function<void(int)> serve, const std::string &path = kSocket)
+        : test::Daemon(path, std::move(serve))
     {
-        unlink(path_.c_str());
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        strncpy(address.sun_path, path_.c_str(), sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)),
-                  0);
-        EXPECT_EQ(listen(listener_, 1), 0);
-        thread_ = std::thread{[this, serve = std::move(serve)] {
-            const int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-            serve(connection);
-            close(connection);
-        }};
     }
-    ~Daemon()
-    {
-        thread_.join();
-        close(listener_);
-        unlink(path_.c_str());
-    }
-    Daemon(const Daemon &) = delete;
-    Daemon &operator=(const Daemon &) = delete;
-
-  private:
-    std::string path_;
-    int listener_;
-    std::thread thread_;
 };
 
 /** Everything that comes until the other end closes or that many bytes are there. */
@@ -616,9 +589,7 @@ TEST(SendAndRecv, OneWayDoesNotRead)
 TEST(SendAndRecv, ADaemonThatNeverAnswers)
 {
     char response[16] = "before";
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
-    {
+    const double took = test::seconds([&] {
         const Daemon daemon{[](int connection) { receive(connection); }};
         EXPECT_THAT(printed([&] {
                         EXPECT_EQ(
@@ -626,12 +597,9 @@ TEST(SendAndRecv, ADaemonThatNeverAnswers)
                             -1);
                     }),
                     logs("Failed to read response len : Resource temporarily unavailable"));
-    }
-    timespec end;
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    const long ms = (end.tv_sec - start.tv_sec) * 1000 + (end.tv_nsec - start.tv_nsec) / 1000000;
-    EXPECT_GE(ms, 990);
-    EXPECT_LT(ms, 20000);
+    });
+    EXPECT_GE(took, 0.99);
+    EXPECT_LT(took, 20);
     EXPECT_STREQ(response, "before");
 }
 
@@ -1029,16 +997,14 @@ Ending ending(const std::function<void()> &code, bool fast = true)
 {
     Ending result{};
     result.printed = printed([&] {
-        const pid_t child = fork();
-        if (child == 0) {
+        result.status = test::status_of(test::start([&] {
             fast_alarms = fast;
             code();
             for (int i = 0; i < 20; ++i) {
                 usleep(1000000);
             }
-            _exit(1);
-        }
-        waitpid(child, &result.status, 0);
+            FAIL() << "it lives";
+        }));
     });
     return result;
 }
@@ -1050,28 +1016,20 @@ std::string bark()
            test::literally(get_self_pname()) + "\\) barked\\.\n\033\\[0m";
 }
 
-bool ended_by_watchdog(const Ending &end)
-{
-    return WIFEXITED(end.status) && WEXITSTATUS(end.status) == PROD_WATCHDOG_STATUS;
-}
-
 TEST(SoftWatchdog, EndsAProcessThatDoesNotFeedIt)
 {
     const Ending end = ending([] { feed_soft_watchdog(5); });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints(bark()));
 }
 
 TEST(SoftWatchdog, ARealSecond)
 {
-    timespec start;
-    clock_gettime(CLOCK_MONOTONIC, &start);
-    const Ending end = ending([] { feed_soft_watchdog(1); }, false);
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    Ending end;
+    const double took = test::seconds([&] { end = ending([] { feed_soft_watchdog(1); }, false); });
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints(bark()));
-    EXPECT_GE((now.tv_sec - start.tv_sec) * 1000 + (now.tv_nsec - start.tv_nsec) / 1000000, 990);
+    EXPECT_GE(took, 0.99);
 }
 
 TEST(SoftWatchdog, EachFeedStartsAnew)
@@ -1128,24 +1086,20 @@ TEST(SoftWatchdog, BitesWhileAnotherThreadHoldsStandardOutput)
 {
     const Ending end = ending([] {
         int held[2];
-        if (pipe(held) != 0) {
-            _exit(2);
-        }
+        ASSERT_EQ(pipe(held), 0);
         std::thread{[&] {
             flockfile(stdout);
             close(held[1]);
             pause();
         }}.detach();
         char byte;
-        if (read(held[0], &byte, 1) != 0) {
-            _exit(2);
-        }
+        ASSERT_EQ(read(held[0], &byte, 1), 0);
         feed_soft_watchdog(5);
         for (;;) {
             usleep(1000000);
         }
     });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints(bark()));
 }
 
@@ -1155,7 +1109,7 @@ TEST(SoftWatchdog, BitesWhileItsOwnThreadHoldsStandardOutput)
         feed_soft_watchdog(5);
         flockfile(stdout);
     });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints(bark()));
 }
 
@@ -1165,7 +1119,7 @@ TEST(SoftWatchdog, WhatTheProgramPrintedComesFirst)
         feed_soft_watchdog(5);
         printf("still buffered ");
     });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints("still buffered " + bark()));
 }
 
@@ -1173,23 +1127,21 @@ TEST(SoftWatchdog, BitesAlthoughNobodyTakesTheOutput)
 {
     const Ending end = ending([] {
         int full[2];
-        if (pipe2(full, O_NONBLOCK) != 0) {
-            _exit(2);
-        }
+        ASSERT_EQ(pipe2(full, O_NONBLOCK), 0);
         while (write(full[1], "x", 1) == 1) {
         }
         fcntl(full[1], F_SETFL, 0);  // blocks from here on
         dup2(full[1], STDOUT_FILENO);
         feed_soft_watchdog(5);
     });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_EQ(end.printed, "");
 }
 
 TEST(SoftWatchdog, BarksWhenItIsTold)
 {
     const Ending end = ending([] { sotf_watchdog_bark(SIGALRM); });
-    EXPECT_TRUE(ended_by_watchdog(end)) << end.status;
+    EXPECT_EQ(end.status, PROD_WATCHDOG_STATUS);
     EXPECT_THAT(end.printed, Prints(bark()));
 }
 

@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_systool.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <condition_variable>
@@ -22,15 +19,15 @@
 
 #include "platform/process.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::console_line;
 using test::log_line;
 using test::printed;
 using test::Prints;
-using test::read_text;
-using test::write_text;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -90,8 +87,7 @@ extern "C" {
 
 int open(const char *path, int flags, ...)
 {
-    static const auto real =
-        reinterpret_cast<int (*)(const char *, int, ...)>(dlsym(RTLD_NEXT, "open64"));
+    static const auto real = test::next(open, "open64");
     const auto found = instead.find(path);
     if (found == instead.end()) {
         va_list args;
@@ -112,16 +108,14 @@ int open(const char *path, int flags, ...)
 
 struct tm *localtime_r(const time_t *when, struct tm *local) noexcept
 {
-    static const auto real = reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(
-        dlsym(RTLD_NEXT, "localtime_r"));
+    static const auto real = test::next(localtime_r, "localtime_r");
     return no_local_time ? nullptr : real(when, local);
 }
 
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *argument) noexcept
 {
-    static const auto real =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto real = test::next(pthread_create, "pthread_create");
     if (thread_error != 0) {
         return thread_error;
     }
@@ -251,16 +245,7 @@ TEST_F(Memory, OfThisMachine)
 /** Runs @p code in a process that has never asked for the load. */
 void in_a_fresh_process(const std::function<void()> &code)
 {
-    fflush(stdout);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        code();
-        fflush(stdout);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(test::in_a_child(code));
 }
 
 /** The kernel's line after so much time, and how much of it the processors were idle. */
@@ -422,14 +407,10 @@ TEST_F(Cpu, AFileThatCannotBeOpened)
 TEST_F(Cpu, OfThisMachineInARealSecond)
 {
     in_a_fresh_process([] {
-        timespec start;
-        clock_gettime(CLOCK_MONOTONIC, &start);
-        const int load = systool_get_cpu_percent();
-        timespec end;
-        clock_gettime(CLOCK_MONOTONIC, &end);
+        int load = -1;
+        EXPECT_GE(test::seconds([&] { load = systool_get_cpu_percent(); }), 1);
         EXPECT_GE(load, 0);
         EXPECT_LE(load, 100);
-        EXPECT_GE(end.tv_sec - start.tv_sec, 1);
         EXPECT_EQ(systool_get_cpu_percent(), load);
     });
 }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_time.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include "support/commands.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
 
 using test::config;
@@ -108,15 +108,13 @@ extern "C" int sysinfo(struct sysinfo *info) noexcept
         errno = EFAULT;
         return -1;
     }
-    static const auto real =
-        reinterpret_cast<int (*)(struct sysinfo *)>(dlsym(RTLD_NEXT, "sysinfo"));
+    static const auto real = test::next(sysinfo, "sysinfo");
     return real(info);
 }
 
 extern "C" struct tm *localtime_r(const time_t *when, struct tm *local) noexcept
 {
-    static const auto real = reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(
-        dlsym(RTLD_NEXT, "localtime_r"));
+    static const auto real = test::next(localtime_r, "localtime_r");
     return localtime_fails ? nullptr : real(when, local);
 }
 

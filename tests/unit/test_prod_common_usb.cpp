@@ -2,7 +2,6 @@
 #include "prod_common_usb.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,8 +22,8 @@
 
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/time.hpp"
-#include "support/wide.hpp"
 
 using test::log_line;
 using test::printed;
@@ -47,7 +46,7 @@ extern "C" {
 
 DIR *opendir(const char *path)
 {
-    static const auto real = reinterpret_cast<DIR *(*)(const char *)>(dlsym(RTLD_NEXT, "opendir"));
+    static const auto real = test::next(opendir, "opendir");
     if (strcmp(path, "/sys/block") == 0 && blocked_folders > 0) {
         --blocked_folders;
         errno = ENOENT;
@@ -58,8 +57,7 @@ DIR *opendir(const char *path)
 
 int statfs(const char *path, struct statfs *fs) noexcept
 {
-    static const auto real =
-        reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, WIDE("statfs")));
+    static const auto real = test::next(statfs, WIDE("statfs"));
     const auto found = file_systems.find(path);
     if (found == file_systems.end()) {
         return real(path, fs);

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -7,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/debug.h"
 #include "platform/text.h"
 #include "prod_common_wan.h"
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 
 using test::config;
 using test::log_line;
@@ -29,17 +28,13 @@ const char *other_value;  // in the place of what a WAN's file holds
 
 extern "C" {
 
-// The traces of the MAC counter are looked at where the counter is tested.
-void log_debug_print(const char *, int, int, const char *, const char *, ...) {}
-
 int file_get_value_from_ini(const char *file, const char *key, char *out)
 {
     if (other_value != nullptr) {
         strcpy(out, other_value);
         return 1;
     }
-    static const auto real = reinterpret_cast<int (*)(const char *, const char *, char *)>(
-        dlsym(RTLD_NEXT, "file_get_value_from_ini"));
+    static const auto real = test::next(file_get_value_from_ini, "file_get_value_from_ini");
     return real(file, key, out);
 }
 }

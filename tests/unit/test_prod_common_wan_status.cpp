@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,6 +14,7 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::config;
@@ -61,8 +60,7 @@ int monitor_check_exist(const char *process_name)
 
 char *ifaddrs_get_wan_ifname(int wanid, int sysmode, HLX_WAN_CONNECT_TYPE_ENUM wantype)
 {
-    static const auto real = reinterpret_cast<char *(*)(int, int, HLX_WAN_CONNECT_TYPE_ENUM)>(
-        dlsym(RTLD_NEXT, "ifaddrs_get_wan_ifname"));
+    static const auto real = test::next(ifaddrs_get_wan_ifname, "ifaddrs_get_wan_ifname");
     return other_ifname != nullptr ? const_cast<char *>(other_ifname)
                                    : real(wanid, sysmode, wantype);
 }
@@ -73,7 +71,7 @@ int socket(int domain, int type, int protocol) noexcept
         errno = EMFILE;
         return -1;
     }
-    static const auto real = reinterpret_cast<int (*)(int, int, int)>(dlsym(RTLD_NEXT, "socket"));
+    static const auto real = test::next(socket, "socket");
     return real(domain, type, protocol);
 }
 }

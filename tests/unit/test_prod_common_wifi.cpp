@@ -19,6 +19,7 @@
 #include "support/config.hpp"
 #include "support/emulation.hpp"
 #include "support/files.hpp"
+#include "support/store.hpp"
 
 using test::config;
 using test::console_line;
@@ -26,6 +27,7 @@ using test::log_line;
 using test::printed;
 using test::printed_at;
 using test::Prints;
+using test::stored;
 using test::write_text;
 
 namespace
@@ -117,12 +119,6 @@ class Wifi : public testing::Test
   private:
     test::FreshConfig fresh_;
 };
-
-std::string stored(const std::string &key)
-{
-    const auto entry = config().find(key);
-    return entry != config().end() ? entry->second : "(absent)";
-}
 
 // ---- prefixes --------------------------------------------------------------------------------
 
@@ -779,7 +775,7 @@ const std::string kOutOfMemory =
 
 TEST_F(Wifi, NoMemoryForTheFrame)
 {
-    SKIP_IF_EMULATED("sets no limit to a program's memory");
+    SKIP_IF_EMULATED(test::kNoMemoryLimit);
     const HugeText text{2};
     EXPECT_THAT(printed([&] {
                     const NoMoreMemory limit;

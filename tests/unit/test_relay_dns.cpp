@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The DNS servers that are gathered for the relay.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -16,6 +15,8 @@
 #include "prod_common_ifaddrs.h"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
+#include "support/network.hpp"
 
 using test::config;
 using test::read_text;
@@ -50,8 +51,7 @@ int file_get_value_from_ini(const char *file, const char *key, char *out)
         strcpy(out, ini_value);
         return 1;
     }
-    static const auto real = reinterpret_cast<int (*)(const char *, const char *, char *)>(
-        dlsym(RTLD_NEXT, "file_get_value_from_ini"));
+    static const auto real = test::next(file_get_value_from_ini, "file_get_value_from_ini");
     return real(file, key, out);
 }
 
@@ -435,7 +435,7 @@ TEST_F(RelayDns, WithoutAFileTheTextIsOnlyReturned)
 {
     learnt(1, "10.0.0.1");
     test::remove_all(kConfFile);
-    ASSERT_EQ(system("mkdir /etc/dns.conf"), 0);
+    test::run("mkdir /etc/dns.conf");
     char text[64];
     const int before = test::open_descriptors();
     getAllWanDns(text, sizeof(text));

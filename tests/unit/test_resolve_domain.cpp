@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The device's own DNS client, against servers of the test's that answer whatever it likes.
 #include <arpa/inet.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -9,7 +8,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -20,7 +18,9 @@
 #include "prod_common_wan.h"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
+#include "support/time.hpp"
 
 using namespace std::string_literals;
 using testing::internal::CaptureStderr;
@@ -44,12 +44,6 @@ std::vector<Option> options_set;
 int sockets_made;
 int socket_type;
 
-template <typename Function>
-Function *next(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 bool fails(const char *call)
 {
     if (failing != call) {
@@ -72,7 +66,7 @@ int socket(int domain, int type, int protocol) noexcept
             return -1;
         }
     }
-    return next<int(int, int, int)>("socket")(domain, type, protocol);
+    return test::next(socket, "socket")(domain, type, protocol);
 }
 
 int setsockopt(int fd, int level, int name, const void *value, socklen_t size) noexcept
@@ -83,8 +77,7 @@ int setsockopt(int fd, int level, int name, const void *value, socklen_t size) n
             return -1;
         }
     }
-    return next<int(int, int, int, const void *, socklen_t)>("setsockopt")(fd, level, name, value,
-                                                                           size);
+    return test::next(setsockopt, "setsockopt")(fd, level, name, value, size);
 }
 
 ssize_t sendto(int fd, const void *data, size_t size, int flags, const sockaddr *to,
@@ -93,15 +86,13 @@ ssize_t sendto(int fd, const void *data, size_t size, int flags, const sockaddr 
     if (fails("sendto")) {
         return -1;
     }
-    const ssize_t sent = next<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)>(
-        "sendto")(fd, data, size, flags, to, to_size);
+    const ssize_t sent = test::next(sendto, "sendto")(fd, data, size, flags, to, to_size);
     return short_send ? sent - 1 : sent;
 }
 
 ssize_t recv(int fd, void *data, size_t size, int flags)
 {
-    return fails("recv") ? -1
-                         : next<ssize_t(int, void *, size_t, int)>("recv")(fd, data, size, flags);
+    return fails("recv") ? -1 : test::next(recv, "recv")(fd, data, size, flags);
 }
 }
 
@@ -212,9 +203,8 @@ class Server
             queries_.emplace_back(query, static_cast<std::size_t>(got));
         }
         if (!silent_) {
-            next<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)>("sendto")(
-                fd_, response_.data(), response_.size(), 0, reinterpret_cast<sockaddr *>(&from),
-                size);
+            test::next(sendto, "sendto")(fd_, response_.data(), response_.size(), 0,
+                                         reinterpret_cast<sockaddr *>(&from), size);
         }
     }
 
@@ -395,11 +385,9 @@ TEST_F(ResolveDomain, NobodyListens)
 {
     // Nothing arrives, and on a socket that is not connected the kernel reports no refusal.
     const Server silent{"", "127.0.0.53", true};
-    const auto start = std::chrono::steady_clock::now();
-    fails_at("recv response", EAGAIN);
-    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(took.count(), 1.9);
-    EXPECT_LT(took.count(), 3);
+    const double took = test::seconds([] { fails_at("recv response", EAGAIN); });
+    EXPECT_GE(took, 1.9);
+    EXPECT_LT(took, 3);
 }
 
 TEST_F(ResolveDomain, AServerThatIsNoAddress)

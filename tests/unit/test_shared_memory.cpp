@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include "support/capture.hpp"
 #include "support/children.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 
 using test::console_line;
 using test::printed;
@@ -33,8 +33,7 @@ extern "C" void *shmat(int id, const void *address, int flags) noexcept
         errno = ENOMEM;
         return reinterpret_cast<void *>(-1);
     }
-    static const auto real =
-        reinterpret_cast<void *(*)(int, const void *, int)>(dlsym(RTLD_NEXT, "shmat"));
+    static const auto real = test::next(shmat, "shmat");
     return real(id, address, flags);
 }
 
@@ -48,12 +47,7 @@ std::string message(const std::string &text)
 
 int lines_about(const std::string &key_file)
 {
-    const std::string registry = test::read_text("/var/run/id.shm");
-    int count = 0;
-    for (std::size_t at = 0; (at = registry.find(key_file + "\n", at)) != std::string::npos; ++at) {
-        ++count;
-    }
-    return count;
+    return test::occurrences(key_file + "\n", test::read_text("/var/run/id.shm"));
 }
 
 TEST(GetSharedMemory, TwoCallsMapTheSameMemory)
@@ -204,11 +198,8 @@ TEST(GetSharedMemory, OfSixtyFourFirstUsersOneCreatesIt)
         const std::string name = "race" + std::to_string(round);
         test::all_at_once(kProcesses, [&](int number) {
             void *const bytes = get_shared_memory(name.c_str(), kProcesses);
-            if (bytes == nullptr) {
-                return 1;
-            }
+            ASSERT_NE(bytes, nullptr);
             static_cast<char *>(bytes)[number] = 1;
-            return 0;
         });
         auto *const bytes = static_cast<char *>(get_shared_memory(name.c_str(), kProcesses));
         ASSERT_NE(bytes, nullptr);

@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
 #include <random>
 #include <string>
 
 #include "support/files.hpp"
+#include "support/network.hpp"
 
 namespace
 {
@@ -21,14 +20,7 @@ std::string escaped(const std::string &value)
 /** What the device's shell makes of a piece of a command: each argument in "<>". */
 std::string arguments(const std::string &words)
 {
-    const std::unique_ptr<FILE, decltype(&pclose)> pipe{
-        popen(("printf '<%s>' " + words).c_str(), "re"), &pclose};
-    std::string text;
-    char piece[4096];
-    while (const std::size_t got = fread(piece, 1, sizeof(piece), pipe.get())) {
-        text.append(piece, got);
-    }
-    return text;
+    return test::output("printf '<%s>' " + words);
 }
 
 TEST(ShellWord, OrdinaryValuesStayAsTheyAre)

@@ -2,16 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdarg>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "platform/debug.h"
 #include "prod_common_file.h"
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/platform_log.hpp"
 
+using test::platform_log;
 using test::remove_all;
 using test::write_text;
 
@@ -20,21 +20,7 @@ namespace
 
 constexpr const char *kLog = "/var/logs.txt";
 
-std::vector<std::string> told;  // to the platform's logger
-
 }  // namespace
-
-extern "C" void log_debug_print(const char *function, int line, int level, const char *module,
-                                const char *format, ...)
-{
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(text, sizeof(text), format, args);
-    va_end(args);
-    EXPECT_GT(line, 0);
-    told.push_back(std::string{function} + " " + std::to_string(level) + " " + module + " " + text);
-}
 
 namespace
 {
@@ -77,7 +63,7 @@ Entries read_of(const std::string &text)
 class SystemLog : public testing::Test
 {
   protected:
-    void SetUp() override { told.clear(); }
+    void SetUp() override { platform_log().clear(); }
     void TearDown() override { remove_all(kLog); }
 };
 
@@ -225,8 +211,9 @@ TEST_F(SystemLog, MessagesGoToThePlatformsLogger)
     const std::string console = test::printed_at(
         PROD_DBG_TRACE, [&] { file_syslog_get_lists(&record, LOG_ALL, &count, 1); });
     EXPECT_EQ(console, "");
-    EXPECT_EQ(told, (std::vector<std::string>{"file_syslog_get_lists 0 common_so function entry!",
-                                              "file_syslog_get_lists 0 common_so function exit!"}));
+    EXPECT_EQ(platform_log(),
+              (std::vector<std::string>{"file_syslog_get_lists 0 common_so: function entry!",
+                                        "file_syslog_get_lists 0 common_so: function exit!"}));
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
@@ -238,8 +225,9 @@ TEST_F(SystemLog, WithoutALog)
     EXPECT_EQ(file_syslog_get_lists(&record, LOG_ALL, &count, 1), HLX_ERR);
     EXPECT_EQ(count, 77);
     EXPECT_EQ(shown(record), "|0|") << "cleared before";
-    EXPECT_EQ(told, (std::vector<std::string>{"file_syslog_get_lists 0 common_so function entry!",
-                                              "file_syslog_get_lists 3 common_so fopen is fail."}));
+    EXPECT_EQ(platform_log(),
+              (std::vector<std::string>{"file_syslog_get_lists 0 common_so: function entry!",
+                                        "file_syslog_get_lists 3 common_so: fopen is fail."}));
 }
 
 TEST_F(SystemLog, NullArguments)

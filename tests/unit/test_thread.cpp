@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/prctl.h>
@@ -14,7 +13,7 @@
 #include "prod_common_debug.h"
 #include "support/allocator.hpp"
 #include "support/capture.hpp"
-#include "support/files.hpp"
+#include "support/interpose.hpp"
 
 using test::log_line;
 using test::printed;
@@ -23,7 +22,6 @@ using test::Prints;
 namespace
 {
 
-[[maybe_unused]] std::size_t refused_size;
 int create_error;
 int prctl_errno;
 int attributes_given;
@@ -33,18 +31,6 @@ constexpr auto kNoThread = static_cast<pthread_t>(-1);
 }  // namespace
 
 extern "C" {
-
-// The thread sanitizer calls these before a thread has a state of its own.
-#ifndef __SANITIZE_THREAD__
-void *malloc(std::size_t size)
-{
-    if (size != 0 && size == refused_size) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return test::real_malloc(size);
-}
-#endif
 
 int prctl(int option, ...) noexcept
 {
@@ -56,16 +42,14 @@ int prctl(int option, ...) noexcept
     va_start(args, option);
     void *const argument = va_arg(args, void *);
     va_end(args);
-    static const auto next = reinterpret_cast<int (*)(int, ...)>(dlsym(RTLD_NEXT, "prctl"));
+    static const auto next = test::next(prctl, "prctl");
     return next(option, argument);
 }
 
 int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
                    void *args) noexcept
 {
-    static const auto next =
-        reinterpret_cast<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>(
-            dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto next = test::next(pthread_create, "pthread_create");
     attributes_given += attributes != nullptr;
     return create_error != 0 ? create_error : next(thread, attributes, body, args);
 }
@@ -79,7 +63,6 @@ class Thread : public testing::Test
   protected:
     void TearDown() override
     {
-        refused_size = 0;
         create_error = prctl_errno = 0;
         set_thread_name("test");
     }
@@ -144,14 +127,13 @@ TEST_F(Thread, WithoutABodyThereIsNone)
     EXPECT_EQ(printed([] { EXPECT_EQ(start_thread(nullptr, nullptr), kNoThread); }), "");
 }
 
-#ifndef __SANITIZE_THREAD__
+#ifdef OWN_ALLOCATOR
 TEST_F(Thread, MemoryIsShort)
 {
     EXPECT_THAT(printed([] {
-                    refused_size = 2 * sizeof(void *);
+                    const test::WithoutMemory refused{2 * sizeof(void *)};
                     const pthread_t thread = start_thread([](void *) {}, nullptr);
                     const int err = errno;
-                    refused_size = 0;
                     EXPECT_EQ(thread, kNoThread);
                     EXPECT_EQ(err, ENOMEM);
                 }),

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <cjson/cJSON.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/sysinfo.h>
 
 #include <climits>
 #include <cstring>
-#include <functional>
 #include <string>
 
 #include "platform/hardware.h"
@@ -16,9 +14,11 @@
 #include "support/capture.hpp"
 #include "support/config.hpp"
 #include "support/files.hpp"
+#include "support/interpose.hpp"
 #include "support/network.hpp"
 
 using test::config;
+using test::error_line;
 using test::log_line;
 using test::printed;
 using test::printed_at;
@@ -76,15 +76,13 @@ int km_wan_statistic_get_wan_flow(cJSON *object)
 
 HLX_RETURN_CODE file_wan_ip_info_get(WAN_ID_NUM_ENUM wan_id, WAN_IP_INFO_STRU *ip_info)
 {
-    static const auto real =
-        reinterpret_cast<AddressReader *>(dlsym(RTLD_NEXT, "file_wan_ip_info_get"));
+    static const auto real = test::next(file_wan_ip_info_get, "file_wan_ip_info_get");
     return readers_fail ? HLX_ERR : real(wan_id, ip_info);
 }
 
 HLX_RETURN_CODE file_wan_get_extra_ip_info(WAN_ID_NUM_ENUM wan_id, WAN_IP_INFO_STRU *ip_info)
 {
-    static const auto real =
-        reinterpret_cast<AddressReader *>(dlsym(RTLD_NEXT, "file_wan_get_extra_ip_info"));
+    static const auto real = test::next(file_wan_get_extra_ip_info, "file_wan_get_extra_ip_info");
     return readers_fail ? HLX_ERR : real(wan_id, ip_info);
 }
 
@@ -103,11 +101,6 @@ constexpr const char *kWan1 = "/etc/wan1.ini";
 constexpr const char *kWan12 = "/etc/wan12.ini";
 constexpr const char *kLease =
     "ip=192.0.2.7\nmask=255.255.255.0\ngateway=192.0.2.1\ndns1=9.9.9.9\ndns2=1.1.1.1\n";
-
-std::string error(const std::string &function, const std::string &message)
-{
-    return log_line(PROD_DBG_ERROR, function, message);
-}
 
 /** Entry and exit traces around what else a function logs. */
 std::string traced(const std::string &function, const std::string &inner = "")
@@ -208,13 +201,13 @@ TEST(FileWanIpSave, Failures)
 {
     const WAN_IP_INFO_STRU info = {};
     EXPECT_THAT(printed([&] { EXPECT_EQ(file_wan_ip_save(nullptr, &info), HLX_ERR); }),
-                Prints(error("file_wan_ip_save", "arg is null.")));
+                Prints(error_line("file_wan_ip_save", "arg is null.")));
     write_text(kWan1, kLease);
     EXPECT_THAT(printed([] { EXPECT_EQ(file_wan_ip_save(kWan1, nullptr), HLX_ERR); }),
-                Prints(error("file_wan_ip_save", "arg is null.")));
+                Prints(error_line("file_wan_ip_save", "arg is null.")));
     EXPECT_EQ(read_text(kWan1), kLease);
     EXPECT_THAT(printed([&] { EXPECT_EQ(file_wan_ip_save("/no/such/file", &info), HLX_ERR); }),
-                Prints(error("file_wan_ip_save", "fopen is fail.")));
+                Prints(error_line("file_wan_ip_save", "fopen is fail.")));
     const int before = test::open_descriptors();
     file_wan_ip_save(kWan1, &info);
     EXPECT_EQ(test::open_descriptors(), before);
@@ -235,7 +228,7 @@ TEST(FileWanIpSave, Traces)
                 Prints(traced("file_wan_ip_save")));
     EXPECT_THAT(printed_at(PROD_DBG_TRACE, [&] { file_wan_ip_save(nullptr, &info); }),
                 Prints(log_line(PROD_DBG_TRACE, "file_wan_ip_save", "ENTER >>> file_wan_ip_save") +
-                       error("file_wan_ip_save", "arg is null.")));
+                       error_line("file_wan_ip_save", "arg is null.")));
 }
 
 // ---- the reader by key -----------------------------------------------------------------------
@@ -301,15 +294,16 @@ TEST(FileWanIpInfoGet, Failures)
     for (const auto &row : rows) {
         WAN_IP_INFO_STRU info = filled_record();
         for (const int id : {0, 5, 6, -1}) {
-            EXPECT_THAT(printed([&] {
-                            EXPECT_EQ(row.get(static_cast<WAN_ID_NUM_ENUM>(id), &info), HLX_ERR);
-                        }),
-                        Prints(error(row.name, "invalide wan_id:" + std::to_string(id) + ".")));
+            EXPECT_THAT(
+                printed(
+                    [&] { EXPECT_EQ(row.get(static_cast<WAN_ID_NUM_ENUM>(id), &info), HLX_ERR); }),
+                Prints(error_line(row.name, "invalide wan_id:" + std::to_string(id) + ".")));
         }
-        EXPECT_THAT(printed([&] { EXPECT_EQ(row.get(WAN_ID_1, nullptr), HLX_ERR); }),
-                    Prints(row.before_null_message + error(row.name, "ip_info struct is NULL.")));
+        EXPECT_THAT(
+            printed([&] { EXPECT_EQ(row.get(WAN_ID_1, nullptr), HLX_ERR); }),
+            Prints(row.before_null_message + error_line(row.name, "ip_info struct is NULL.")));
         EXPECT_THAT(printed([&] { EXPECT_EQ(row.get(WAN_ID_BUTT, nullptr), HLX_ERR); }),
-                    Prints(error(row.name, "invalide wan_id:5.")));
+                    Prints(error_line(row.name, "invalide wan_id:5.")));
         EXPECT_TRUE(untouched(info));
     }
 }
@@ -331,7 +325,7 @@ TEST(FileGetIpInfoFromIni, AnyFile)
     WAN_IP_INFO_STRU info = filled_record();
     file_get_ip_info_from_ini("/tmp/lease.ini", &info);
     EXPECT_EQ(shown(info), "192.0.2.7|255.255.255.0|192.0.2.1|9.9.9.9|1.1.1.1");
-    const std::string null = error("file_get_ip_info_from_ini", "arg is null.");
+    const std::string null = error_line("file_get_ip_info_from_ini", "arg is null.");
     info = filled_record();
     EXPECT_THAT(printed([&] {
                     file_get_ip_info_from_ini(nullptr, &info);
@@ -441,11 +435,11 @@ TEST(FileWanFlowGet, Failures)
 {
     answer.clear();
     EXPECT_THAT(printed([] { EXPECT_EQ(rates(1, HLX_ERR), " up  down"); }),
-                Prints(error("file_wan_flow_get", "km_wan_statistic_get_wan_flow fail.")));
+                Prints(error_line("file_wan_flow_get", "km_wan_statistic_get_wan_flow fail.")));
     cJSON_Hooks hooks = {[](std::size_t) -> void * { return nullptr; }, free};
     cJSON_InitHooks(&hooks);
     EXPECT_THAT(printed([] { EXPECT_EQ(rates(1, HLX_ERR), " up  down"); }),
-                Prints(error("file_wan_flow_get", "cJSON_CreateObject fail.")));
+                Prints(error_line("file_wan_flow_get", "cJSON_CreateObject fail.")));
     cJSON_InitHooks(nullptr);
     EXPECT_EQ(printed([] { EXPECT_EQ(file_wan_flow_get(1, nullptr), HLX_ERR); }), "");
 }
@@ -539,7 +533,7 @@ TEST(FileWanGetUpTime, FailuresAndTraces)
 {
     remove_all(kConntime);
     EXPECT_THAT(printed([] { EXPECT_EQ(file_wan_get_up_time(kConntime), 0); }),
-                Prints(error("file_wan_get_up_time", "fopen is fail.")));
+                Prints(error_line("file_wan_get_up_time", "fopen is fail.")));
     EXPECT_EQ(printed([] { EXPECT_EQ(file_wan_get_up_time(nullptr), 0); }), "");
     EXPECT_THAT(printed_at(PROD_DBG_TRACE, [] { up_time("1"); }),
                 Prints(traced("file_wan_get_up_time")));
@@ -562,7 +556,7 @@ TEST(FileWanConntimeGet, SinceTheConnectionCameUp)
     remove_all(kConntime);
     char result[32] = "untouched";
     EXPECT_THAT(printed([&] { file_wan_conntime_get(kConntime, result); }),
-                Prints(error("file_wan_get_up_time", "fopen is fail.")));
+                Prints(error_line("file_wan_get_up_time", "fopen is fail.")));
     EXPECT_STREQ(result, "0");
     EXPECT_EQ(printed([&] {
                   strcpy(result, "untouched");
@@ -711,10 +705,11 @@ TEST_F(WanStatusInfo, ConnectedWithoutItsFiles)
     remove_all(kWan1);
     remove_all(kConntime);
     answer.clear();
-    EXPECT_THAT(printed([&] { EXPECT_EQ(get(), HLX_OK); }),
-                Prints(error("file_wan_flow_get", "km_wan_statistic_get_wan_flow fail.") +
-                       error("file_wan_status_info_get", "can not get wan flow info from file.") +
-                       error("file_wan_get_up_time", "fopen is fail.")));
+    EXPECT_THAT(
+        printed([&] { EXPECT_EQ(get(), HLX_OK); }),
+        Prints(error_line("file_wan_flow_get", "km_wan_statistic_get_wan_flow fail.") +
+               error_line("file_wan_status_info_get", "can not get wan flow info from file.") +
+               error_line("file_wan_get_up_time", "fopen is fail.")));
     EXPECT_EQ(status_.link_status, HLX_WAN_CONNECTED);
     EXPECT_EQ(shown(status_.ip_info), "0.0.0.0|0.0.0.0|0.0.0.0|0.0.0.0|0.0.0.0");
     EXPECT_STREQ(status_.flow.up_flow, "");
@@ -727,8 +722,8 @@ TEST_F(WanStatusInfo, APartThatCannotBeHadIsReportedAndLeftOut)
     readers_fail = true;
     const std::string name = "file_wan_status_info_get";
     EXPECT_THAT(printed([&] { EXPECT_EQ(get(), HLX_OK); }),
-                Prints(error(name, "can not get wan ip info from file.") +
-                       error(name, "can not get wan double ip info from file.")));
+                Prints(error_line(name, "can not get wan ip info from file.") +
+                       error_line(name, "can not get wan double ip info from file.")));
     readers_fail = false;
     EXPECT_TRUE(untouched(status_.ip_info));
     EXPECT_TRUE(untouched(status_.double_ip_info));
@@ -765,13 +760,13 @@ TEST_F(WanStatusInfo, TheModeDecidesFirst)
 TEST_F(WanStatusInfo, TheTypeAfterTheLastIsAccepted)
 {
     EXPECT_THAT(printed([&] { EXPECT_EQ(get(HLX_L2TYPE_WIRED, HLX_WAN_CONNECT_BUTT), HLX_OK); }),
-                Prints(error("system_wan_get_link_status", "get ifname for wan1 fail.")));
+                Prints(error_line("system_wan_get_link_status", "get ifname for wan1 fail.")));
     EXPECT_EQ(status_.link_status, HLX_WAN_NO_WIRE);
 }
 
 TEST_F(WanStatusInfo, BadArguments)
 {
-    const std::string bad = error("file_wan_status_info_get", "arg is error.");
+    const std::string bad = error_line("file_wan_status_info_get", "arg is error.");
     const int rows[][2] = {{0, 0}, {0, 5}, {0, -1}, {10, 1}, {-1, 1}, {INT_MAX, INT_MIN}};
     for (const auto &[con_type, wan_id] : rows) {
         EXPECT_THAT(printed([&, con = con_type, wan = wan_id] {
@@ -792,11 +787,11 @@ TEST_F(WanStatusInfo, BadArguments)
 TEST_F(WanStatusInfo, OnlyWiredWansAreServed)
 {
     EXPECT_THAT(printed([&] { EXPECT_EQ(get(HLX_L2TYPE_WIRELESS), HLX_ERR); }),
-                Prints(error("file_wan_status_info_get", "msg type:1.")));
+                Prints(error_line("file_wan_status_info_get", "msg type:1.")));
     for (const int type : {2, 3, -1}) {
         EXPECT_THAT(printed([&] { EXPECT_EQ(get(type), HLX_ERR); }),
-                    Prints(error("file_wan_status_info_get",
-                                 "msg type:" + std::to_string(type) + " is not support.")));
+                    Prints(error_line("file_wan_status_info_get",
+                                      "msg type:" + std::to_string(type) + " is not support.")));
     }
     EXPECT_TRUE(nothing_written());
 }
@@ -814,7 +809,7 @@ TEST_F(WanStatusInfo, Traces)
     EXPECT_THAT(printed_at(PROD_DBG_TRACE, [&] { get(HLX_L2TYPE_WIRELESS); }),
                 Prints(log_line(PROD_DBG_TRACE, "file_wan_status_info_get",
                                 "ENTER >>> file_wan_status_info_get") +
-                       error("file_wan_status_info_get", "msg type:1.")));
+                       error_line("file_wan_status_info_get", "msg type:1.")));
 }
 
 TEST_F(WanStatusInfo, NothingLeaks)

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/debug.h"
 #include "platform/hardware.h"
 #include "prod_common_ifaddrs.h"
 #include "support/capture.hpp"
@@ -66,9 +65,6 @@ char *iof_eth_name_get(eth_idx_t index)
 {
     return index == WAN_4 ? const_cast<char *>(board.wan4) : nullptr;
 }
-
-// The traces of the MAC counter are looked at where the counter is tested.
-void log_debug_print(const char *, int, int, const char *, const char *, ...) {}
 }
 
 namespace
