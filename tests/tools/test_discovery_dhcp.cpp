@@ -367,7 +367,7 @@ TEST_F(Line, AnOffer)
 
 TEST_F(Line, AnOfferThatCannotBeWritten)
 {
-    SKIP_IF_EMULATED(kNoAuxdata);
+    SKIP_IF_EMULATED(test::kNoAuxdata);
     const Outcome outcome = ask(
         {}, [&](const Packet &question) { send(offer(kOptions, xid_of(question))); },
         [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
