@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <chrono>
 
 #include "support/interpose.hpp"
@@ -108,7 +109,7 @@ SimulatedTime::~SimulatedTime()
 
 void SimulatedTime::pass(double seconds)
 {
-    simulated_us += static_cast<long long>(seconds * 1e6);
+    simulated_us += llround(seconds * 1e6);
 }
 
 const std::vector<long long> &SimulatedTime::sleeps() const
