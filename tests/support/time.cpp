@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
-#include <cmath>
 #include <chrono>
+#include <cmath>
 
 #include "support/interpose.hpp"
 
