@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 
@@ -13,7 +14,7 @@ namespace
 
 bool simulated_everywhere;
 thread_local bool simulated_here;
-long long simulated_us;
+std::atomic<long long> simulated_us;  // a thread may sleep while another waits for it
 std::vector<long long> sleeps_us;
 
 bool is_simulated()
@@ -77,8 +78,9 @@ int clock_gettime(clockid_t clock, struct timespec *now) noexcept
         static const auto real_clock_gettime = test::next(clock_gettime, "clock_gettime");
         return real_clock_gettime(clock, now);
     }
-    now->tv_sec = static_cast<time_t>(simulated_us / 1000000);
-    now->tv_nsec = static_cast<long>(simulated_us % 1000000 * 1000);
+    const long long us = simulated_us;
+    now->tv_sec = static_cast<time_t>(us / 1000000);
+    now->tv_nsec = static_cast<long>(us % 1000000 * 1000);
     return 0;
 }
 }
