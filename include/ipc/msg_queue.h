@@ -7,7 +7,8 @@
  * put. It is a System V message queue whose number is its key, created by whichever side touches it
  * first; that call appends a line to the registry "/var/run/id.mq": key, id, process id, process
  * name. Queues stay until the device restarts. A thread remembers the queue that it used last and
- * asks for it again when the kernel no longer has it.
+ * asks for it again when the kernel no longer has it; a program that moves to another IPC namespace
+ * does so before its first record.
  *
  * All functions may be called from any thread of any process. Failures are logged at level 2 under
  * "prod".
