@@ -242,7 +242,7 @@ TEST(MonitorStop, AProcessThatNobodyLooksAfter)
 TEST(MonitorStop, NobodyIsStoppedAtOnce)
 {
     const int before = test::open_descriptors();
-    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 0.5);
+    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 2);
     EXPECT_EQ(test::open_descriptors(), before);
 }
 
@@ -327,7 +327,7 @@ class Supervised
 TEST(MonitorStop, OneThatIsLookedAfterStaysStopped)
 {
     const Supervised service{"multiwan"};
-    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 1.5);
+    EXPECT_LT(seconds([] { EXPECT_EQ(monitor_stop("multiwan"), 0); }), 5);
     EXPECT_EQ(monitor_check_exist("multiwan"), 0);
     usleep(100000);
     EXPECT_EQ(monitor_check_exist("multiwan"), 0);

@@ -394,7 +394,6 @@ TEST_F(Line, Silence)
                   (Outcome{1, "", "discovery-dhcp: eth1: no server answered within 2 s\n"}));
     });
     EXPECT_GE(took, 1.99);
-    EXPECT_LT(took, 2.9);
     ASSERT_EQ(questions_.size(), 2U) << "asked again every second";
     EXPECT_EQ(questions_.front(), questions_.back());
 }

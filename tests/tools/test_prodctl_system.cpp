@@ -125,7 +125,7 @@ TEST_F(System, TheWatchdogBarksWhenNothingComes)
     ASSERT_EQ(pipe(input), 0);
     ASSERT_EQ(write(input[1], "alive\n", 6), 6);
     const Outcome outcome =
-        prodctl({"system", "watchdog", "1"}, "", [&] { dup2(input[0], STDIN_FILENO); });
+        prodctl({"system", "watchdog", "3"}, "", [&] { dup2(input[0], STDIN_FILENO); });
     EXPECT_EQ(outcome.status, PROD_WATCHDOG_STATUS);
     EXPECT_EQ(outcome.out, "alive\n");
     EXPECT_THAT(outcome.err, HasSubstr("(prodctl) barked."));
@@ -139,7 +139,7 @@ TEST_F(System, EachLineFeedsTheWatchdog)
     ASSERT_EQ(pipe(input), 0);
     std::thread daemon{[&] {
         for (int i = 0; i < 4; ++i) {
-            usleep(400000);  // four of these are longer than the time-out
+            usleep(800000);  // four of these are longer than the time-out
             EXPECT_EQ(write(input[1], ".\n", 2), 2);
         }
         close(input[1]);

@@ -387,7 +387,7 @@ TEST_F(ResolveDomain, NobodyListens)
     const Server silent{"", "127.0.0.53", true};
     const double took = test::seconds([] { fails_at("recv response", EAGAIN); });
     EXPECT_GE(took, 1.9);
-    EXPECT_LT(took, 3);
+    EXPECT_LT(took, 3.9) << "it does not wait a second time";
 }
 
 TEST_F(ResolveDomain, AServerThatIsNoAddress)
