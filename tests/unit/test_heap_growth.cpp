@@ -3,7 +3,8 @@
 // first call (a stream's buffer, an open converter), none keeps anything from a later one.
 //
 // PROD_HEAP_CALLS in the device's environment sets how often each is called: a million before a
-// release, by "device/launch … -- env PROD_HEAP_CALLS=1000000 …".
+// release, by "device/launch … -- env PROD_HEAP_CALLS=1000000 …". GTEST_TOTAL_SHARDS and
+// GTEST_SHARD_INDEX beside it share the getters out among several devices.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <ostream>
 
 #include "platform/cfm.h"
 #include "platform/process.h"
@@ -30,6 +32,11 @@ struct Getter {
     const char *name;
     void (*call)();
 };
+
+void PrintTo(const Getter &getter, std::ostream *out)
+{
+    *out << getter.name;
+}
 
 char text[8192];
 unsigned char mac[6];
@@ -185,39 +192,39 @@ void fill_device()
     ASSERT_EQ(queued(), 7);
 }
 
-TEST(HeapGrowth, NoGetterKeepsAnything)
+class HeapGrowth : public testing::TestWithParam<Getter>
 {
-    ASSERT_NO_FATAL_FAILURE(fill_device());
+  protected:
+    static void SetUpTestSuite() { fill_device(); }
+};
+
+TEST_P(HeapGrowth, TheGetterKeepsNothing)
+{
     const test::SimulatedTime no_waits;
     const char *const wish = getenv("PROD_HEAP_CALLS");
     const long calls = wish != nullptr ? strtol(wish, nullptr, 10) : 100;
     ASSERT_GT(calls, 0);
-    // What they have to say is not looked at here; what grew is told when all is done.
+    // What it has to say is not looked at here.
     fflush(stdout);
     const int console = dup(STDOUT_FILENO);
     ASSERT_NE(freopen("/dev/null", "we", stdout), nullptr);
-    long grown[std::size(kGetters)] = {};
-    long *growth = grown;
     constexpr long kFirstCalls = 3;
-    for (const Getter &getter : kGetters) {
-        for (long i = 0; i < kFirstCalls; ++i) {
-            getter.call();
-        }
-        const long before = blocks;
-        for (long i = 0; i < calls; ++i) {
-            getter.call();
-        }
-        *growth++ = blocks - before;
+    for (long i = 0; i < kFirstCalls; ++i) {
+        GetParam().call();
     }
+    const long before = blocks;
+    for (long i = 0; i < calls; ++i) {
+        GetParam().call();
+    }
+    const long grown = blocks - before;
     fflush(stdout);
     dup2(console, STDOUT_FILENO);
     close(console);
-    for (std::size_t i = 0; i < std::size(kGetters); ++i) {
-        EXPECT_EQ(grown[i], 0) << kGetters[i].name;
-    }
+    EXPECT_EQ(grown, 0) << GetParam().name;
 }
+INSTANTIATE_TEST_SUITE_P(All, HeapGrowth, testing::ValuesIn(kGetters));
 
-TEST(HeapGrowth, ALeakIsSeen)
+TEST(HeapCount, ALeakIsSeen)
 {
     const long before = blocks;
     char *const kept = strdup("kept");
