@@ -9,6 +9,9 @@
 // - A killed reader keeps its slot and its snapshot: stale ones are cleared at every opening, and
 //   when the reader table or the map runs full.
 // - A snapshot that is kept pins old pages: it is given back after each read.
+// - Whoever waits for its locks may wait for ever when processes are killed: nobody waits there,
+// see
+//   Turns.
 #include "cfm_store.hpp"
 
 #include <fcntl.h>
@@ -18,6 +21,7 @@
 
 #include <cerrno>
 #include <csetjmp>
+#include <ctime>
 #include <new>
 
 namespace platform
@@ -30,6 +34,7 @@ constexpr const char *kDataFile = "/var/run/cfm/data.mdb";
 constexpr const char *kReaderTable = "/var/run/cfm/lock.mdb";
 constexpr const char *kOpenLock = "/var/run/cfm/open.lock";
 constexpr const char *kCommitLock = "/var/run/cfm/commit.lock";
+constexpr const char *kTurns = "/var/run/cfm/turns";
 constexpr const char *kSettings = "settings";  // its presence says that the first load is done
 constexpr mode_t kPrivateFolder = 0700;
 constexpr mode_t kPrivateFile = 0600;
@@ -77,6 +82,43 @@ class FileLock
 };
 
 /**
+ * A turn that all processes take with one of the Turns. Its holder may be killed: the turn is then
+ * the next one's.
+ */
+class Turn
+{
+  public:
+    explicit Turn(pthread_mutex_t &mutex) : mutex_(mutex)
+    {
+        int rc = pthread_mutex_trylock(&mutex_);
+        while (rc == EBUSY || rc == ETIMEDOUT) {
+            rc = wait_a_while();
+        }
+        if (rc == EOWNERDEAD) {
+            pthread_mutex_consistent(&mutex_);  // there is nothing to mend
+        }
+    }
+    ~Turn() { pthread_mutex_unlock(&mutex_); }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+  private:
+    /** Not longer, since nobody may come to wake who waits. */
+    int wait_a_while()
+    {
+        constexpr long kWhile = 100000000;
+        constexpr long kSecond = 1000000000;
+        timespec end{};
+        clock_gettime(CLOCK_REALTIME, &end);
+        end.tv_sec += end.tv_nsec + kWhile >= kSecond ? 1 : 0;
+        end.tv_nsec = (end.tv_nsec + kWhile) % kSecond;
+        return pthread_mutex_timedlock(&mutex_, &end);
+    }
+
+    pthread_mutex_t &mutex_;
+};
+
+/**
  * A number that reads 1 in this process and 0 in every child of it, or nullptr where the kernel has
  * no such memory. Cheaper to look at than the process id, which costs a system call.
  */
@@ -101,6 +143,20 @@ int reserve_reader_table()
 {
     const Fd fd{::open(kReaderTable, O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFile)};
     return fd ? posix_fallocate(fd.get(), 0, kReaderTableSize) : errno;
+}
+
+int make_mutex_for_all_processes(pthread_mutex_t *mutex)
+{
+    pthread_mutexattr_t attributes;
+    int rc = pthread_mutexattr_init(&attributes);
+    if (rc != 0) {
+        return rc;
+    }
+    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    rc = pthread_mutex_init(mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    return rc;
 }
 
 /** Walks every page in use. */
@@ -294,6 +350,18 @@ int open_loaded(MDB_env **out, MDB_dbi *settings)
 
 constinit std::atomic<Store *> Store::current{nullptr};
 
+/**
+ * Whose turn it is, in memory that all processes share. The engine locks the same by itself, but of
+ * its locks a process can wait for ever: when the holder is killed after it gave one up and before
+ * it woke the next, and another takes the free lock meanwhile, that one knows of nobody to wake.
+ * Whoever has a turn here finds the engine's lock free.
+ */
+struct Store::Turns {
+    std::atomic<bool> made;  // the first to open makes them
+    pthread_mutex_t writing;
+    pthread_mutex_t entering;  // the reader table
+};
+
 class CommitLock
 {
   public:
@@ -367,6 +435,31 @@ Store *Store::open_slowly()
     return store != nullptr && store->open_environment() ? store : nullptr;
 }
 
+int Store::share_turns()
+{
+    const Fd fd{::open(kTurns, O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFile)};
+    int rc = fd ? posix_fallocate(fd.get(), 0, sizeof(Turns)) : errno;
+    if (rc != 0) {
+        return rc;
+    }
+    void *const memory =
+        mmap(nullptr, sizeof(Turns), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
+    if (memory == MAP_FAILED) {
+        return errno;
+    }
+    auto *const turns = static_cast<Turns *>(memory);
+    if (!turns->made) {
+        if ((rc = make_mutex_for_all_processes(&turns->writing)) != 0 ||
+            (rc = make_mutex_for_all_processes(&turns->entering)) != 0) {
+            munmap(memory, sizeof(Turns));
+            return rc;
+        }
+        turns->made = true;
+    }
+    turns_ = turns;
+    return 0;
+}
+
 bool Store::open_environment()
 {
     const MutexLock one_thread{opening_};
@@ -380,6 +473,10 @@ bool Store::open_environment()
     if (!one_process) {
         return false;
     }
+    if (turns_ == nullptr && share_turns() != 0) {
+        return false;
+    }
+    const Turn entering{turns_->entering};
     MDB_env *env = nullptr;
     int rc = open_loaded(&env, &settings_);
     if (is_damage(rc)) {
@@ -407,6 +504,7 @@ MDB_txn *Store::take_snapshot()
         }
         mdb_txn_abort(txn);
     }
+    const Turn entering{turns_->entering};
     MDB_txn *txn = nullptr;
     int rc = mdb_txn_begin(env(), nullptr, MDB_RDONLY, &txn);
     if (rc == MDB_READERS_FULL) {
@@ -464,6 +562,7 @@ bool Store::holds(std::string_view key, std::string_view value)
 template <typename Change>
 int Store::write(Change change)
 {
+    const Turn writing{turns_->writing};
     for (bool again = false;; again = true) {
         MDB_txn *txn = nullptr;
         int rc = mdb_txn_begin(env(), nullptr, 0, &txn);
@@ -478,6 +577,7 @@ int Store::write(Change change)
         if (rc != MDB_MAP_FULL || again) {
             return rc;
         }
+        const Turn entering{turns_->entering};
         mdb_reader_check(env(), nullptr);  // killed readers may hold what is missing
     }
 }

@@ -56,11 +56,13 @@ class Store
   private:
     friend class CommitLock;
     class Snapshot;
+    struct Turns;
 
     static Store *open_slowly();
     static Store *for_this_process();
 
     bool is_mine() const;
+    int share_turns();
     bool open_environment();
     MDB_env *env() const { return env_.load(std::memory_order_relaxed); }
     MDB_txn *take_snapshot();
@@ -79,6 +81,7 @@ class Store
     static constexpr int kIdle = 8;
 
     std::atomic<MDB_env *> env_;
+    Turns *turns_;
     MDB_dbi settings_;
     std::atomic<MDB_txn *> idle_[kIdle];
     const std::atomic<int> *fork_mark_;  // reads 0 in a child; nullptr: compare process ids

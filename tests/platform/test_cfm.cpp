@@ -4,6 +4,8 @@
 #include "platform/cfm.h"
 
 #include <gtest/gtest.h>
+#include <linux/futex.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +25,7 @@
 
 extern "C" {
 int madvise(void *address, size_t size, int advice) noexcept;
+int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept;
 ssize_t write(int fd, const void *data, size_t size);
 int fsync(int fd);
 int rename(const char *from, const char *to) noexcept;
@@ -573,6 +576,30 @@ TEST_F(Cfm, TwoHundredKilledAtRandomPoints)
     EXPECT_TRUE(ended_well(witness));
 }
 
+bool dies_unlocking;  // this process, once somebody waits for what it unlocks
+
+/** Killed after it gave up its turn and before it woke the next, which then nobody does. */
+TEST_F(Cfm, AWakeUpThatIsLostHoldsNobodyUp)
+{
+    after_boot([] { EXPECT_TRUE(set("shared", "before")); });
+    test::Child unlocker{[](test::Child &child) {
+        EXPECT_TRUE(set("shared", "opened"));
+        dies_unlocking = true;
+        child.tell();
+        set("shared", "unlocked");
+    }};
+    unlocker.wait_until_told();
+    EXPECT_TRUE(in_a_child([] {
+        alarm(20);
+        while (stored("shared") != "unlocked") {
+            usleep(1000);
+        }
+        EXPECT_TRUE(set("shared", "waited for"));
+    }));
+    unlocker.expect_signal(SIGKILL);
+    EXPECT_TRUE(in_a_child([] { EXPECT_EQ(stored("shared"), "waited for"); }));
+}
+
 // ------------------------------------------------------------------------------ a killed commit
 
 int calls_to_live = -1;  // negative: for ever
@@ -654,6 +681,22 @@ int madvise(void *address, size_t size, int advice) noexcept
         return -1;
     }
     return test::next(madvise, "madvise")(address, size, advice);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept
+{
+    constexpr int kPolls = 200;
+    for (int poll = 0; dies_unlocking && poll < kPolls; ++poll) {
+        const auto word =
+            static_cast<unsigned int>(__atomic_load_n(&mutex->__data.__lock, __ATOMIC_RELAXED));
+        if ((word & FUTEX_WAITERS) != 0) {
+            __atomic_store_n(&mutex->__data.__lock, 0, __ATOMIC_RELEASE);
+            raise(SIGKILL);
+        }
+        usleep(10000);
+    }
+    static const auto pass = test::next(pthread_mutex_unlock, "pthread_mutex_unlock");
+    return pass(mutex);
 }
 
 ssize_t write(int fd, const void *data, size_t size)
