@@ -49,3 +49,13 @@ inline void count_lines(benchmark::State &state)
 
 /** The numbers of lines of files that are read line by line. */
 #define LINES ->Arg(100)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond)
+
+/** main() of a benchmark that needs nothing laid out first. */
+#define MAIN_IN_A_DEVICE()                   \
+    int main(int argc, char **argv)          \
+    {                                        \
+        bench::must_be_in_a_device();        \
+        benchmark::Initialize(&argc, argv);  \
+        benchmark::RunSpecifiedBenchmarks(); \
+        return 0;                            \
+    }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "bench.hpp"
 #include "prod_common_debug.h"
 
 namespace
@@ -206,6 +207,7 @@ BENCHMARK(error_library);
 
 int main(int argc, char **argv)
 {
+    bench::must_be_in_a_device();
     for (const int count : {1, 10, 50, 100}) {
         for (const auto &[place, which] :
              {std::pair{"first", 0}, {"middle", count / 2}, {"last", count - 1}}) {

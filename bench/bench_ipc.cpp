@@ -70,7 +70,6 @@ void lock_bare(benchmark::State &state)
         step(id, -1);
         step(id, 1);
     }
-    state.counters["syscalls"] = 2;
 }
 BENCHMARK(lock_bare)->Name("lock/bare semop, id kept");
 
@@ -82,7 +81,6 @@ void lock_flock(benchmark::State &state)
         flock(fd, LOCK_UN);
     }
     close(fd);
-    state.counters["syscalls"] = 2;
 }
 BENCHMARK(lock_flock)->Name("lock/flock, descriptor kept");
 
@@ -93,7 +91,6 @@ void lock_flock_opened(benchmark::State &state)
         flock(fd, LOCK_EX);
         close(fd);
     }
-    state.counters["syscalls"] = 3;
 }
 BENCHMARK(lock_flock_opened)->Name("lock/flock, opened each time");
 
@@ -104,7 +101,6 @@ void lock_least(benchmark::State &state)
         step(least_semaphore("plain", 2), -1);
         step(least_semaphore("plain", 2), 1);
     }
-    state.counters["syscalls"] = 10;
 }
 BENCHMARK(lock_least)->Name("lock/plain: open close ftok semget semop");
 
@@ -114,7 +110,6 @@ void lock_plain(benchmark::State &state)
         step(plain_semaphore("plain", 1), -1);
         step(plain_semaphore("plain", 1), 1);
     }
-    state.counters["syscalls"] = 12;
 }
 BENCHMARK(lock_plain)->Name("lock/plain, creating first");
 
@@ -124,7 +119,6 @@ void lock_library(benchmark::State &state)
         ipc_lock("bench%d", 1);
         ipc_unlock("bench%d", 1);
     }
-    state.counters["syscalls"] = 6;
 }
 BENCHMARK(lock_library)->Name("lock/library");
 
@@ -152,7 +146,6 @@ void queue_bare(benchmark::State &state)
         must(msgrcv(id, message.data(), size, MQ_MSG_TYPE, IPC_NOWAIT) > 0, "msgrcv");
         memcpy(record.data(), &message[1], size);
     }
-    state.counters["syscalls"] = 2;
 }
 BENCHMARK(queue_bare)->Name("queue/bare, id kept")->Arg(64)->Arg(1024);
 
@@ -175,7 +168,6 @@ void queue_posix(benchmark::State &state)
         must(mq_receive(queue, room.data(), room.size(), nullptr) > 0, "mq_receive");
     }
     mq_close(queue);
-    state.counters["syscalls"] = 2;
 }
 BENCHMARK(queue_posix)->Name("queue/POSIX, descriptor kept")->Arg(64)->Arg(1024);
 
@@ -194,7 +186,6 @@ void queue_plain(benchmark::State &state)
         memcpy(record.data(), in + 1, size);
         free(in);
     }
-    state.counters["syscalls"] = 6;
 }
 BENCHMARK(queue_plain)->Name("queue/plain: two msgget, heap block")->Arg(64)->Arg(1024);
 
@@ -206,10 +197,9 @@ void queue_library(benchmark::State &state)
         must(mq_put(kLibraryQueue, record.data(), size, 0) == 1, "mq_put");
         must(mq_get(kLibraryQueue, record.data(), size, 0) == 1, "mq_get");
     }
-    state.counters["syscalls"] = 2;
 }
 BENCHMARK(queue_library)->Name("queue/library")->Arg(64)->Arg(1024);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+MAIN_IN_A_DEVICE()

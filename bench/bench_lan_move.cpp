@@ -178,4 +178,4 @@ BENCHMARK(one_row_by_itself)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+MAIN_IN_A_DEVICE()

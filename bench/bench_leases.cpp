@@ -226,4 +226,4 @@ BENCHMARK(neighbours_bytes)->Name("neighbours/bytes alone") LINES;
 
 }  // namespace
 
-BENCHMARK_MAIN();
+MAIN_IN_A_DEVICE()

@@ -225,4 +225,4 @@ BENCHMARK(entries_bytes)->Name("log/bytes") LINES;
 
 }  // namespace
 
-BENCHMARK_MAIN();
+MAIN_IN_A_DEVICE()

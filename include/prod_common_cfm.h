@@ -57,7 +57,8 @@ PROD_API int prod_cfm_get_fmt_val(const char *fmt, char *value, ...) PROD_PRINTF
 
 /**
  * Removes a key that holds a value. One that is absent or holds the empty text is left alone.
- * @return 1 when a value was removed, which counts as a change; 0 otherwise, also for a NULL key
+ * @return 1 when it held a value, which counts as a change whether the store removed it or not; 0
+ *         otherwise, also for a NULL key
  */
 PROD_API int prod_cfm_unset_val(const char *key);
 

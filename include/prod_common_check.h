@@ -321,8 +321,9 @@ PROD_API int prod_check_device_exist(const char *ifname);
 PROD_API int prod_check_device_in_bridge(const char *ifname, const char *bridge);
 
 /**
- * Whether a USB partition is mounted: 1 when "/proc/mounts" names "/etc/upan/<name>", exactly;
- * else 0, also for NULL.
+ * Whether a USB partition is mounted: 1 when a line of "/proc/mounts" holds "/etc/upan/<name>"
+ * with a blank or the line's end behind it, whatever stands in front; else 0, also for NULL. Of a
+ * line 255 characters count, the rest is the next line.
  */
 PROD_API int check_dir_is_mounts(const char *name);
 
@@ -357,7 +358,8 @@ PROD_API void check_modify_item_in_rule(char *pRule, const char *pDelimiter, int
 /**
  * Moves a stored time forward and commits the configuration: stores the time of the device's zone
  * ("sys.timezone", in which 12 stands for no offset) plus 2, or, when the stored time is not
- * before that, the stored time plus 2. It never goes back and grows by at least 2.
+ * before that, the stored time plus 2. It never goes back and grows by at least 2, as long as it is
+ * below 2^63: a larger one reads as 2^63 - 1.
  * @param key  the configuration key; NULL does nothing
  */
 PROD_API void update_timestamps(const char *key);

@@ -105,7 +105,8 @@ PROD_API int systool_file_handle(FILE_OPERATE_ENUM type, char *buf, long size);
  * the writing thread is started, so that the caller can answer who asked for the upgrade; blocks
  * for the time that reading the file takes.
  *
- * @return 0 when the writer was started. -1, and no daemon was stopped, when the image is missing,
+ * @return 0 when the image is good, also when the writer's thread could not be started, which
+ *         prod_systool_call_writeImage() logs. -1, and no daemon was stopped, when it is missing,
  *         empty or larger than PROD_FW_LARGEST, cannot be read, or is rejected: it is then deleted
  *         as flash_check_fw() says. The reason is logged at level 2, module "prod".
  */

@@ -115,12 +115,13 @@ is_wanted() {
 # Sets "dir" from a checking script's arguments: a build folder made earlier, or the host build,
 # brought up to date.
 use_build() {
+    [ $# -le 1 ] || fail "takes one build folder (--help tells more)"
     case ${1-} in
     -h | --help) show_help; exit ;;
     -*) fail "unknown option $1 (--help tells more)" ;;
     '')
         "$tree/script/bootstrap"
-        build host host prod_common
+        build host host layout # links the library, and tells its records
         dir=$(build_dir host) ;;
     *) dir=$(cd "$1" 2>/dev/null && pwd) || fail "there is no build folder $1" ;;
     esac

@@ -52,7 +52,7 @@ PROD_API int get_or_create_mq(int key);
  * @param id        the queue's number; the queue is created when there is none
  * @param data      the record; copied
  * @param data_len  its bytes, at least 1
- * @param block     0: try once; otherwise for about 3 seconds (3 to 4: whole seconds of the wall
+ * @param block     0: try once; otherwise for about 3 seconds (2 to 3: whole seconds of the wall
  *                  clock are compared, so setting the clock back prolongs it)
  * @return 1 when it is in the queue; 0 otherwise, also when the queue stayed full
  */

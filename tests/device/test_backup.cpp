@@ -13,6 +13,7 @@
 #include "stories.hpp"
 #include "support/capture.hpp"
 #include "support/files.hpp"
+#include "support/image.hpp"
 #include "support/sql.hpp"
 #include "support/store.hpp"
 #include "support/time.hpp"
@@ -182,12 +183,7 @@ TEST(Backup, WhatIsNoBackup)
     changed[100] ^= 1;
     std::string edited = good;
     edited[trailer + 4] = edited[trailer + 4] == '1' ? '2' : '1';
-    std::string random;
-    unsigned int seed = 1;
-    for (int i = 0; i < 100000; ++i) {
-        seed = seed * 1103515245 + 12345;
-        random += static_cast<char>(seed >> 16U);
-    }
+    const std::string random = test::noise(100000);
     const std::pair<const char *, std::string> kInvalid[] = {
         {"one changed byte", changed},
         {"a cut tail", good.substr(0, good.size() / 2)},

@@ -37,10 +37,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
     proc.write("ipv6_route", table);
     finds_address(get_ipv6_str);
     finds_address(get_link_ipv6_str);
-    FUZZ_CHECK(get_ipv6_prefix_len(kDevice) == get_ipv6_prefix_len(kDevice));
+    get_ipv6_prefix_len(kDevice);
     get_link_ipv6_prefix_len(kDevice);
     if (finds_address([](const char *, char *text) { return get_ipv6_def_gw(text); })) {
         FUZZ_CHECK(table.find("00000000000000000000000000000000") != std::string::npos);
     }
+    // Lines in front of everything else are the ones that count.
+    proc.write("if_inet6",
+               "20010db8000100000000000000000001 02 30 00 80     eth1\n"
+               "fe80000000000000021122fffe334455 02 0a 20 80     eth1\n" +
+                   table);
+    FUZZ_CHECK(get_ipv6_prefix_len(kDevice) == 48 && get_link_ipv6_prefix_len(kDevice) == 10);
     return 0;
 }

@@ -62,12 +62,16 @@ TEST(MacOfInterface, Failures)
     unsigned char mac[6] = {9, 9, 9, 9, 9, 9};
     EXPECT_EQ(ifaddrs_get_if_netmac("none0", mac), -1);
     EXPECT_EQ(errno, ENODEV);
-    EXPECT_EQ(ifaddrs_get_if_netmac(nullptr, mac), -1);
-    EXPECT_EQ(ifaddrs_get_if_netmac("", mac), -1);
-    EXPECT_EQ(ifaddrs_get_if_netmac("sixteen_letters_", mac), -1);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(ifaddrs_get_if_netmac(std::string(5000, 'n').c_str(), mac), -1);
+    const std::string longest(5000, 'n');
+    for (const char *const name :
+         {static_cast<const char *>(nullptr), "", "sixteen_letters_", longest.c_str()}) {
+        errno = 0;
+        EXPECT_EQ(ifaddrs_get_if_netmac(name, mac), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    errno = 0;
     EXPECT_EQ(ifaddrs_get_if_netmac("lo", nullptr), -1);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(hex(mac), "09:09:09:09:09:09");
 }
 

@@ -657,17 +657,24 @@ TEST_F(Cfm, ACommitKilledAtRandomMoments)
     });
     const std::size_t size = read_text(kPersistent).size();
     srand(815);
+    int in_the_middle = 0;
     for (int round = 0; round < 60; ++round) {
         {
-            const test::Child writer{[](test::Child &) {
+            const test::Child writer{[](test::Child &child) {
+                EXPECT_EQ(CommitCfm(), 1);
+                child.tell();
                 for (;;) {
                     CommitCfm();
                 }
             }};
+            writer.wait_until_told();
             usleep(static_cast<useconds_t>(rand() % 4000));
         }
+        in_the_middle += test::exists("/cfg/cfm.cfg.new") ? 1 : 0;
         EXPECT_EQ(read_text(kPersistent).size(), size);
+        test::remove_all("/cfg/cfm.cfg.new");
     }
+    EXPECT_GT(in_the_middle, 0) << "or this proves nothing";
 }
 
 }  // namespace

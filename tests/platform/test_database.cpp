@@ -762,7 +762,7 @@ TEST_F(Database, OneOnAFullDisk)
     db_table other;
     EXPECT_FALSE(init(other, "other"));
     // Of a series that cannot be stored nothing is.
-    table.lock(&table);
+    ASSERT_NE(table.lock(&table), 0);
     for (int i = 0; i < 200; ++i) {
         set(table, id, {"a", i, std::string(31, 'x')});
         add(table, {std::to_string(i), i, std::string(31, 'x')});

@@ -178,6 +178,8 @@ TEST_F(DatabaseBackup, EveryByteSurvives)
     EXPECT_EQ(db_backup_load("default", text.c_str()), 1);
     EXPECT_EQ(contents(), before);
     EXPECT_EQ(saved(), text);
+    ASSERT_EQ(stat(kBackup, &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U) << "it holds passwords";
 }
 
 TEST_F(DatabaseBackup, ItIsFoundInAWholeFile)

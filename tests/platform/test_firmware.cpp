@@ -291,7 +291,6 @@ TEST_F(Firmware, EachFailureHasALineOfItsOwn)
     check_mtd_size(2, kFile);
     crc_of("x");
     check_fw_valid(2, nullptr);
-    std::vector<std::string> expected;
     EXPECT_THAT(
         logged,
         ElementsAre(testing::MatchesRegex("its header is damaged \\(checksum\\): [0-9a-f]{8} "

@@ -4,17 +4,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
 #include <linux/if_bridge.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <linux/sockios.h>
 #include <net/if.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -41,6 +46,8 @@ struct VlanKernel {
     ssize_t answer_size = sizeof(nlmsghdr) + sizeof(nlmsgerr);
 };
 VlanKernel *vlan_kernel;
+
+std::vector<std::string> *ethtool_requests;  // while set, every one succeeds
 
 /** A request as "set|unset INTERFACE vlan N [untagged] [pvid]". */
 std::string described(const void *data, std::size_t size)
@@ -106,6 +113,23 @@ ssize_t recv(int fd, void *data, size_t size, int flags)
     }
     static const auto real = test::next(recv, "recv");
     return real(fd, data, size, flags);
+}
+
+int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list args;
+    va_start(args, request);
+    void *const argument = va_arg(args, void *);
+    va_end(args);
+    if (ethtool_requests != nullptr && request == SIOCETHTOOL) {
+        const auto *const asked = static_cast<const ifreq *>(argument);
+        ethtool_value value;
+        memcpy(&value, asked->ifr_data, sizeof(value));
+        ethtool_requests->push_back(std::string{asked->ifr_name} + " " + std::to_string(value.cmd));
+        return 0;
+    }
+    static const auto real = test::next(ioctl, "ioctl");
+    return real(fd, request, argument);
 }
 }
 
@@ -286,6 +310,15 @@ TEST_F(Ports, WhatIsNotThere)
     EXPECT_NE(iof_port_status_get(4, nullptr), 0);
 }
 
+TEST_F(Ports, ALinkThatIsNegotiated)
+{
+    std::vector<std::string> requests;
+    ethtool_requests = &requests;
+    EXPECT_EQ(iof_port_restart_auto_nego(4), 0);
+    ethtool_requests = nullptr;
+    EXPECT_THAT(requests, ElementsAre("eth1 " + std::to_string(ETHTOOL_NWAY_RST)));
+}
+
 TEST_F(Ports, NegotiatingAnew)
 {
     SKIP_IF_EMULATED(kNoEthtool);
@@ -426,7 +459,7 @@ void with_board(const std::string &text, const std::function<void()> &code)
     EXPECT_TRUE(test::in_a_child(code)) << text;
 }
 
-/** These come first in the process, so that nobody has read the names of the real board yet. */
+/** These stand before InterfaceNames, so that nobody has read the names of the real board yet. */
 TEST(ABoardFile, Names)
 {
     with_board(R"({"ethernet": {"LAN_1": "br7", "WAN_2": "wan", "IPTV_WAN_1": "fifteen_letters"}})",
@@ -528,6 +561,25 @@ TEST(ABoardFile, ACpuPortThatIsNotThere)
     });
 }
 
+TEST(ABoardFile, ManyThreadsReadTheNamesAtOnce)
+{
+    with_board(read_text(kBoard), [] {
+        std::latch start{8};
+        std::vector<std::thread> all;
+        for (int t = 0; t < 8; ++t) {
+            all.emplace_back([&] {
+                start.arrive_and_wait();
+                for (int i = 0; i < 100; ++i) {
+                    EXPECT_STREQ(iof_eth_name_get(WAN_1), "eth1");
+                }
+            });
+        }
+        for (std::thread &thread : all) {
+            thread.join();
+        }
+    });
+}
+
 TEST(InterfaceNames, OfTheVirtualBoard)
 {
     EXPECT_STREQ(iof_eth_name_get(LAN_1), "br0");
@@ -546,23 +598,6 @@ TEST(InterfaceNames, StayWhatTheyAre)
     const test::FileHolds board{kBoard, R"({"ethernet": {"WAN_1": "other"}})"};
     EXPECT_EQ(iof_eth_name_get(WAN_1), name);
     EXPECT_STREQ(name, "eth1");
-}
-
-TEST(InterfaceNames, ManyThreadsAtOnce)
-{
-    with_board(read_text(kBoard), [] {
-        std::vector<std::thread> all;
-        for (int t = 0; t < 8; ++t) {
-            all.emplace_back([] {
-                for (int i = 0; i < 100; ++i) {
-                    EXPECT_STREQ(iof_eth_name_get(WAN_1), "eth1");
-                }
-            });
-        }
-        for (std::thread &thread : all) {
-            thread.join();
-        }
-    });
 }
 
 // ------------------------------------------------------------------------------- MAC addresses

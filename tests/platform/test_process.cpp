@@ -209,10 +209,12 @@ TEST(SendSignal, ToNobody)
     EXPECT_EQ(errno, ESRCH);
     EXPECT_EQ(test::open_descriptors(), before);
     for (const char *const name : {static_cast<const char *>(nullptr), ""}) {
+        errno = 0;
         EXPECT_EQ(proc_send_signal(name, SIGHUP), -1);
         EXPECT_EQ(errno, EINVAL);
     }
     for (const int signo : {-1, NSIG}) {
+        errno = 0;
         EXPECT_EQ(proc_send_signal("pppd_l2tp", signo), -1);
         EXPECT_EQ(errno, EINVAL);
     }
@@ -373,6 +375,7 @@ TEST(MonitorStop, NamesThatCannotBe)
 {
     for (const char *const name :
          {static_cast<const char *>(nullptr), "", ".", "..", "../x", "a/b"}) {
+        errno = 0;
         EXPECT_EQ(monitor_stop(name), -1);
         EXPECT_EQ(errno, EINVAL);
     }
@@ -487,15 +490,22 @@ TEST(SendMessage, ADaemonThatClosesEarlyKillsNobody)
 
 TEST(SendMessage, ArgumentsThatCannotBe)
 {
-    EXPECT_LT(hlx_proc_send_msg(nullptr, kSocket), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_LT(hlx_proc_send_msg(Frame{"x"}.message, nullptr), 0);
-    EXPECT_LT(hlx_proc_send_msg(Frame{"x"}.message, std::string(108, '/').c_str()), 0);
-    EXPECT_EQ(errno, EINVAL);
+    const std::string longer(108, '/');
+    Frame frame{"x"};
     Frame negative{"x"};
     negative.message->Length = -1;
-    EXPECT_LT(hlx_proc_send_msg(negative.message, kSocket), 0);
-    EXPECT_EQ(errno, EINVAL);
+    const struct {
+        HLX_MSG *message;
+        const char *path;
+    } kCases[] = {{nullptr, kSocket},
+                  {frame.message, nullptr},
+                  {frame.message, longer.c_str()},
+                  {negative.message, kSocket}};
+    for (const auto &[message, path] : kCases) {
+        errno = 0;
+        EXPECT_LT(hlx_proc_send_msg(message, path), 0);
+        EXPECT_EQ(errno, EINVAL);
+    }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <latch>
@@ -25,12 +26,18 @@ namespace
 std::atomic<int> opened{0};
 std::atomic<int> closed{0};
 
+bool no_tables;  // the machine has none
+
 }  // namespace
 
 extern "C" {
 iconv_t iconv_open(const char *to, const char *from)
 {
     static const auto real = test::next(iconv_open, "iconv_open");
+    if (no_tables) {
+        errno = EINVAL;
+        return reinterpret_cast<iconv_t>(-1);
+    }
     ++opened;
     return real(to, from);
 }
@@ -321,6 +328,19 @@ TEST(CodeFormat, ThreadsDoNotMeetInAConverter)
 }
 
 /** A program's own clean-up at a thread's end may convert once more, after ours. */
+TEST(CodeFormat, AMachineWithoutTables)
+{
+    std::thread{[] {  // which has no converters yet
+        char out[40] = "";
+        no_tables = true;
+        EXPECT_EQ(system_convert_code_format("utf-8", kGbk, out), 0);
+        no_tables = false;
+        EXPECT_NE(system_convert_code_format("utf-8", kGbk, out), 0) << "asked for again";
+        EXPECT_STREQ(out, kUtf8);
+    }}
+        .join();
+}
+
 TEST(CodeFormat, ConversionWhileAThreadEnds)
 {
     static std::atomic<int> rounds;

@@ -143,8 +143,7 @@ TEST(StationsOfAFile, Damaged)
     EXPECT_EQ(stations_of("wl0").size(), 0U);
 }
 
-// ----------------------------------------------------------------------------------- over
-// nl80211
+// ------------------------------------------------------------------------------- over nl80211
 
 bool kernel_has_radios = false;
 std::vector<nl_msg *> kernel_messages;

@@ -37,6 +37,12 @@ bool possible_key(const char *key)
     return possible_text(key, CFM_KEY_MAX) && *key != '\0';
 }
 
+/** What can be stored; a read of another key only finds nothing. */
+bool storable_key(const char *key)
+{
+    return possible_key(key) && *key != '#' && strchr(key, '=') == nullptr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -66,7 +72,7 @@ int SetValue(const char *key, const char *value)
     const std::lock_guard lock{mutex};
     Store &s = store();
     ++s.calls.writes;
-    if (s.faults.writes || !possible_key(key) || !possible_text(value, CFM_VALUE_SIZE - 1)) {
+    if (s.faults.writes || !storable_key(key) || !possible_text(value, CFM_VALUE_SIZE - 1)) {
         return 0;
     }
     s.working[key] = value;
@@ -98,7 +104,7 @@ int RestoreValue(void)
     const std::lock_guard lock{mutex};
     Store &s = store();
     ++s.calls.restores;
-    if (s.faults.restores) {
+    if (s.faults.restores || s.defaults.empty()) {
         return 0;
     }
     s.working = s.defaults;

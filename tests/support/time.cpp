@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "support/time.hpp"
 
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -94,6 +95,18 @@ double seconds(const std::function<void()> &code)
     const auto start = Clock::now();
     code();
     return std::chrono::duration<double>{Clock::now() - start}.count();
+}
+
+Alarms::Alarms()
+{
+    const itimerval every_second = {{1, 0}, {1, 0}};
+    setitimer(ITIMER_REAL, &every_second, nullptr);
+}
+
+Alarms::~Alarms()
+{
+    const itimerval none = {};
+    setitimer(ITIMER_REAL, &none, nullptr);
 }
 
 SimulatedTime::SimulatedTime(time_t now, Of of)

@@ -13,6 +13,17 @@ namespace test
 /** How long @p code takes, in seconds. */
 double seconds(const std::function<void()> &code);
 
+/** While it lives, SIGALRM comes every second: a busy machine may not be waiting yet at the first.
+ */
+class Alarms
+{
+  public:
+    Alarms();
+    ~Alarms();
+    Alarms(const Alarms &) = delete;
+    Alarms &operator=(const Alarms &) = delete;
+};
+
 /**
  * While it lives, sleeps return at once and move the simulated clocks, wall clock and monotonic
  * clock alike, and are recorded.

@@ -3,6 +3,7 @@
 //
 //   kill N    the process is killed in front of step N
 //   fail N    step N fails with EIO
+//   signal N  what would end a program is sent to it in front of step N
 //   short     every other transfer is interrupted, the others move at most 1000 bytes
 //   ignore    writes change nothing, and say that all went well
 //   spoil N   the first N writes of contents change a byte
@@ -59,6 +60,11 @@ bool step()
     }
     if (fault().is("kill")) {
         kill(getpid(), SIGKILL);
+    }
+    if (fault().is("signal")) {
+        for (const int signo : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE}) {
+            raise(signo);
+        }
     }
     if (fault().is("fail")) {
         errno = EIO;

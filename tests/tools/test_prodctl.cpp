@@ -182,13 +182,26 @@ TEST(Help, OfACommand)
         << "whatever else stands there";
 }
 
+/** Whether the manual page has an entry of a command, by whichever macro. */
+bool has_entry(const std::string &page, const std::string &command)
+{
+    for (const char *const macro : {"\n.B ", "\n.BI \"", "\n.BR \""}) {
+        for (const char end : {' ', '\n'}) {
+            if (page.find(macro + command + end) != std::string::npos) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 TEST(Help, TheManPageKnowsEveryCommandAndOption)
 {
     std::string page = test::read_text(PRODCTL_SOURCES "/prodctl.1");
     std::erase(page, '\\');
     for (const auto &[path, help] : nodes()) {
         if (listed(help, "commands").empty()) {
-            EXPECT_THAT(page, HasSubstr(joined(path))) << joined(path);
+            EXPECT_TRUE(has_entry(page, joined(path))) << joined(path);
         }
         for (const std::string &option : listed(help, "options")) {
             EXPECT_THAT(page, HasSubstr(option)) << joined(path);
@@ -296,12 +309,6 @@ TEST_F(Streams, WhatTheLibraryPrintsStaysOutOfTheAnswer)
     EXPECT_EQ(outcome.out, "{\"ports\":[{\"physical_id\":99,\"link\":false}]}\n");
     EXPECT_THAT(outcome.err, HasSubstr("Failed to iof_port_status_get(99)"));
     EXPECT_EQ(prodctl({"port", "99"}).out, "PHYSICAL  LINK\n99        down\n");
-}
-
-TEST_F(Streams, TheCommandsOfTheLibraryTooStayOut)
-{
-    const Outcome outcome = prodctl({"check", "mount", "/nonesuch", "--json"});
-    EXPECT_EQ(outcome.out, "{\"result\":false}\n");
 }
 
 TEST_F(Streams, StandardOutputThatTakesNothing)

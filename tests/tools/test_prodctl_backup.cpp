@@ -80,6 +80,11 @@ TEST_F(PolicyTool, ImportListExport)
                            "\"name\":\"Bob's\","));
 
     EXPECT_EQ(prodctl({"policy", "export"}), (Outcome{0, kNight + "\n" + kNight + "\n", ""}));
+    EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(
+                     test::answer(prodctl({"policy", "export", "--json"})).get(), "text")),
+                 (kNight + "\n" + kNight + "\n").c_str());
+    EXPECT_EQ(prodctl({"policy", "init", "/tmp/other.db", "--json"}),
+              (Outcome{0, "{\"file\":\"/tmp/other.db\"}\n", ""}));
     EXPECT_EQ(prodctl({"policy", "export", kFile, "--json"}).out,
               "{\"records\":{\"wireless\":0,\"radio\":0,\"reboot\":2,\"deployment\":0,\"vlan\":0},"
               "\"file\":\"/tmp/saved\"}\n");

@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Name servers on the command line: asking one, and gathering those for the relay. The provider is
 // dnsmasq at the far end of WAN 1's cable.
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "platform/cfm.h"
 #include "prod_common_wan.h"
 #include "support/capture.hpp"
+#include "support/children.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 #include "support/store.hpp"
@@ -33,34 +30,25 @@ class NameServer
 {
   public:
     explicit NameServer(const std::string &address)
+        : child_{[&address](test::Child &) {
+              const std::string listen = "--listen-address=" + address;
+              execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null",
+                     "--pid-file=", "--no-resolv", "--no-hosts", "--bind-interfaces",
+                     listen.c_str(), "--host-record=www.example.net,198.51.100.1",
+                     "--host-record=two.example.net,198.51.100.1",
+                     "--host-record=two.example.net,198.51.100.2", "--local=/example.net/",
+                     static_cast<char *>(nullptr));
+              _exit(127);
+          }}
     {
-        const std::string listen = "--listen-address=" + address;
-        child_ = fork();
-        if (child_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            execlp("dnsmasq", "dnsmasq", "--no-daemon", "--conf-file=/dev/null",
-                   "--pid-file=", "--no-resolv", "--no-hosts", "--bind-interfaces", listen.c_str(),
-                   "--host-record=www.example.net,198.51.100.1",
-                   "--host-record=two.example.net,198.51.100.1",
-                   "--host-record=two.example.net,198.51.100.2", "--local=/example.net/",
-                   static_cast<char *>(nullptr));
-            _exit(127);
-        }
         const std::string socket = ":0035 ";
         test::eventually("the server listens", [&] {
             return test::read_text("/proc/net/udp").find(socket) != std::string::npos;
         });
     }
-    ~NameServer()
-    {
-        kill(child_, SIGTERM);
-        waitpid(child_, nullptr, 0);
-    }
-    NameServer(const NameServer &) = delete;
-    NameServer &operator=(const NameServer &) = delete;
 
   private:
-    pid_t child_;
+    test::Child child_;
 };
 
 class Resolve : public test::Fresh
@@ -134,12 +122,14 @@ TEST_F(Resolve, OverAWan)
     const Outcome outcome = prodctl(
         {"wan", "resolve", "www.example.net", "--server", "100.64.1.1", "--via", "1", "--json"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.out, Prints("\\{\"error\":\"asking 100\\.64\\.1\\.1 failed after 2\\.[0-9] "
-                                    "s\"\\}\n"));
-    EXPECT_THAT(outcome.err,
-                Prints("Asking 100\\.64\\.1\\.1 for www\\.example\\.net\\.\\.\\.\n"
-                       "recv response: Resource temporarily unavailable\n"
-                       "prodctl wan resolve: asking 100\\.64\\.1\\.1 failed after 2\\.[0-9] s\n"));
+    EXPECT_THAT(outcome.out,
+                Prints("\\{\"error\":\"asking 100\\.64\\.1\\.1 failed after [23]\\.[0-9] "
+                       "s\"\\}\n"));
+    EXPECT_THAT(
+        outcome.err,
+        Prints("Asking 100\\.64\\.1\\.1 for www\\.example\\.net\\.\\.\\.\n"
+               "recv response: Resource temporarily unavailable\n"
+               "prodctl wan resolve: asking 100\\.64\\.1\\.1 failed after [23]\\.[0-9] s\n"));
 }
 
 TEST_F(Resolve, AnInterfaceThatIsNotThere)
@@ -189,12 +179,12 @@ TEST_F(Resolve, ATerminalShowsHowLongItWaits)
         {"wan", "resolve", "a.b", "--server", "192.0.2.7", "--via", "quiet0"});
     EXPECT_EQ(outcome.out, "");
     EXPECT_THAT(outcome.err,
-                Prints("(Asking 192\\.0\\.2\\.7 for a\\.b\\.\\.\\. [012]\\.[0-9] s\033\\[K)+"
+                Prints("Asking 192\\.0\\.2\\.7 for a\\.b\\.\\.\\. 0\\.[3-9] s\033\\[K"
+                       "(Asking 192\\.0\\.2\\.7 for a\\.b\\.\\.\\. [0123]\\.[0-9] s\033\\[K)+"
                        "recv response: Resource temporarily unavailable\n"
                        "(Asking[^\n]*)?\033\\[K"
                        "prodctl wan resolve: asking 192\\.0\\.2\\.7 failed after "
-                       "2\\.[0-9] s\n"));
-    EXPECT_THAT(outcome.err, HasSubstr("... 0.3 s"));
+                       "[23]\\.[0-9] s\n"));
     EXPECT_THAT(outcome.err, HasSubstr("... 1."));
     test::run("ip link delete quiet0");
 }

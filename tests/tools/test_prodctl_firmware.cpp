@@ -109,6 +109,9 @@ TEST_F(Firmware, ABoardWithoutAPartition)
     write_text("/etc/board.json", R"({"model": "virtual-router"})");
     EXPECT_EQ(prodctl({"firmware", "check", kImage}).err,
               "prodctl firmware check: /tmp/image: this board has no flash partition for it\n");
+    EXPECT_EQ(prodctl({"firmware", "check", kImage, "--json"}).out,
+              "{\"file\":\"/tmp/image\",\"size\":200064,\"type\":2,\"valid\":false,"
+              "\"reason\":\"no-partition\"}\n");
 }
 
 TEST_F(Firmware, FilesThatAreNone)

@@ -219,6 +219,9 @@ TEST(Watch, TellsWhatChanges)
     const Outcome timed = prodctl({"watch", "/tmp/watch", "--timeout", "1"});
     EXPECT_EQ(timed.status, 0);
     EXPECT_THAT(timed.out, HasSubstr("/tmp/watch file\n"));
+    const Outcome few = prodctl({"watch", "/tmp/watch", "--count", "1000000", "--timeout", "1"});
+    EXPECT_EQ(few.status, 1) << "not as many as asked for";
+    EXPECT_THAT(few.out, HasSubstr("/tmp/watch file\n"));
 }
 
 TEST(Watch, NothingChanges)

@@ -231,6 +231,7 @@ TEST(StatusPage, WithoutALogItIsNoFailure)
 {
     const FileHolds none{kLog};
     const Outcome outcome = prodctl({"status"});
+    EXPECT_EQ(outcome.status, 0) << outcome;
     EXPECT_THAT(outcome.out, HasSubstr("System log\n----------\nNo entry.\n"));
     EXPECT_THAT(outcome.err, Not(HasSubstr("log")));
 }

@@ -10,6 +10,7 @@
 #include "platform/cfm.h"
 #include "prod_common_system.h"
 #include "prod_common_time.h"
+#include "support/emulation.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 #include "support/sockets.hpp"
@@ -125,7 +126,7 @@ TEST_F(System, TheWatchdogBarksWhenNothingComes)
     ASSERT_EQ(pipe(input), 0);
     ASSERT_EQ(write(input[1], "alive\n", 6), 6);
     const Outcome outcome =
-        prodctl({"system", "watchdog", "3"}, "", [&] { dup2(input[0], STDIN_FILENO); });
+        prodctl({"system", "watchdog", "1"}, "", [&] { dup2(input[0], STDIN_FILENO); });
     EXPECT_EQ(outcome.status, PROD_WATCHDOG_STATUS);
     EXPECT_EQ(outcome.out, "alive\n");
     EXPECT_THAT(outcome.err, HasSubstr("(prodctl) barked."));
@@ -144,7 +145,7 @@ TEST_F(System, EachLineFeedsTheWatchdog)
         }
         close(input[1]);
     }};
-    const Outcome outcome = prodctl({"system", "watchdog", "1"}, "", [&] {
+    const Outcome outcome = prodctl({"system", "watchdog", "3"}, "", [&] {
         dup2(input[0], STDIN_FILENO);
         close(input[0]);
         close(input[1]);
@@ -366,8 +367,9 @@ TEST_F(Check, DeviceAndBridge)
     no({"check", "device", std::string(300, 'x')});
     no({"check", "bridge", "port7", "br8"});
     no({"check", "bridge", "lo", "br7"});
-    // Kernels without the legacy bridge calls cannot tell; the answer is then no.
-    EXPECT_LT(prodctl({"check", "bridge", "port7", "br7"}).status, 2);
+    if (!test::is_emulated()) {
+        yes({"check", "bridge", "port7", "br7"});
+    }
     test::run("ip link del port7 && ip link del br7");
 }
 

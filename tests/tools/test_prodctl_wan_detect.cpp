@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "platform/cfm.h"
+#include "support/capture.hpp"
 #include "support/files.hpp"
 #include "support/network.hpp"
 #include "tool.hpp"
@@ -13,7 +14,6 @@ using test::prodctl;
 using test::refuses;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace
 {
@@ -53,11 +53,12 @@ TEST_F(Detect, Pppoe)
                                        "\"milliseconds\":"));
     EXPECT_THAT(outcome.err, AllOf(HasSubstr("Executing: discovery-pppoe -I eth1 -t 2 -a 1 2>&1\n"),
                                    HasSubstr("Output: AC-Ethernet-Address: 02:00:64:00:01:01\n"),
-                                   HasSubstr("It takes 0.0"), Not(HasSubstr("Asking"))))
-        << "an answer at once needs no progress";
+                                   HasSubstr("It takes ")));
+    // An answer at once needs no progress; a busy machine may have none at once.
+    const double took = cJSON_GetObjectItem(json.get(), "milliseconds")->valuedouble;
+    EXPECT_TRUE(took > 250 || outcome.err.find("Asking") == std::string::npos) << outcome;
     const Outcome page = prodctl({"wan", "detect", "1"});
-    EXPECT_TRUE(page.out.starts_with("WAN 1 offers PPPoE\n  interface  eth1\n  took       0."))
-        << page;
+    EXPECT_TRUE(page.out.starts_with("WAN 1 offers PPPoE\n  interface  eth1\n")) << page;
 }
 
 TEST_F(Detect, DhcpAndProgressWhileItWaits)
@@ -65,8 +66,8 @@ TEST_F(Detect, DhcpAndProgressWhileItWaits)
     probe("dhcp", kDhcpAnswer);
     const Outcome outcome = prodctl({"wan", "detect", "1"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(outcome.out.starts_with("WAN 1 offers DHCP\n  interface  eth1\n  took       3."))
-        << outcome;
+    EXPECT_THAT(outcome.out,
+                test::Prints("WAN 1 offers DHCP\n  interface  eth1\n  took       [3-5]\\..*"));
     EXPECT_THAT(outcome.err, HasSubstr("Asking the line of WAN 1 (eth1)...\n"));
 }
 

@@ -458,8 +458,12 @@ TEST_F(Cfm, TheLongestValueInEveryReader)
     char value[CFM_VALUE_SIZE] = "";
     EXPECT_EQ(prod_cfm_get_val("a", value), 1);
     EXPECT_EQ(value, test::longest_value('9'));
+    value[0] = '\0';
     EXPECT_EQ(prod_cfm_get_fmt_val("%s", value, "a"), 1);
+    EXPECT_EQ(value, test::longest_value('9'));
+    value[0] = '\0';
     EXPECT_EQ(set_if_changed("a", test::longest_value('9').c_str(), value), 0);
+    EXPECT_EQ(value, test::longest_value('9'));
     EXPECT_EQ(prod_cfm_get_uint_val("a"), 9223372036854775807ULL);
     EXPECT_NEAR(prod_cfm_get_double_val("a"), 1e42, 1e30);
     prod_cfm_get_int_val("a");

@@ -203,7 +203,7 @@ TEST_F(Debug, ATableThatAnotherProgramSpoiled)
     EXPECT_THAT(shown, testing::HasSubstr("total 65535"));
     EXPECT_THAT(shown, testing::HasSubstr("[" + longest + "] level=2147483647"));
     const std::string line = printed([] { prod_debug("f", 1, PROD_DBG_ERROR, "prod", "lost"); });
-    EXPECT_LE(line.size(), 10240U + 14);
+    EXPECT_EQ(line.size(), 10U + 10239 - 5 + 4) << "the column takes all the room";
     EXPECT_EQ(set_dbg_level("prod", PROD_DBG_DEBUG), 0) << "no slot is free";
 }
 
@@ -416,12 +416,30 @@ TEST_F(Debug, NothingIsWrittenForNulls)
 
 TEST_F(Debug, ErrnoIsKept)
 {
-    test::remove_all("/var/debug.prod.log");
+    // A file that cannot be opened for writing.
+    ASSERT_EQ(mkdir("/var/debug.prod.log", 0755), 0);
     printed([] {
         errno = ENOTTY;
         prod_debug("f", 1, PROD_DBG_ERROR, "prod", "x");
         EXPECT_EQ(errno, ENOTTY);
     });
+}
+
+TEST_F(Debug, AllButTracesAreOutAtOnce)
+{
+    set_dbg_level("prod", static_cast<prod_dbg_lvl_t>(7));
+    for (const int level : {0, 1, 2, 3, 4, 5, 6}) {
+        const std::string text = printed([=] {
+            const pid_t child = fork();
+            if (child == 0) {
+                setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
+                prod_debug("f", 1, level, "prod", "x");
+                _exit(0);  // what is still in the buffer is lost
+            }
+            EXPECT_EQ(test::status_of(child), 0);
+        });
+        EXPECT_EQ(text.empty(), level == PROD_DBG_TRACE) << level;
+    }
 }
 
 TEST_F(Debug, WhatTheProgramPrintedBeforeComesFirst)
@@ -534,7 +552,7 @@ TEST_F(Debug, FunctionTraces)
 
 // ---- without the table -----------------------------------------------------------------------
 
-/** Runs `code` in a new process image's stead: a child that has not attached the table yet. */
+/** What this program prints when started anew for @p what: it has not attached the table yet. */
 std::string printed_before_attaching(const char *what)
 {
     return printed([&] {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "prod_common_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -245,9 +246,21 @@ TEST(WriteFile, Failures)
                                 "Failed(28) to write /tmp/full/new, No space left on device.")));
 }
 
+TEST(WriteFile, AShortWriteCounts)
+{
+    const test::MountedFolder small{"/tmp/small"};
+    const std::string text(1000000, 'a');
+    EXPECT_EQ(printed([&] { EXPECT_EQ(write_file("/tmp/small/file", text.data(), 1000000), 1); }),
+              "");
+    EXPECT_GT(read_text("/tmp/small/file").size(), 0U);
+    EXPECT_LT(read_text("/tmp/small/file").size(), text.size());
+}
+
 TEST(TouchFile, LeavesAnExistingFileAlone)
 {
     write_text(kFile, "abc");
+    const timespec long_ago[2] = {{1000000000, 0}, {1000000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, kFile, long_ago, 0), 0);
     struct stat before;
     ASSERT_EQ(stat(kFile, &before), 0);
     touch_file(kFile);

@@ -55,7 +55,6 @@ Checks checks;
 std::vector<std::string> backups;  // what was asked of the configuration's backup
 int failing_mmap;                  // errno
 std::vector<std::string> unmapped;
-std::vector<int> closed;
 bool watch_closing;
 bool thread_fails;
 std::string self = "test";
@@ -641,6 +640,11 @@ TEST_F(Flash, AWriterThatCannotBeStarted)
                           "Failed(11) to start the writer of the image, Resource temporarily "
                           "unavailable.")));
     EXPECT_THAT(commands.all(), IsEmpty());
+    EXPECT_THAT(printed([] { EXPECT_EQ(prod_upgrade_image_to_flash(), 0); }),
+                Prints(error_line("prod_systool_call_writeImage",
+                                  "Failed(11) to start the writer of the image, Resource "
+                                  "temporarily unavailable.")));
+    EXPECT_THAT(commands.all(), ElementsAre("echo 3 > /proc/sys/vm/drop_caches", "free"));
 }
 
 TEST_F(Flash, TheWritersCommand)

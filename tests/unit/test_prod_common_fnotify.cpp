@@ -28,9 +28,7 @@ using test::error_line;
 using test::log_line;
 using test::printed;
 using test::Prints;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 namespace
 {
@@ -470,11 +468,17 @@ FRESH_TEST(AReadThatFails)
 FRESH_TEST(AChildOfForkGetsNoCallbacks)
 {
     ASSERT_EQ(fnotify_listen("/tmp/watched", record), 1);
-    test::Child child{
-        [](test::Child &) { EXPECT_EQ(fnotify_listen("/tmp/watched/file", record), 1); }};
+    test::Child child{[](test::Child &) {
+        EXPECT_EQ(fnotify_listen("/tmp/watched/file", record), 1);
+        close(creat("/tmp/watched/of_child", 0644));
+        usleep(200000);  // time enough for a thread that must not be there
+        EXPECT_THAT(changes, ElementsAre());
+    }};
     child.expect_status(0);
     close(creat("/tmp/watched/new", 0644));
-    EXPECT_THAT(seen(1), ElementsAre(Change{"/tmp/watched", "new"})) << "the parent goes on";
+    EXPECT_THAT(seen(2),
+                ElementsAre(Change{"/tmp/watched", "of_child"}, Change{"/tmp/watched", "new"}))
+        << "the parent goes on";
 }
 
 }  // namespace

@@ -189,6 +189,9 @@ TEST(MacStrToBin, AnythingElseFails)
     }
     EXPECT_EQ(mac_str_to_bin(nullptr, mac.data()), 0);
     EXPECT_EQ(mac_str_to_bin("00:11:22:33:44:55", nullptr), 0);
+    mac = kUntouched;
+    EXPECT_EQ(mac_str_to_bin("00:11:22", mac.data()), 0);
+    EXPECT_EQ(mac, (Mac{0x00, 0x11, 0x22, 0xEE, 0xEE, 0xEE})) << "fewer fields fill only those";
 }
 
 TEST(MacBinToStr, UpperCaseAndBounded)

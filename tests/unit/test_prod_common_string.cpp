@@ -223,6 +223,7 @@ TEST(Hex, FromHexDoesNotValidate)
     EXPECT_EQ(hex_to_str("abc", buffer, 2), buffer);
     EXPECT_STREQ(buffer, "\xab");
     EXPECT_EQ(hex_to_str("abcd", buffer, 2), nullptr);
+    EXPECT_STREQ(buffer, "\xab") << "untouched";
     EXPECT_EQ(hex_to_str("", buffer, 1), buffer);
     EXPECT_STREQ(buffer, "");
     EXPECT_EQ(hex_to_str("", buffer, 0), nullptr);
@@ -275,6 +276,20 @@ TEST(GetSelfPname, IsReadOnceFromTheKernel)
                   printf("%s", get_self_pname());
               }),
               "dhcpcd_wan1,dhcpcd_wan1");
+}
+
+TEST(GetSelfPname, AChildShowsItsParents)
+{
+    SKIP_IF_EMULATED(kOwnStat);
+    EXPECT_EQ(printed_in_child([] {
+                  prctl(PR_SET_NAME, "parent");
+                  get_self_pname();
+                  EXPECT_TRUE(test::in_a_child([] {
+                      prctl(PR_SET_NAME, "child");
+                      printf("%s", get_self_pname());
+                  }));
+              }),
+              "parent");
 }
 
 TEST(GetSelfPname, AFileThatCannotBeOpenedIsTriedAgain)

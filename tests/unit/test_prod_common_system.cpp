@@ -148,7 +148,9 @@ unsigned int alarm(unsigned int seconds) noexcept
     if (!fast_alarms || seconds < 5) {
         return real(seconds);
     }
-    const itimerval soon{{0, 0}, {0, static_cast<suseconds_t>(seconds) * 10000}};
+    const itimerval soon{
+        {0, 0},
+        {static_cast<time_t>(seconds / 100), static_cast<suseconds_t>(seconds % 100) * 10000}};
     setitimer(ITIMER_REAL, &soon, nullptr);
     return 0;
 }
@@ -279,6 +281,7 @@ TEST_F(System, RestoringTheImages)
 TEST_F(System, FactoryRestoreInOrder)
 {
     leds.clear();
+    test::factory_defaults()["lan.ip"] = "192.168.0.1";
     std::vector<int> restores;
     const RecordedCommands commands{[&](const std::string &command) {
         leds.push_back(command);
@@ -689,15 +692,12 @@ TEST(SendAndRecv, WithoutASocketOrItsOptions)
 
     rlimit limit;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const int keep = dup(STDOUT_FILENO);
-    std::string text;
-    text = printed([&] {
+    const std::string text = printed([&] {
         const rlimit none{0, limit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &none);
         EXPECT_EQ(send_and_recv_from_program(kSocket, "x", nullptr, 0, 0), -1);
         setrlimit(RLIMIT_NOFILE, &limit);
     });
-    close(keep);
     EXPECT_THAT(text, logs("socket: Too many open files"));
 }
 
@@ -1036,11 +1036,11 @@ TEST(SoftWatchdog, EachFeedStartsAnew)
 {
     const Ending end = ending([] {
         for (int i = 0; i < 4; ++i) {
-            feed_soft_watchdog(99);  // a second here
-            usleep(300000);
+            feed_soft_watchdog(200);  // two seconds here
+            usleep(600000);
         }
         feed_soft_watchdog(0);
-        usleep(1100000);
+        usleep(2200000);
         _exit(0);
     });
     EXPECT_EQ(end.status, 0);

@@ -167,6 +167,14 @@ TEST_F(Disks, AsFarAsThereIsRoom)
     EXPECT_EQ(words_of(text).size(), 3U) << text;
 }
 
+TEST_F(Disks, BehindANameThatDoesNotFitNoneFollows)
+{
+    disks({"sdx", "sd" + std::string(20, 'l'), "sdy"});  // the long one in the middle
+    char text[16] = "";
+    EXPECT_EQ(prod_common_usb_get_diskname(text, 12), HLX_OK);
+    EXPECT_EQ(words_of(text).size(), 1U) << text;
+}
+
 TEST_F(Disks, WithoutABuffer)
 {
     char text[8] = "before";
@@ -364,11 +372,21 @@ TEST_F(Volumes, RecordsThatDoNotFitAreLeftOut)
     for (const std::string &record : records_of(text)) {
         EXPECT_EQ(record.substr(5), kOne);
     }
-    // A shorter one still finds its place.
-    disks({"sdb"});
-    partition("sdb" + std::string(200, 'x'), one_gigabyte());
+}
+
+TEST_F(Volumes, AShorterRecordStillFindsItsPlace)
+{
+    disks({"sda"});
+    // One short one is behind the long one that is left out, whichever end the folder starts at.
+    partition("sda0", one_gigabyte());
+    for (int i = 1; i <= 4; ++i) {
+        const std::string name = "sda" + std::to_string(i) + std::string(245, 'x');
+        partition(name, one_gigabyte());
+        file_systems[("/var/etc/upan/" + name).substr(0, 126)] = one_gigabyte();
+    }
+    partition("sda9", one_gigabyte());
     EXPECT_EQ(prod_common_get_usbvolume(), HLX_OK);
-    EXPECT_LT(read_text(kVolumes).size(), 1024U);
+    EXPECT_EQ(read_text(kVolumes).size(), 3 * (249 + kOne.size()) + 2 * (4 + kOne.size()));
 }
 
 TEST_F(Volumes, ExactlyAsMuchAsFits)
@@ -428,6 +446,7 @@ TEST_F(Volumes, AReaderWithTheLockSeesAWholeFile)
     ASSERT_EQ(prod_common_get_usbvolume(), HLX_OK);
     const int fd = open(kVolumes, O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(fd, LOCK_SH), 0);
+    partition("sda1", file_system(1 << 30, 2, 1, 1));
     std::atomic<bool> done{false};
     std::thread writer{[&] {
         EXPECT_EQ(prod_common_get_usbvolume(), HLX_OK);
@@ -438,7 +457,7 @@ TEST_F(Volumes, AReaderWithTheLockSeesAWholeFile)
     EXPECT_EQ(read_text(kVolumes), "sda1" + kOne);
     close(fd);
     writer.join();
-    EXPECT_EQ(read_text(kVolumes), "sda1" + kOne);
+    EXPECT_EQ(read_text(kVolumes), "sda1:2.000000G*1.000000G*1.000000G*1.000000G~");
     // The writer has let go of it.
     const int again = open(kVolumes, O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(flock(again, LOCK_EX | LOCK_NB), 0);

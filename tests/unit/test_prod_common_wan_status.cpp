@@ -317,6 +317,7 @@ TEST_F(WanStatus, HostileConfiguration)
     EXPECT_EQ(status(1), HLX_WAN_NOT_CONNECTED);
     char name[64] = "untouched";
     EXPECT_EQ(prod_common_get_wanifname(1, name, sizeof(name)), nullptr);
+    EXPECT_STREQ(name, "untouched");
 }
 
 // ---- the interface of a WAN ------------------------------------------------------------------
@@ -413,6 +414,10 @@ TEST_F(WanStatus, AddressOfAnInterface)
     EXPECT_EQ(ip_of("wan_b", 1), "-1 untouched");
     EXPECT_EQ(ip_of("none", 1), "-1 untouched");
     EXPECT_EQ(ip_of("a_name_that_is_much_too_long", 1), "-1 untouched");
+    test::run("ip link add fifteen_letters type bridge");
+    test::run("ip address add 203.0.113.9/30 dev fifteen_letters");
+    EXPECT_EQ(ip_of("fifteen_letters_and_more", 2), "0 203.0.113.9") << "15 characters count";
+    test::run("ip link delete fifteen_letters");
 }
 
 TEST_F(WanStatus, AddressWithIpv6Alone)

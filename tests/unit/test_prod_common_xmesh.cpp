@@ -128,7 +128,7 @@ test::Config as_config(const std::vector<test::MeshSetting> &settings)
     return {settings.begin(), settings.end()};
 }
 
-/** The keys written at least once, in the order of their first reading. */
+/** The keys of a role's rows, in their order. */
 std::vector<std::string> keys_of(const std::vector<test::MeshSetting> &settings)
 {
     std::vector<std::string> keys;
@@ -314,9 +314,9 @@ TEST_F(Mesh, AfterTheFactoryTest)
 TEST_F(Mesh, HostileTextUnderEveryKeyIsReplaced)
 {
     factory["QX_FINISH_TSTFLAG"] = "1";
-    const test::EveryKeyReads hostile{test::longest_value()};
     for (const Role &role : roles()) {
         test::reset_config();
+        const test::EveryKeyReads hostile{test::longest_value()};
         EXPECT_EQ(role.take(), 1) << role.name;
         for (const auto &[key, value] : role.settings) {
             EXPECT_EQ(config()[key], value) << role.name;

@@ -139,6 +139,7 @@ TEST_F(Routes, WithoutRoomNothingIsWritten)
         EXPECT_EQ(file_get_route_table_list(&record, len), HLX_OK);
         EXPECT_EQ(memcmp(&record, &before, sizeof(record)), 0) << len;
     }
+    EXPECT_EQ(commands_.all(), Shown(3, kCommand)) << "the files are opened all the same";
 }
 
 TEST_F(Routes, DescriptorsAreClosed)

@@ -20,11 +20,6 @@ namespace
 
 constexpr const char *kLog = "/var/logs.txt";
 
-}  // namespace
-
-namespace
-{
-
 using Entries = std::vector<std::string>;
 
 std::string shown(const SYSLOG_LIST_STRU &entry)

@@ -193,7 +193,6 @@ TEST_F(WanDetection, TheInterfaceOfTheWan)
 
 TEST_F(WanDetection, TheInterfaceIsLookedUpForEachAttempt)
 {
-    std::vector<std::string> commands;
     const RecordedPipes pipes{[&](const std::string &) -> Answer {
         if (pipes.all().size() == 1) {
             config().erase("port.1.ifname");
@@ -236,11 +235,10 @@ TEST_F(WanDetection, ShellCharactersInANameStayText)
 
 TEST_F(WanDetection, NothingOfAHostileNameRuns)
 {
-    test::remove_all("/tmp/ran");
+    test::remove_all("/ran");
     for (const char *const name : {";>ran", "$(>ran)", "`>ran`", "|>ran", "&>ran", "x\n>ran"}) {
         config()["port.1.ifname"] = name;
         printed([] { EXPECT_EQ(prod_detect_wan_type(1), 1); });  // by the real shell
-        EXPECT_FALSE(test::exists("ran")) << name;
         EXPECT_FALSE(test::exists("/ran")) << name;
     }
 }

@@ -742,9 +742,12 @@ TEST_F(WanStatusInfo, NotConnected)
     EXPECT_STREQ(status_.flow.down_flow, "0");
     EXPECT_STREQ(status_.conntime, "0");
     linked = true;
+    memset(&status_, 0xEE, sizeof(status_));
     EXPECT_EQ(get(HLX_L2TYPE_WIRED, HLX_WAN_CONNECT_PPPOE), HLX_OK);
     EXPECT_EQ(status_.link_status, HLX_WAN_NOT_CONNECTED);
     EXPECT_EQ(shown(status_.ip_info), "||||");
+    EXPECT_STREQ(status_.flow.up_flow, "0");
+    EXPECT_STREQ(status_.conntime, "0");
 }
 
 TEST_F(WanStatusInfo, TheModeDecidesFirst)
