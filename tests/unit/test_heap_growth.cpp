@@ -167,6 +167,8 @@ constexpr Getter kGetters[] = {
 };
 // clang-format on
 
+constexpr const char *kAddresses = "/tmp/addresses";  // as the command shows them
+
 /** Blocks that the whole process holds. */
 std::atomic<long> blocks;
 
@@ -188,6 +190,8 @@ void fill_device()
     ASSERT_EQ(file_get_upnp_list(&mappings), HLX_OK);
     ASSERT_EQ(mappings.count, 1);
     ASSERT_EQ(file_get_route_list_num(), 1);
+    test::write_text(kAddresses, "    inet6 ::1/128 scope host\n");
+    ASSERT_EQ(get_ipv6_addrs("lo", addresses, std::size(addresses)), 1);
     ASSERT_EQ(attribute_bytes(), 4U);
     ASSERT_EQ(queued(), 7);
 }
@@ -235,10 +239,21 @@ TEST(HeapCount, ALeakIsSeen)
 
 }  // namespace
 
-/** What a command takes is its own process's. */
+// What a command takes is its own process's: what it prints is in a file.
+
 int doSystemCmd(const char *, ...)
 {
     return 0;
+}
+
+FILE *popen(const char *command, const char *)
+{
+    return fopen(strstr(command, "arp") != nullptr ? "/proc/net/arp" : kAddresses, "re");
+}
+
+int pclose(FILE *stream)
+{
+    return fclose(stream);
 }
 
 // The process's allocator, counting.
