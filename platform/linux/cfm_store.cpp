@@ -145,18 +145,17 @@ int reserve_reader_table()
     return fd ? posix_fallocate(fd.get(), 0, kReaderTableSize) : errno;
 }
 
-int make_mutex_for_all_processes(pthread_mutex_t *mutex)
+bool make_mutex_for_all_processes(pthread_mutex_t *mutex)
 {
     pthread_mutexattr_t attributes;
-    int rc = pthread_mutexattr_init(&attributes);
-    if (rc != 0) {
-        return rc;
+    if (pthread_mutexattr_init(&attributes) != 0) {
+        return false;
     }
-    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
-    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-    rc = pthread_mutex_init(mutex, &attributes);
+    const bool made = pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED) == 0 &&
+                      pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST) == 0 &&
+                      pthread_mutex_init(mutex, &attributes) == 0;
     pthread_mutexattr_destroy(&attributes);
-    return rc;
+    return made;
 }
 
 /** Walks every page in use. */
@@ -435,29 +434,27 @@ Store *Store::open_slowly()
     return store != nullptr && store->open_environment() ? store : nullptr;
 }
 
-int Store::share_turns()
+Store::Turns *Store::share_turns()
 {
     const Fd fd{::open(kTurns, O_RDWR | O_CREAT | O_CLOEXEC, kPrivateFile)};
-    int rc = fd ? posix_fallocate(fd.get(), 0, sizeof(Turns)) : errno;
-    if (rc != 0) {
-        return rc;
+    if (!fd || posix_fallocate(fd.get(), 0, sizeof(Turns)) != 0) {
+        return nullptr;
     }
     void *const memory =
         mmap(nullptr, sizeof(Turns), PROT_READ | PROT_WRITE, MAP_SHARED, fd.get(), 0);
     if (memory == MAP_FAILED) {
-        return errno;
+        return nullptr;
     }
     auto *const turns = static_cast<Turns *>(memory);
     if (!turns->made) {
-        if ((rc = make_mutex_for_all_processes(&turns->writing)) != 0 ||
-            (rc = make_mutex_for_all_processes(&turns->entering)) != 0) {
+        if (!make_mutex_for_all_processes(&turns->writing) ||
+            !make_mutex_for_all_processes(&turns->entering)) {
             munmap(memory, sizeof(Turns));
-            return rc;
+            return nullptr;
         }
         turns->made = true;
     }
-    turns_ = turns;
-    return 0;
+    return turns;
 }
 
 bool Store::open_environment()
@@ -473,7 +470,7 @@ bool Store::open_environment()
     if (!one_process) {
         return false;
     }
-    if (turns_ == nullptr && share_turns() != 0) {
+    if (turns_ == nullptr && (turns_ = share_turns()) == nullptr) {
         return false;
     }
     const Turn entering{turns_->entering};

@@ -62,7 +62,7 @@ class Store
     static Store *for_this_process();
 
     bool is_mine() const;
-    int share_turns();
+    static Turns *share_turns();
     bool open_environment();
     MDB_env *env() const { return env_.load(std::memory_order_relaxed); }
     MDB_txn *take_snapshot();
