@@ -9,9 +9,7 @@
 // - A killed reader keeps its slot and its snapshot: stale ones are cleared at every opening, and
 //   when the reader table or the map runs full.
 // - A snapshot that is kept pins old pages: it is given back after each read.
-// - Whoever waits for its locks may wait for ever when processes are killed: nobody waits there,
-// see
-//   Turns.
+// - Who waits for its locks may wait for ever when others are killed: nobody waits there (Turns).
 #include "cfm_store.hpp"
 
 #include <fcntl.h>

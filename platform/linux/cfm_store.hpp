@@ -60,9 +60,9 @@ class Store
 
     static Store *open_slowly();
     static Store *for_this_process();
+    static Turns *share_turns();
 
     bool is_mine() const;
-    static Turns *share_turns();
     bool open_environment();
     MDB_env *env() const { return env_.load(std::memory_order_relaxed); }
     MDB_txn *take_snapshot();
